@@ -1,0 +1,14 @@
+// The host media library's LUT interpolation choice.
+#pragma once
+
+#include <cstdint>
+
+namespace host {
+
+/// How a 3-D LUT is interpolated on the GPU. The CPU path always interpolates trilinearly.
+enum class LUTInterpolationMethod : int32_t {
+  Trilinear = 0,
+  Tetrahedral = 1,
+};
+
+}  // namespace host

@@ -1,0 +1,22 @@
+// The host's log sink.
+#pragma once
+
+#include <string_view>
+
+#include "host/export.h"
+
+namespace host {
+
+enum class LogLevel { Trace, Info, Warning, Error };
+
+/// Receives each message; must be thread-safe.
+using LogCallback = void (*)(LogLevel level, std::string_view message, void* context);
+
+/// Routes messages to `callback` (null silences logging). The default writes to stderr.
+HOST_API void SetLogCallback(LogCallback callback, void* context);
+/// Restores the default sink (stderr).
+HOST_API void ResetLogCallback();
+/// Hands one message to the current sink.
+HOST_API void WriteLog(LogLevel level, std::string_view message);
+
+}  // namespace host

@@ -1,0 +1,117 @@
+// Host video frames and their companion interfaces.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+#include "host/export.h"
+#include "host/interface_ref.h"
+#include "host/pixel_format.h"
+
+namespace host {
+
+/// Frame bounds: four unsigned 32-bit words; the third and fourth are width and height.
+struct FrameBounds {
+  uint32_t left = 0;
+  uint32_t top = 0;
+  uint32_t width = 0;
+  uint32_t height = 0;
+  friend bool operator==(const FrameBounds&, const FrameBounds&) = default;
+};
+
+/// A video frame. Operations keep the order of the host's interface: bounds first, pixel
+/// aspect ratio, pixel format, colour space.
+class IVideoFrame {
+ public:
+  static constexpr const char* kInterfaceName = "IVideoFrame";
+  virtual FrameBounds GetBounds() const = 0;
+  virtual float GetPixelAspectRatio() const = 0;
+  virtual PixelFormat GetPixelFormat() const = 0;
+  virtual ColorSpace GetColorSpace() const = 0;
+
+ protected:
+  ~IVideoFrame() = default;
+};
+
+/// Pixel memory of a frame that lives in host memory.
+class IVideoFrameMemoryAccess {
+ public:
+  static constexpr const char* kInterfaceName = "IVideoFrameMemoryAccess";
+  /// Address of the top row's first pixel.
+  virtual void* GetBaseAddress() const = 0;
+  /// Bytes from one row to the next.
+  virtual size_t GetRowBytes() const = 0;
+
+ protected:
+  ~IVideoFrameMemoryAccess() = default;
+};
+
+/// The 2-D layout of a frame's pixels; the preferred source of row bytes.
+class IVideoFrame2DPixelMemoryAccess {
+ public:
+  static constexpr const char* kInterfaceName = "IVideoFrame2DPixelMemoryAccess";
+  /// Number of planes (1 for every format of this host).
+  virtual uint32_t GetPlaneCount() const = 0;
+  /// Bytes from one row to the next.
+  virtual size_t GetRowBytes() const = 0;
+
+ protected:
+  ~IVideoFrame2DPixelMemoryAccess() = default;
+};
+
+/// Marks a frame whose pixels live in GPU memory. Frames in host memory do not have it.
+class IGPUVideoFrame {
+ public:
+  static constexpr const char* kInterfaceName = "IGPUVideoFrame";
+  /// The index of the device that holds the pixels.
+  virtual uint32_t GetDeviceIndex() const = 0;
+
+ protected:
+  ~IGPUVideoFrame() = default;
+};
+
+/// Device memory of a GPU frame.
+class IGPUVideoFrameMemoryAccess {
+ public:
+  static constexpr const char* kInterfaceName = "IGPUVideoFrameMemoryAccess";
+  /// Device address of the top row's first pixel.
+  virtual uint64_t GetDevicePointer() const = 0;
+
+ protected:
+  ~IGPUVideoFrameMemoryAccess() = default;
+};
+
+/// Completion tracking of a GPU frame; its first operation yields the frame's device.
+class ICompletionEventVideoFrame {
+ public:
+  static constexpr const char* kInterfaceName = "ICompletionEventVideoFrame";
+  /// The device that holds the frame, shared; null when it has gone.
+  virtual std::shared_ptr<void> GetDevice() const = 0;
+
+ protected:
+  ~ICompletionEventVideoFrame() = default;
+};
+
+/// Creates a frame in host memory with packed rows (row bytes = width x bytes per pixel) on a
+/// 64-byte aligned block. `clearPixels` zero-fills the pixels; `gpuResident` asks for device
+/// memory, which this host does not have (the call then fails). Returns 0 and fills `frame` on
+/// success; a negative result (`frame` untouched) for an unknown format, a zero size, a GPU
+/// request or missing memory.
+HOST_API int CreateVideoFrame(InterfaceRef<IVideoFrame>& frame, PixelFormat format, uint32_t width,
+                              uint32_t height, float pixelAspectRatio, ColorSpace colorSpace,
+                              bool clearPixels, bool gpuResident);
+
+/// Creates a frame that views memory the caller owns (rows `rowBytes` apart from `base`).
+/// `keepAlive` is held as long as the frame lives. Same results as `CreateVideoFrame`.
+HOST_API int CreateVideoFrameView(InterfaceRef<IVideoFrame>& frame, PixelFormat format,
+                                  uint32_t width, uint32_t height, void* base, size_t rowBytes,
+                                  std::shared_ptr<void> keepAlive, float pixelAspectRatio = 1.0f,
+                                  ColorSpace colorSpace = ColorSpace::Unknown);
+
+/// Result codes of frame creation.
+inline constexpr int kFrameErrorInvalidArgument = -1;
+inline constexpr int kFrameErrorOutOfMemory = -2;
+inline constexpr int kFrameErrorNoDevice = -3;
+
+}  // namespace host

@@ -1,0 +1,22 @@
+#!/usr/bin/env bash
+# Sets up, builds and runs the whole test suite: release, then again under the address and
+# undefined-behaviour sanitizers, then a short run of every fuzz target. Any failure stops it.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+./scripts/setup.sh
+jobs=$(nproc)
+
+for preset in release asan; do
+  echo "== $preset: build"
+  cmake --preset "$preset" >/dev/null
+  cmake --build --preset "$preset" -j "$jobs"
+  echo "== $preset: test"
+  ctest --preset "$preset" -j "$jobs"
+done
+
+if [[ -x scripts/fuzz.sh ]]; then
+  echo "== fuzz"
+  ./scripts/fuzz.sh "${CRANDLE_FUZZ_SECONDS:-60}"
+fi
+echo "== all tests passed"

@@ -1,0 +1,45 @@
+// Line handling shared by the text readers: the buffer is 8-bit text of exactly `length` bytes,
+// split at '\r' and '\n' (a run of them is one break), each line trimmed of "\n\t \r" at both
+// ends, empty lines skipped. Numbers are read with C scanf conversions on a NUL-terminated copy
+// of the line, so a NUL byte inside a line ends what scanf sees, as it would in a C string.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace Tincta {
+
+/// Trims the characters "\n\t \r" from both ends.
+std::string_view TrimLine(std::string_view text);
+
+/// Case-insensitive (ASCII) comparison of whole strings.
+bool EqualsIgnoringCase(std::string_view a, std::string_view b);
+/// Case-insensitive (ASCII) prefix test.
+bool StartsWithIgnoringCase(std::string_view text, std::string_view prefix);
+
+/// Iterates the non-empty trimmed lines of a text buffer.
+class CTextLines {
+ public:
+  CTextLines(const void* bytes, uint32_t length)
+      : cursor_(static_cast<const char*>(bytes)), end_(cursor_ + length) {}
+
+  /// The next non-empty trimmed line; false at the end of the text.
+  bool Next(std::string_view& line);
+  /// Bytes not yet consumed (for checks of declared sizes against the text actually present).
+  uint64_t RemainingBytes() const { return uint64_t(end_ - cursor_); }
+
+ private:
+  const char* cursor_;
+  const char* end_;
+};
+
+/// `vsscanf` over a NUL-terminated copy of `line`; returns what sscanf returns (EOF included).
+/// `%s` and `%[` conversions must be given buffers of at least `line.size() + 1` bytes.
+int ScanLine(std::string_view line, const char* format, ...)
+#if defined(__GNUC__)
+    __attribute__((format(scanf, 2, 3)))
+#endif
+    ;
+
+}  // namespace Tincta

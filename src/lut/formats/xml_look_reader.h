@@ -1,0 +1,18 @@
+// The XML look form: the first "look" element whose first child element is "LUT", with "size",
+// "domainmin", "domainmax" and hexadecimal "data" elements.
+#pragma once
+
+#include <cstdint>
+
+#include "lut/formats/reader.h"
+#include "lut/lut3d.h"
+
+namespace Tincta {
+
+/// The detector's test: the first 1024 bytes, trimmed, begin with "<?xml" and hold "<look>".
+bool LooksLikeXMLLook(const uint8_t* bytes, uint32_t length);
+
+/// Reads the XML look into `lut`; the outcome is final.
+EReadOutcome ReadXMLLook(COv3DLUT& lut, const uint8_t* bytes, uint32_t length, const SParseOptions& options);
+
+}  // namespace Tincta
