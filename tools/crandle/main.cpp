@@ -1,1 +1,40 @@
-int main() { return 0; }
+// crandle: inspect, convert and apply colour LUTs from the command line.
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+#include "commands.h"
+#include "host/initializer.h"
+#include "host/settings.h"
+
+int main(int argc, char** argv) {
+  CLI::App app("crandle: inspect, convert and apply colour look-up tables", "crandle");
+  app.require_subcommand(1);
+  app.set_help_all_flag("--help-all", "Show the help of every command");
+
+  std::vector<std::string> settings;
+  std::string settingsFile;
+  app.add_option("--set", settings, "Set a host setting, KEY=VALUE (repeatable)")->type_name("KEY=VALUE");
+  app.add_option("--settings", settingsFile, "Load host settings from a file of 'key = value' lines")
+      ->check(CLI::ExistingFile);
+  app.parse_complete_callback([&] {
+    auto& host = host::Settings::Instance();
+    std::string error;
+    if (!settingsFile.empty() && !host.LoadFile(settingsFile, &error)) throw CLI::ValidationError("--settings", error);
+    for (const std::string& assignment : settings) {
+      const size_t equals = assignment.find('=');
+      if (equals == std::string::npos || equals == 0) {
+        throw CLI::ValidationError("--set", "expected KEY=VALUE, got '" + assignment + "'");
+      }
+      host.SetString(assignment.substr(0, equals), assignment.substr(equals + 1));
+    }
+    // The tool is the host here: it runs the module's initialisers once settings are known.
+    host::InitializerRegistrar::RunInitializers();
+  });
+
+  crandle_tool::AddInfoCommand(app);
+  CLI11_PARSE(app, argc, argv);
+  return 0;
+}

@@ -1,0 +1,115 @@
+// crandle info: parse LUT files through the exported interface and describe them.
+#include <cstdio>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "commands.h"
+#include "crandle/crandle.h"
+#include "foundation/cpu_features.h"
+#include "foundation/utf16.h"
+#include "lut_report.h"
+
+namespace crandle_tool {
+namespace {
+
+struct SInfoOptions {
+  std::vector<std::string> paths;
+  bool json = false;
+  bool fromBytes = false;
+  bool system = false;
+};
+
+int ParseFile(const std::string& path, bool fromBytes, std::shared_ptr<void>& lut) {
+  if (!fromBytes) return CRANDLE::ParseLUT(Tincta::Utf8ToUtf16(path), lut);
+  std::ifstream in(path, std::ios::binary);
+  if (!in) return CRANDLE::kResultLUTFailed;
+  const std::vector<char> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  return CRANDLE::ParseLUT(bytes.data(), bytes.size(), lut);
+}
+
+void PrintText(const std::string& path, const SLUTReport& report) {
+  std::printf("%s\n", path.c_str());
+  std::printf("  kind          %s\n", report.kind.c_str());
+  std::printf("  size          %u\n", report.size);
+  std::printf("  shaper size   %u\n", report.shaperSize);
+  std::printf("  domain        [%g %g %g] .. [%g %g %g]\n", report.domainMin[0], report.domainMin[1],
+              report.domainMin[2], report.domainMax[0], report.domainMax[1], report.domainMax[2]);
+  std::printf("  title         %s\n", report.title.c_str());
+  std::printf("  display name  %s\n", report.displayName.c_str());
+  std::printf("  identifier    %s\n", report.identifier.c_str());
+  std::printf("  blob          %llu bytes\n", static_cast<unsigned long long>(report.blobBytes));
+}
+
+void PrintJson(const std::string& path, const SLUTReport& report) {
+  const nlohmann::json line = {
+      {"path", path},
+      {"kind", report.kind},
+      {"size", report.size},
+      {"shaperSize", report.shaperSize},
+      {"domainMin", report.domainMin},
+      {"domainMax", report.domainMax},
+      {"title", report.title},
+      {"displayName", report.displayName},
+      {"identifier", report.identifier},
+      {"blobBytes", report.blobBytes},
+  };
+  std::cout << line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
+}
+
+void PrintSystem() {
+  const Tincta::SProcessorFeatures& features = Tincta::ProcessorFeatures();
+  std::printf("kernel tier   %s%s\n", Tincta::KernelTierName(features),
+              features.wideVectorsSwitchedOff ? " (256-bit kernels switched off by CRANDLE_CPU_ISA)" : "");
+  std::printf("processor     sse4.1 %s, sse4.2 %s, avx %s, avx2 %s, fma %s, os ymm state %s\n",
+              features.sse41 ? "yes" : "no", features.sse42 ? "yes" : "no", features.avx ? "yes" : "no",
+              features.avx2 ? "yes" : "no", features.fma ? "yes" : "no",
+              features.osSavesYmm ? "yes" : "no");
+}
+
+int RunInfo(const SInfoOptions& options) {
+  if (options.system) PrintSystem();
+  int status = 0;
+  for (const std::string& path : options.paths) {
+    std::shared_ptr<void> lut;
+    const int result = ParseFile(path, options.fromBytes, lut);
+    if (result != CRANDLE::kResultOK) {
+      std::fprintf(stderr, "%s: %s: %s\n", path.c_str(), ResultCodeText(result).c_str(),
+                   ParseFailureReason(path, result).c_str());
+      status = 1;
+      continue;
+    }
+    const SLUTReport report = DescribeLUT(lut);
+    if (options.json) {
+      PrintJson(path, report);
+    } else {
+      PrintText(path, report);
+    }
+    std::fflush(stdout);
+  }
+  return status;
+}
+
+}  // namespace
+
+void AddInfoCommand(CLI::App& app) {
+  auto options = std::make_shared<SInfoOptions>();
+  CLI::App* command = app.add_subcommand("info", "Parse LUT files and describe them");
+  command->add_option("LUT", options->paths, "LUT files of any supported format");
+  command->add_flag("--json", options->json, "One JSON object per file, each on its own line");
+  command->add_flag("--from-bytes", options->fromBytes,
+                    "Read each file into memory and parse the bytes (as a host does for embedded LUTs)");
+  command->add_flag("--system", options->system, "Also print the processor features and the kernel tier in use");
+  command->callback([options] {
+    if (options->paths.empty() && !options->system) throw CLI::CallForHelp();
+    const int status = RunInfo(*options);
+    if (status != 0) throw CLI::RuntimeError(status);
+  });
+}
+
+}  // namespace crandle_tool

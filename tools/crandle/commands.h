@@ -1,0 +1,10 @@
+// The tool's subcommands; each registers itself on the application.
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+namespace crandle_tool {
+
+void AddInfoCommand(CLI::App& app);
+
+}  // namespace crandle_tool

@@ -1,0 +1,51 @@
+#include "lut_report.h"
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <system_error>
+
+#include "crandle/crandle.h"
+#include "lut/lut3d.h"
+
+namespace crandle_tool {
+
+SLUTReport DescribeLUT(const std::shared_ptr<void>& lut) {
+  // The tool carries the module's code, so a handle's object is the library's own LUT type.
+  const auto& table = *static_cast<const Tincta::COv3DLUT*>(lut.get());
+  SLUTReport report;
+  const bool hasShaper = table.InputShaper() != nullptr;
+  report.kind = !table.Is3D() ? "1D" : hasShaper ? "1D3D" : "3D";
+  report.size = table.Size();
+  report.shaperSize = hasShaper ? table.InputShaper()->Size() : 0;
+  for (int c = 0; c < 3; ++c) {
+    report.domainMin[c] = table.DomainMin()[c];
+    report.domainMax[c] = table.DomainMax()[c];
+  }
+  report.title = table.Title();
+  CRANDLE::GetLUTDisplayName(lut, report.displayName);
+  report.identifier = CRANDLE::GetLUTIdentifier(lut).ToString();
+  report.blobBytes = CRANDLE::GetLUTBlob(lut).Size();
+  return report;
+}
+
+std::string ResultCodeText(int result) {
+  char text[16];
+  std::snprintf(text, sizeof(text), "0x%08x", static_cast<unsigned>(result));
+  return text;
+}
+
+std::string ParseFailureReason(const std::string& path, int result) {
+  if (result == CRANDLE::kResultEmptyArgument) return "the path or the file is empty";
+  if (result != CRANDLE::kResultLUTFailed) return "unexpected result";
+  std::error_code error;
+  const auto status = std::filesystem::status(path, error);
+  if (error || !std::filesystem::exists(status)) return "no such file";
+  if (std::filesystem::is_directory(status)) return "it is a directory";
+  if (!std::ifstream(path, std::ios::binary)) return "the file cannot be read";
+  const auto size = std::filesystem::file_size(path, error);
+  if (!error && size > Tincta::kMaxLUTFileBytes) return "the file is larger than 200 MiB";
+  return "not a LUT in a format this tool reads, or a damaged one";
+}
+
+}  // namespace crandle_tool
