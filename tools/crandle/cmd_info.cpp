@@ -29,7 +29,8 @@ int ParseFile(const std::string& path, bool fromBytes, std::shared_ptr<void>& lu
   if (!fromBytes) return CRANDLE::ParseLUT(Tincta::Utf8ToUtf16(path), lut);
   std::ifstream in(path, std::ios::binary);
   if (!in) return CRANDLE::kResultLUTFailed;
-  const std::vector<char> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  const std::vector<char> bytes((std::istreambuf_iterator<char>(in)),
+                                std::istreambuf_iterator<char>());
   return CRANDLE::ParseLUT(bytes.data(), bytes.size(), lut);
 }
 
@@ -38,8 +39,9 @@ void PrintText(const std::string& path, const SLUTReport& report) {
   std::printf("  kind          %s\n", report.kind.c_str());
   std::printf("  size          %u\n", report.size);
   std::printf("  shaper size   %u\n", report.shaperSize);
-  std::printf("  domain        [%g %g %g] .. [%g %g %g]\n", report.domainMin[0], report.domainMin[1],
-              report.domainMin[2], report.domainMax[0], report.domainMax[1], report.domainMax[2]);
+  std::printf("  domain        [%g %g %g] .. [%g %g %g]\n", report.domainMin[0],
+              report.domainMin[1], report.domainMin[2], report.domainMax[0], report.domainMax[1],
+              report.domainMax[2]);
   std::printf("  title         %s\n", report.title.c_str());
   std::printf("  display name  %s\n", report.displayName.c_str());
   std::printf("  identifier    %s\n", report.identifier.c_str());
@@ -64,12 +66,13 @@ void PrintJson(const std::string& path, const SLUTReport& report) {
 
 void PrintSystem() {
   const Tincta::SProcessorFeatures& features = Tincta::ProcessorFeatures();
-  std::printf("kernel tier   %s%s\n", Tincta::KernelTierName(features),
-              features.wideVectorsSwitchedOff ? " (256-bit kernels switched off by CRANDLE_CPU_ISA)" : "");
+  std::printf(
+      "kernel tier   %s%s\n", Tincta::KernelTierName(features),
+      features.wideVectorsSwitchedOff ? " (256-bit kernels switched off by CRANDLE_CPU_ISA)" : "");
   std::printf("processor     sse4.1 %s, sse4.2 %s, avx %s, avx2 %s, fma %s, os ymm state %s\n",
-              features.sse41 ? "yes" : "no", features.sse42 ? "yes" : "no", features.avx ? "yes" : "no",
-              features.avx2 ? "yes" : "no", features.fma ? "yes" : "no",
-              features.osSavesYmm ? "yes" : "no");
+              features.sse41 ? "yes" : "no", features.sse42 ? "yes" : "no",
+              features.avx ? "yes" : "no", features.avx2 ? "yes" : "no",
+              features.fma ? "yes" : "no", features.osSavesYmm ? "yes" : "no");
 }
 
 int RunInfo(const SInfoOptions& options) {
@@ -102,9 +105,11 @@ void AddInfoCommand(CLI::App& app) {
   CLI::App* command = app.add_subcommand("info", "Parse LUT files and describe them");
   command->add_option("LUT", options->paths, "LUT files of any supported format");
   command->add_flag("--json", options->json, "One JSON object per file, each on its own line");
-  command->add_flag("--from-bytes", options->fromBytes,
-                    "Read each file into memory and parse the bytes (as a host does for embedded LUTs)");
-  command->add_flag("--system", options->system, "Also print the processor features and the kernel tier in use");
+  command->add_flag(
+      "--from-bytes", options->fromBytes,
+      "Read each file into memory and parse the bytes (as a host does for embedded LUTs)");
+  command->add_flag("--system", options->system,
+                    "Also print the processor features and the kernel tier in use");
   command->callback([options] {
     if (options->paths.empty() && !options->system) throw CLI::CallForHelp();
     const int status = RunInfo(*options);

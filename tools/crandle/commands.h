@@ -6,5 +6,6 @@
 namespace crandle_tool {
 
 void AddInfoCommand(CLI::App& app);
+void AddApplyCommand(CLI::App& app);
 
 }  // namespace crandle_tool

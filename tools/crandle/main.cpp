@@ -16,13 +16,16 @@ int main(int argc, char** argv) {
 
   std::vector<std::string> settings;
   std::string settingsFile;
-  app.add_option("--set", settings, "Set a host setting, KEY=VALUE (repeatable)")->type_name("KEY=VALUE");
-  app.add_option("--settings", settingsFile, "Load host settings from a file of 'key = value' lines")
+  app.add_option("--set", settings, "Set a host setting, KEY=VALUE (repeatable)")
+      ->type_name("KEY=VALUE");
+  app.add_option("--settings", settingsFile,
+                 "Load host settings from a file of 'key = value' lines")
       ->check(CLI::ExistingFile);
   app.parse_complete_callback([&] {
     auto& host = host::Settings::Instance();
     std::string error;
-    if (!settingsFile.empty() && !host.LoadFile(settingsFile, &error)) throw CLI::ValidationError("--settings", error);
+    if (!settingsFile.empty() && !host.LoadFile(settingsFile, &error))
+      throw CLI::ValidationError("--settings", error);
     for (const std::string& assignment : settings) {
       const size_t equals = assignment.find('=');
       if (equals == std::string::npos || equals == 0) {
@@ -35,6 +38,7 @@ int main(int argc, char** argv) {
   });
 
   crandle_tool::AddInfoCommand(app);
+  crandle_tool::AddApplyCommand(app);
   CLI11_PARSE(app, argc, argv);
   return 0;
 }

@@ -1,0 +1,190 @@
+// crandle apply: apply a LUT to images (or an image sequence) through the exported interface.
+#include <cstdio>
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+
+#include "commands.h"
+#include "crandle/crandle.h"
+#include "foundation/utf16.h"
+#include "image_file.h"
+#include "lut_report.h"
+#include "progress.h"
+#include "sequence.h"
+#include "strip_apply.h"
+
+namespace crandle_tool {
+namespace {
+
+struct SApplyOptions {
+  std::string lutPath;
+  std::string input;
+  std::string output;
+  unsigned threads = 1;
+  std::string preview;
+  std::string depth;
+  std::string frames;
+  std::string interpolation = "trilinear";
+};
+
+class CApplyError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+OIIO::TypeDesc FileTypeFor(const std::string& depth, const OIIO::TypeDesc& inputType) {
+  if (depth == "8") return OIIO::TypeDesc::UINT8;
+  if (depth == "16") return OIIO::TypeDesc::UINT16;
+  if (depth == "half") return OIIO::TypeDesc::HALF;
+  if (depth == "float") return OIIO::TypeDesc::FLOAT;
+  return inputType;
+}
+
+void WritePreview(const std::string& path, const CPicture& before, const CPicture& after) {
+  // Each half at most 960 pixels wide, same aspect ratio.
+  const uint32_t width = std::min<uint32_t>(before.Width(), 960);
+  const uint32_t height =
+      std::max<uint32_t>(1, uint32_t(uint64_t(before.Height()) * width / before.Width()));
+  const std::vector<uint8_t> left = PreviewRGB8(before, width, height);
+  const std::vector<uint8_t> right = PreviewRGB8(after, width, height);
+  SImage preview;
+  preview.spec = OIIO::ImageSpec(int(2 * width), int(height), 3, OIIO::TypeDesc::UINT8);
+  preview.sampleType = OIIO::TypeDesc::UINT8;
+  preview.samples.resize(size_t(2) * width * height * 3);
+  for (uint32_t y = 0; y < height; ++y) {
+    uint8_t* row = preview.samples.data() + size_t(y) * 2 * width * 3;
+    std::copy_n(left.data() + size_t(y) * width * 3, width * 3, row);
+    std::copy_n(right.data() + size_t(y) * width * 3, width * 3, row + width * 3);
+  }
+  std::string error;
+  if (!WriteImageAtomically(path, preview, OIIO::TypeDesc::UINT8, error)) {
+    throw CApplyError("cannot write the preview " + path + ": " + error);
+  }
+}
+
+struct SFrameSize {
+  int width = 0;
+  int height = 0;
+};
+
+void ApplyToFile(const SApplyOptions& options, const std::shared_ptr<void>& lut,
+                 host::LUTInterpolationMethod method, const std::string& inputPath,
+                 const std::string& outputPath, bool writePreview,
+                 std::optional<SFrameSize>& firstSize) {
+  SImage image;
+  std::string error;
+  if (!ReadImage(inputPath, image, error))
+    throw CApplyError("cannot read " + inputPath + ": " + error);
+  if (firstSize &&
+      (firstSize->width != image.spec.width || firstSize->height != image.spec.height)) {
+    throw CApplyError(inputPath + " is " + std::to_string(image.spec.width) + "x" +
+                      std::to_string(image.spec.height) + " but the sequence began at " +
+                      std::to_string(firstSize->width) + "x" + std::to_string(firstSize->height));
+  }
+  firstSize = SFrameSize{image.spec.width, image.spec.height};
+  SChannelLayout layout;
+  if (!FindChannels(image.spec, layout)) throw CApplyError(inputPath + " has no colour channel");
+
+  CPicture source;
+  CPicture destination;
+  if (!PackImage(image, layout, source) ||
+      !destination.Allocate(source.Width(), source.Height(), source.Format())) {
+    throw CApplyError("not enough memory for " + inputPath);
+  }
+  // The apply path may reorder a float source in place, so the preview's left half is made first.
+  std::optional<CPicture> before;
+  if (writePreview) {
+    before.emplace();
+    if (!PackImage(image, layout, *before)) throw CApplyError("not enough memory for the preview");
+  }
+  const int result = ApplyInStrips(lut, method, source, destination, options.threads);
+  if (result != CRANDLE::kResultOK) {
+    throw CApplyError("applying the LUT to " + inputPath + " failed: " + ResultCodeText(result));
+  }
+  SImage output = UnpackPicture(destination, image, layout);
+  if (!options.depth.empty()) output.spec.erase_attribute("oiio:BitsPerSample");
+  if (!WriteImageAtomically(outputPath, output, FileTypeFor(options.depth, image.spec.format),
+                            error)) {
+    throw CApplyError("cannot write " + outputPath + ": " + error);
+  }
+  if (writePreview) WritePreview(options.preview, *before, destination);
+}
+
+int RunApply(const SApplyOptions& options) {
+  std::shared_ptr<void> lut;
+  const int parsed = CRANDLE::ParseLUT(Tincta::Utf8ToUtf16(options.lutPath), lut);
+  if (parsed != CRANDLE::kResultOK) {
+    std::fprintf(stderr, "crandle apply: %s: %s: %s\n", options.lutPath.c_str(),
+                 ResultCodeText(parsed).c_str(),
+                 ParseFailureReason(options.lutPath, parsed).c_str());
+    return 1;
+  }
+  const auto method = options.interpolation == "tetrahedral"
+                          ? host::LUTInterpolationMethod::Tetrahedral
+                          : host::LUTInterpolationMethod::Trilinear;
+  const bool sequence = IsSequencePattern(options.input);
+  try {
+    std::optional<SFrameSize> firstSize;
+    if (!sequence) {
+      if (!options.frames.empty())
+        throw CApplyError("--frames needs an input with a frame-number field such as %04d");
+      ApplyToFile(options, lut, method, options.input, options.output, !options.preview.empty(),
+                  firstSize);
+      return 0;
+    }
+    if (!IsSequencePattern(options.output)) {
+      throw CApplyError("the input is a sequence, so the output needs a frame-number field too");
+    }
+    const auto range = ParseFrameRange(options.frames);
+    if (!range) throw CApplyError("a sequence needs --frames A-B (for example --frames 1001-1048)");
+    CProgress progress("applying", range->last - range->first + 1);
+    for (long frame = range->first; frame <= range->last; ++frame) {
+      ApplyToFile(options, lut, method, FramePath(options.input, frame),
+                  FramePath(options.output, frame),
+                  frame == range->first && !options.preview.empty(), firstSize);
+      progress.Step();
+    }
+    return 0;
+  } catch (const CApplyError& error) {
+    std::fprintf(stderr, "crandle apply: %s\n", error.what());
+    return 1;
+  }
+}
+
+}  // namespace
+
+void AddApplyCommand(CLI::App& app) {
+  auto options = std::make_shared<SApplyOptions>();
+  CLI::App* command = app.add_subcommand("apply", "Apply a LUT to an image or an image sequence");
+  command->add_option("LUT", options->lutPath, "LUT file of any supported format")->required();
+  command
+      ->add_option("IN", options->input,
+                   "Input image (EXR, DPX, TIFF, PNG, JPEG...), or a pattern such as shot.%04d.exr")
+      ->required();
+  command
+      ->add_option("OUT", options->output,
+                   "Output image, or a pattern; written whole or not at all")
+      ->required();
+  command->add_option("--threads", options->threads, "Horizontal strips applied at once")
+      ->check(CLI::Range(1u, 256u))
+      ->capture_default_str();
+  command->add_option("--preview", options->preview,
+                      "Also write a PNG with the original and the result side by side");
+  command
+      ->add_option("--depth", options->depth,
+                   "Output samples: 8, 16, half or float (default: as the input)")
+      ->check(CLI::IsMember({"8", "16", "half", "float"}));
+  command->add_option("--frames", options->frames, "Frame range A-B of a sequence");
+  command
+      ->add_option(
+          "--interp", options->interpolation,
+          "trilinear or tetrahedral; only GPU frames use it, the CPU path is always trilinear")
+      ->check(CLI::IsMember({"trilinear", "tetrahedral"}))
+      ->capture_default_str();
+  command->callback([options] {
+    if (const int status = RunApply(*options); status != 0) throw CLI::RuntimeError(status);
+  });
+}
+
+}  // namespace crandle_tool

@@ -1,0 +1,237 @@
+#include "image_file.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <filesystem>
+
+namespace crandle_tool {
+namespace {
+
+template <class T>
+constexpr float FullScale() {
+  if constexpr (std::is_same_v<T, uint8_t>) return 255.0f;
+  if constexpr (std::is_same_v<T, uint16_t>) return 65535.0f;
+  return 1.0f;
+}
+
+template <class T>
+void Pack(const SImage& image, const SChannelLayout& layout, CPicture& picture) {
+  const int channels = image.spec.nchannels;
+  const auto* samples = reinterpret_cast<const T*>(image.samples.data());
+  const T opaque = static_cast<T>(FullScale<T>());
+  for (uint32_t y = 0; y < picture.Height(); ++y) {
+    T* out = reinterpret_cast<T*>(picture.Row(y));
+    const T* in = samples + size_t(y) * picture.Width() * channels;
+    for (uint32_t x = 0; x < picture.Width(); ++x, in += channels, out += 4) {
+      out[0] = in[layout.blue];
+      out[1] = in[layout.green];
+      out[2] = in[layout.red];
+      out[3] = layout.alpha >= 0 ? in[layout.alpha] : opaque;
+    }
+  }
+}
+
+template <class T>
+void Unpack(const CPicture& picture, const SImage& source, const SChannelLayout& layout,
+            SImage& out) {
+  const int inChannels = source.spec.nchannels;
+  const int outChannels = out.spec.nchannels;
+  const auto* in = reinterpret_cast<const T*>(source.samples.data());
+  auto* result = reinterpret_cast<T*>(out.samples.data());
+  for (uint32_t y = 0; y < picture.Height(); ++y) {
+    const T* bgra = reinterpret_cast<const T*>(picture.Row(y));
+    for (uint32_t x = 0; x < picture.Width();
+         ++x, bgra += 4, in += inChannels, result += outChannels) {
+      if (layout.grey) {
+        result[0] = bgra[2];
+        result[1] = bgra[1];
+        result[2] = bgra[0];
+        if (layout.alpha >= 0) result[3] = in[layout.alpha];
+      } else {
+        std::copy(in, in + inChannels, result);
+        result[layout.red] = bgra[2];
+        result[layout.green] = bgra[1];
+        result[layout.blue] = bgra[0];
+      }
+    }
+  }
+}
+
+template <class T>
+uint8_t To8Bit(T sample) {
+  const float unit = std::clamp(float(sample) / FullScale<T>(), 0.0f, 1.0f);
+  return std::isnan(unit) ? 0 : static_cast<uint8_t>(std::lround(unit * 255.0f));
+}
+
+template <class T>
+void Preview(const CPicture& picture, uint32_t width, uint32_t height, std::vector<uint8_t>& rgb) {
+  for (uint32_t y = 0; y < height; ++y) {
+    const T* row =
+        reinterpret_cast<const T*>(picture.Row(uint32_t(uint64_t(y) * picture.Height() / height)));
+    for (uint32_t x = 0; x < width; ++x) {
+      const T* pixel = row + 4 * (uint64_t(x) * picture.Width() / width);
+      uint8_t* out = rgb.data() + (size_t(y) * width + x) * 3;
+      out[0] = To8Bit(pixel[2]);
+      out[1] = To8Bit(pixel[1]);
+      out[2] = To8Bit(pixel[0]);
+    }
+  }
+}
+
+}  // namespace
+
+bool ReadImage(const std::string& path, SImage& image, std::string& error) {
+  auto input = OIIO::ImageInput::open(path);
+  if (!input) {
+    error = OIIO::geterror();
+    if (error.empty()) error = "cannot open the image";
+    return false;
+  }
+  image.spec = input->spec();
+  const OIIO::TypeDesc fileType = image.spec.format;
+  if (fileType.basetype == OIIO::TypeDesc::UINT8 || fileType.basetype == OIIO::TypeDesc::INT8) {
+    image.sampleType = OIIO::TypeDesc::UINT8;
+  } else if (fileType.basetype == OIIO::TypeDesc::UINT16 ||
+             fileType.basetype == OIIO::TypeDesc::INT16) {
+    image.sampleType = OIIO::TypeDesc::UINT16;
+  } else {
+    image.sampleType = OIIO::TypeDesc::FLOAT;
+  }
+  const uint64_t bytes = uint64_t(image.spec.width) * image.spec.height * image.spec.nchannels *
+                         image.sampleType.size();
+  if (image.spec.width <= 0 || image.spec.height <= 0 || image.spec.depth > 1 || bytes == 0) {
+    error = "unsupported image shape";
+    return false;
+  }
+  image.samples.resize(bytes);
+  if (!input->read_image(0, 0, 0, image.spec.nchannels, image.sampleType, image.samples.data())) {
+    error = input->geterror();
+    if (error.empty()) error = "cannot read the pixels";
+    return false;
+  }
+  input->close();
+  return true;
+}
+
+bool FindChannels(const OIIO::ImageSpec& spec, SChannelLayout& layout) {
+  layout = SChannelLayout();
+  layout.alpha = spec.alpha_channel;
+  // Writers that do not mark alpha still put it last in grey-alpha and RGBA images.
+  if (layout.alpha < 0 && (spec.nchannels == 2 || spec.nchannels == 4))
+    layout.alpha = spec.nchannels - 1;
+  int colour[3];
+  int found = 0;
+  for (int c = 0; c < spec.nchannels && found < 3; ++c) {
+    if (c != layout.alpha && c != spec.z_channel) colour[found++] = c;
+  }
+  if (found == 0) return false;
+  if (found < 3) {
+    layout.grey = true;
+    layout.red = layout.green = layout.blue = colour[0];
+  } else {
+    layout.red = colour[0];
+    layout.green = colour[1];
+    layout.blue = colour[2];
+  }
+  return true;
+}
+
+host::PixelFormat PictureFormatFor(OIIO::TypeDesc sampleType) {
+  if (sampleType == OIIO::TypeDesc::UINT8) return host::kPixelFormat_BGRA_4444_8u;
+  if (sampleType == OIIO::TypeDesc::UINT16) return host::kPixelFormat_BGRA_4444_16u;
+  return host::kPixelFormat_BGRA_4444_32f;
+}
+
+bool PackImage(const SImage& image, const SChannelLayout& layout, CPicture& picture) {
+  if (!picture.Allocate(uint32_t(image.spec.width), uint32_t(image.spec.height),
+                        PictureFormatFor(image.sampleType))) {
+    return false;
+  }
+  if (image.sampleType == OIIO::TypeDesc::UINT8) {
+    Pack<uint8_t>(image, layout, picture);
+  } else if (image.sampleType == OIIO::TypeDesc::UINT16) {
+    Pack<uint16_t>(image, layout, picture);
+  } else {
+    Pack<float>(image, layout, picture);
+  }
+  return true;
+}
+
+SImage UnpackPicture(const CPicture& picture, const SImage& source, const SChannelLayout& layout) {
+  SImage out;
+  out.spec = source.spec;
+  out.sampleType = source.sampleType;
+  if (layout.grey) {
+    const bool alpha = layout.alpha >= 0;
+    out.spec.nchannels = alpha ? 4 : 3;
+    out.spec.channelnames = alpha ? std::vector<std::string>{"R", "G", "B", "A"}
+                                  : std::vector<std::string>{"R", "G", "B"};
+    out.spec.alpha_channel = alpha ? 3 : -1;
+    out.spec.z_channel = -1;
+  }
+  out.samples.resize(size_t(picture.Width()) * picture.Height() * out.spec.nchannels *
+                     out.sampleType.size());
+  if (source.sampleType == OIIO::TypeDesc::UINT8) {
+    Unpack<uint8_t>(picture, source, layout, out);
+  } else if (source.sampleType == OIIO::TypeDesc::UINT16) {
+    Unpack<uint16_t>(picture, source, layout, out);
+  } else {
+    Unpack<float>(picture, source, layout, out);
+  }
+  return out;
+}
+
+bool WriteImageAtomically(const std::string& path, const SImage& image, OIIO::TypeDesc fileType,
+                          std::string& error) {
+  const std::filesystem::path target(path);
+  // The temporary keeps the extension, which is how the writer's format is chosen.
+  std::string partialName(".");
+  partialName += target.filename().string();
+  partialName += ".partial-";
+  partialName += std::to_string(::getpid());
+  partialName += target.extension().string();
+  const std::filesystem::path partial = target.parent_path() / partialName;
+  auto output = OIIO::ImageOutput::create(path);
+  if (!output) {
+    error = OIIO::geterror();
+    if (error.empty()) error = "no image writer for this file name";
+    return false;
+  }
+  OIIO::ImageSpec spec = image.spec;
+  spec.set_format(fileType);
+  bool ok = output->open(partial.string(), spec) &&
+            output->write_image(image.sampleType, image.samples.data());
+  if (ok) ok = output->close();
+  if (!ok) {
+    error = output->geterror();
+    if (error.empty()) error = "cannot write the image";
+    std::error_code ignored;
+    std::filesystem::remove(partial, ignored);
+    return false;
+  }
+  std::error_code renameError;
+  std::filesystem::rename(partial, target, renameError);
+  if (renameError) {
+    error = "cannot move the written image into place: " + renameError.message();
+    std::filesystem::remove(partial, renameError);
+    return false;
+  }
+  return true;
+}
+
+std::vector<uint8_t> PreviewRGB8(const CPicture& picture, uint32_t width, uint32_t height) {
+  std::vector<uint8_t> rgb(size_t(width) * height * 3);
+  if (picture.Format() == host::kPixelFormat_BGRA_4444_8u) {
+    Preview<uint8_t>(picture, width, height, rgb);
+  } else if (picture.Format() == host::kPixelFormat_BGRA_4444_16u) {
+    Preview<uint16_t>(picture, width, height, rgb);
+  } else {
+    Preview<float>(picture, width, height, rgb);
+  }
+  return rgb;
+}
+
+}  // namespace crandle_tool

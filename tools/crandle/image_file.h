@@ -1,0 +1,58 @@
+// Image files through OpenImageIO: read whole, pack into BGRA pictures and back, write without
+// ever leaving a partial file under the final name.
+#pragma once
+
+#include <OpenImageIO/imageio.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "picture.h"
+
+namespace crandle_tool {
+
+/// An image as read: its spec (size, channels, metadata) and its samples, interleaved, in one of
+/// three sample types (8-bit, 16-bit, or float for half, float and anything wider).
+struct SImage {
+  OIIO::ImageSpec spec;
+  OIIO::TypeDesc sampleType;
+  std::vector<uint8_t> samples;
+};
+
+/// Where the colour and alpha channels of an image sit. A grey image has one colour channel.
+struct SChannelLayout {
+  int red = -1;
+  int green = -1;
+  int blue = -1;
+  int alpha = -1;
+  bool grey = false;
+};
+
+/// Reads the first subimage of `path`; false with `error` set when it cannot.
+bool ReadImage(const std::string& path, SImage& image, std::string& error);
+
+/// The colour and alpha channels of `spec`; false when it has no colour channel.
+bool FindChannels(const OIIO::ImageSpec& spec, SChannelLayout& layout);
+
+/// The host BGRA format that carries samples of `sampleType` without loss.
+host::PixelFormat PictureFormatFor(OIIO::TypeDesc sampleType);
+
+/// Fills `picture` (allocated here in `PictureFormatFor(image.sampleType)`) from the image's
+/// colour and alpha channels; alpha is full scale when the image has none.
+bool PackImage(const SImage& image, const SChannelLayout& layout, CPicture& picture);
+
+/// The image that holds `picture`'s colours: same channels and metadata as `source` (a grey
+/// image becomes RGB, keeping its alpha); channels other than colour and alpha are kept.
+SImage UnpackPicture(const CPicture& picture, const SImage& source, const SChannelLayout& layout);
+
+/// Writes `image` to `path`, with samples stored as `fileType` where the format allows. The file
+/// is written under a temporary name in the same directory and renamed only when complete.
+bool WriteImageAtomically(const std::string& path, const SImage& image, OIIO::TypeDesc fileType,
+                          std::string& error);
+
+/// 8-bit RGB of a picture, clamped to [0, 1] of its format, nearest-neighbour scaled to
+/// `width` x `height`.
+std::vector<uint8_t> PreviewRGB8(const CPicture& picture, uint32_t width, uint32_t height);
+
+}  // namespace crandle_tool
