@@ -7,5 +7,6 @@ namespace crandle_tool {
 
 void AddInfoCommand(CLI::App& app);
 void AddApplyCommand(CLI::App& app);
+void AddEvalCommand(CLI::App& app);
 
 }  // namespace crandle_tool

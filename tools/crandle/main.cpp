@@ -39,6 +39,7 @@ int main(int argc, char** argv) {
 
   crandle_tool::AddInfoCommand(app);
   crandle_tool::AddApplyCommand(app);
+  crandle_tool::AddEvalCommand(app);
   CLI11_PARSE(app, argc, argv);
   return 0;
 }

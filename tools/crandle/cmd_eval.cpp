@@ -1,0 +1,102 @@
+// crandle eval: what does a LUT do to a colour? Lines of "R G B" in, the LUT's output out,
+// computed through the exported interface on a one-row float frame.
+#include <cstdio>
+#include <cstring>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "commands.h"
+#include "crandle/crandle.h"
+#include "foundation/utf16.h"
+#include "lut_report.h"
+#include "picture.h"
+
+namespace crandle_tool {
+namespace {
+
+struct SEvalOptions {
+  std::string lutPath;
+};
+
+// Three numbers separated by blanks, tabs or commas, nothing else; blank lines and '#' comments
+// are skipped (false with `skip` set).
+bool ParseColour(const std::string& line, float rgb[3], bool& skip) {
+  size_t start = line.find_first_not_of(" \t\r");
+  skip = start == std::string::npos || line[start] == '#';
+  if (skip) return false;
+  std::string text = line;
+  for (char& c : text)
+    if (c == ',') c = ' ';
+  char rest[2];
+  return std::sscanf(text.c_str(), "%f %f %f %1s", &rgb[0], &rgb[1], &rgb[2], rest) == 3;
+}
+
+int RunEval(const SEvalOptions& options) {
+  std::shared_ptr<void> lut;
+  const int parsed = CRANDLE::ParseLUT(Tincta::Utf8ToUtf16(options.lutPath), lut);
+  if (parsed != CRANDLE::kResultOK) {
+    std::fprintf(stderr, "crandle eval: %s: %s: %s\n", options.lutPath.c_str(),
+                 ResultCodeText(parsed).c_str(),
+                 ParseFailureReason(options.lutPath, parsed).c_str());
+    return 1;
+  }
+  std::vector<float> colours;
+  std::string line;
+  for (long number = 1; std::getline(std::cin, line); ++number) {
+    float rgb[3];
+    bool skip = false;
+    if (ParseColour(line, rgb, skip)) {
+      colours.insert(colours.end(), rgb, rgb + 3);
+    } else if (!skip) {
+      std::fprintf(stderr, "crandle eval: line %ld: expected three numbers (R G B), got '%s'\n",
+                   number, line.c_str());
+      return 1;
+    }
+  }
+  const auto count = uint32_t(colours.size() / 3);
+  if (count == 0) return 0;
+
+  CPicture source;
+  CPicture destination;
+  if (!source.Allocate(count, 1, host::kPixelFormat_BGRA_4444_32f) ||
+      !destination.Allocate(count, 1, host::kPixelFormat_BGRA_4444_32f)) {
+    std::fprintf(stderr, "crandle eval: not enough memory for %u colours\n", count);
+    return 1;
+  }
+  auto* pixels = reinterpret_cast<float*>(source.Data());
+  for (uint32_t i = 0; i < count; ++i) {
+    pixels[4 * i + 0] = colours[3 * i + 2];
+    pixels[4 * i + 1] = colours[3 * i + 1];
+    pixels[4 * i + 2] = colours[3 * i + 0];
+    pixels[4 * i + 3] = 1.0f;
+  }
+  auto sourceFrame = source.View(0, 1);
+  auto destinationFrame = destination.View(0, 1);
+  const int result = CRANDLE::ApplyLUT(sourceFrame, lut, host::LUTInterpolationMethod::Trilinear,
+                                       destinationFrame);
+  if (result != CRANDLE::kResultOK) {
+    std::fprintf(stderr, "crandle eval: applying the LUT failed: %s\n",
+                 ResultCodeText(result).c_str());
+    return 1;
+  }
+  const auto* out = reinterpret_cast<const float*>(destination.Data());
+  for (uint32_t i = 0; i < count; ++i)
+    std::printf("%.6f %.6f %.6f\n", out[4 * i + 2], out[4 * i + 1], out[4 * i]);
+  return 0;
+}
+
+}  // namespace
+
+void AddEvalCommand(CLI::App& app) {
+  auto options = std::make_shared<SEvalOptions>();
+  CLI::App* command = app.add_subcommand(
+      "eval", "Read lines of 'R G B' from standard input and print what the LUT makes of each");
+  command->add_option("LUT", options->lutPath, "LUT file of any supported format")->required();
+  command->callback([options] {
+    if (const int status = RunEval(*options); status != 0) throw CLI::RuntimeError(status);
+  });
+}
+
+}  // namespace crandle_tool
