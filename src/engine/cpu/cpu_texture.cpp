@@ -1,0 +1,126 @@
+#include "engine/cpu/cpu_texture.h"
+
+#include <bit>
+#include <cstring>
+#include <limits>
+#include <new>
+
+#include "engine/cpu/cpu_kernels.h"
+
+namespace Tincta {
+namespace {
+
+constexpr size_t kCopyAlignment = 32;
+
+// The linear samplers read texel i + 1 beside texel i, so each sampled axis needs two texels.
+constexpr uint32_t kMinLinearExtent = 2;
+
+bool IsKnownTarget(uint32_t target) {
+  return target == kTexture1D || target == kTexture2D || target == kTexture3D ||
+         target == kTextureRectangle;
+}
+
+void SetAxis(SCPUTextureUnit& unit, int axis, uint32_t extent) {
+  const double size = extent;
+  unit.size[axis].Broadcast(static_cast<float>(size));
+  unit.nearestClamp[axis].Broadcast(static_cast<float>(size - 0.501));
+  unit.linearClamp[axis].Broadcast(static_cast<float>(size - 1.01));
+}
+
+}  // namespace
+
+COvCPUTexture::~COvCPUTexture() {
+  if (data_) ::operator delete[](data_, std::align_val_t(kCopyAlignment));
+}
+
+bool COvCPUTexture::bCopyRows(const void* source, size_t rowBytes, uint32_t height, size_t pitch) {
+  if (pitch < rowBytes || pitch % 4 != 0) return false;
+  if (height != 0 && pitch > std::numeric_limits<size_t>::max() / height) return false;
+  const size_t bytes = pitch * height;
+  auto* block = static_cast<float*>(
+      ::operator new[](bytes == 0 ? 1 : bytes, std::align_val_t(kCopyAlignment), std::nothrow));
+  if (!block) return false;
+  const SCPUKernelTable& kernels = ActiveCPUKernels();
+  const auto* from = static_cast<const char*>(source);
+  auto* to = reinterpret_cast<char*>(block);
+  for (uint32_t row = 0; row < height; ++row) {
+    kernels.copyBlock(to + row * pitch, from + row * rowBytes, rowBytes);
+    kernels.fill32(to + row * pitch + rowBytes, 0, (pitch - rowBytes) / 4);
+  }
+  if (data_) ::operator delete[](data_, std::align_val_t(kCopyAlignment));
+  data_ = block;
+  bytes_ = bytes;
+  return true;
+}
+
+bool COvCPUTextureUnits::bUpload(uint32_t unit, uint32_t width, uint32_t height, uint32_t depth,
+                                 uint32_t target, uint32_t channels, const void* data, bool flip) {
+  if (unit >= kCPUTextureUnitCount || !IsKnownTarget(target)) return false;
+  if (unit == 0 && target != kTextureRectangle) return false;
+  if (channels != 1 && channels != 4) return false;
+  if (data == nullptr || width == 0) return false;
+
+  // Extents that the kind does not have are taken as 1.
+  if (target == kTexture1D) height = depth = 1;
+  if (target == kTexture2D || target == kTextureRectangle) depth = 1;
+  if (height == 0 || depth == 0) return false;
+  if (target == kTexture1D && (width < kMinLinearExtent || width > kMaxCPU3DTexels)) return false;
+  if (target == kTexture3D) {
+    if (width < kMinLinearExtent || height < kMinLinearExtent || depth < kMinLinearExtent) {
+      return false;
+    }
+    if (uint64_t(width) * height * depth > kMaxCPU3DTexels) return false;
+  }
+  const uint64_t rowBytes = uint64_t(width) * channels * 4;
+  if (rowBytes > uint64_t(std::numeric_limits<int32_t>::max())) return false;
+
+  SCPUTextureUnit record;
+  record.width = width;
+  record.height = height;
+  record.depth = depth;
+  record.channels = channels;
+  record.target.Broadcast(target);
+  SetAxis(record, 0, width);
+  SetAxis(record, 1, height);
+  SetAxis(record, 2, depth);
+  int32_t stride = static_cast<int32_t>(rowBytes);
+  const auto* first = static_cast<const float*>(data);
+
+  std::unique_ptr<COvCPUTexture> copy;
+  if (target == kTexture2D) {
+    const uint64_t pitch = std::bit_ceil(rowBytes);
+    if (pitch > uint64_t(std::numeric_limits<int32_t>::max())) return false;
+    copy = std::make_unique<COvCPUTexture>();
+    if (!copy->bCopyRows(data, rowBytes, height, pitch)) return false;
+    first = copy->Data();
+    stride = static_cast<int32_t>(pitch);
+    record.rowShift = static_cast<uint32_t>(std::countr_zero(pitch));
+  } else if (target == kTextureRectangle && flip) {
+    first = reinterpret_cast<const float*>(reinterpret_cast<const char*>(data) +
+                                           ptrdiff_t(height - 1) * stride);
+    stride = -stride;
+    record.flipped = true;
+  } else if (target == kTexture3D) {
+    record.planeArea.Broadcast(static_cast<float>(uint64_t(width) * height));
+    record.rowBytes.Broadcast(static_cast<uint32_t>(rowBytes));
+    record.sliceBytes.Broadcast(static_cast<uint32_t>(rowBytes * height));
+    record.texelRowBytes.Broadcast(width * 16);
+    record.texelSliceBytes.Broadcast(width * 16 * height);
+  }
+  record.rowStride.Broadcast(stride);
+  record.data = first;
+  record.dataSecond = first;
+
+  units_[unit] = record;
+  copies_[unit] = std::move(copy);
+  return true;
+}
+
+void COvCPUTextureUnits::Reset() {
+  for (uint32_t unit = 0; unit < kCPUTextureUnitCount; ++unit) {
+    units_[unit] = SCPUTextureUnit{};
+    copies_[unit].reset();
+  }
+}
+
+}  // namespace Tincta
