@@ -97,6 +97,11 @@ bool Settings::LoadFile(const std::string& path, std::string* error) {
     }
     SetString(Trim(text.substr(0, equals)), Trim(text.substr(equals + 1)));
   }
+  // A directory opens as a stream and fails only at the first read.
+  if (in.bad()) {
+    if (error) *error = "cannot read settings file " + path;
+    return false;
+  }
   return ok;
 }
 
