@@ -1,6 +1,6 @@
 #include "host/initializer.h"
 
-#include <algorithm>
+#include <deque>
 #include <mutex>
 
 namespace host {
@@ -13,11 +13,13 @@ struct SInitializer {
   InitializerRegistrar::InitializeFunction initialize = nullptr;
   InitializerRegistrar::TerminateFunction terminate = nullptr;
   bool ran = false;
+  bool failed = false;
 };
 
+// Recursive, and a deque: an initialise function may itself register another initialiser.
 struct SRegistry {
-  std::mutex mutex;
-  std::vector<SInitializer> entries;
+  std::recursive_mutex mutex;
+  std::deque<SInitializer> entries;
   std::vector<size_t> runOrder;
 };
 
@@ -27,10 +29,12 @@ SRegistry& Registry() {
   return registry;
 }
 
-SInitializer* Find(SRegistry& registry, const std::string& name) {
-  for (auto& entry : registry.entries)
-    if (entry.name == name) return &entry;
-  return nullptr;
+constexpr size_t kNotFound = ~size_t(0);
+
+size_t Find(const SRegistry& registry, const std::string& name) {
+  for (size_t i = 0; i < registry.entries.size(); ++i)
+    if (registry.entries[i].name == name) return i;
+  return kNotFound;
 }
 
 enum class EVisit { Unvisited, InProgress, Done, Failed };
@@ -44,23 +48,24 @@ bool Visit(SRegistry& registry, size_t index, std::vector<EVisit>& state, uint32
     return false;
   }
   state[index] = EVisit::InProgress;
-  SInitializer& entry = registry.entries[index];
+  const SInitializer& entry = registry.entries[index];
   for (const auto& dependency : entry.dependencies) {
-    SInitializer* found = Find(registry, dependency);
-    if (!found) {
+    const size_t dependencyIndex = Find(registry, dependency);
+    if (dependencyIndex == kNotFound || dependencyIndex >= state.size()) {
       state[index] = EVisit::Failed;
       return false;
     }
-    const auto dependencyIndex = static_cast<size_t>(found - registry.entries.data());
     if (!Visit(registry, dependencyIndex, state, contextFlags)) {
       state[index] = EVisit::Failed;
       return false;
     }
   }
-  bool ok = true;
+  // An initialiser that failed stays failed, and so does everything that depends on it.
+  bool ok = !entry.failed;
   if (!entry.ran && (entry.contextFlags & contextFlags) != 0) {
     ok = entry.initialize ? entry.initialize() : true;
-    entry.ran = true;
+    registry.entries[index].ran = true;
+    registry.entries[index].failed = !ok;
     registry.runOrder.push_back(index);
   }
   state[index] = ok ? EVisit::Done : EVisit::Failed;
@@ -71,13 +76,15 @@ bool Visit(SRegistry& registry, size_t index, std::vector<EVisit>& state, uint32
 
 InitializerRegistrar::InitializerRegistrar(const char* name, uint32_t contextFlags,
                                            std::initializer_list<const char*> dependencies,
-                                           InitializeFunction initialize, TerminateFunction terminate) {
+                                           InitializeFunction initialize,
+                                           TerminateFunction terminate) {
   SRegistry& registry = Registry();
   std::lock_guard lock(registry.mutex);
   SInitializer entry;
   entry.name = name;
   entry.contextFlags = contextFlags;
-  for (const char* dependency : dependencies) entry.dependencies.emplace_back(dependency);
+  for (const char* dependency : dependencies)
+    entry.dependencies.emplace_back(dependency);
   entry.initialize = initialize;
   entry.terminate = terminate;
   registry.entries.push_back(std::move(entry));
@@ -102,6 +109,7 @@ void InitializerRegistrar::RunTerminators() {
     SInitializer& entry = registry.entries[*it];
     if (entry.terminate) entry.terminate();
     entry.ran = false;
+    entry.failed = false;
   }
   registry.runOrder.clear();
 }
@@ -110,7 +118,8 @@ std::vector<std::string> InitializerRegistrar::RegisteredNames() {
   SRegistry& registry = Registry();
   std::lock_guard lock(registry.mutex);
   std::vector<std::string> names;
-  for (const auto& entry : registry.entries) names.push_back(entry.name);
+  for (const auto& entry : registry.entries)
+    names.push_back(entry.name);
   return names;
 }
 
@@ -118,7 +127,8 @@ std::vector<std::string> InitializerRegistrar::InitializedNames() {
   SRegistry& registry = Registry();
   std::lock_guard lock(registry.mutex);
   std::vector<std::string> names;
-  for (size_t index : registry.runOrder) names.push_back(registry.entries[index].name);
+  for (size_t index : registry.runOrder)
+    names.push_back(registry.entries[index].name);
   return names;
 }
 

@@ -88,6 +88,24 @@ TEST(InitializerRegistrar, FailureStopsDependants) {
   Register<'g'>("failing.", kFlag, {"failing.f"});
   EXPECT_FALSE(InitializerRegistrar::RunInitializers(kFlag));
   EXPECT_EQ(Log(), std::vector<std::string>{"init f"});
+  // A later run neither retries the failed one nor lets its dependant through.
+  EXPECT_FALSE(InitializerRegistrar::RunInitializers(kFlag));
+  EXPECT_EQ(Log(), std::vector<std::string>{"init f"});
+}
+
+bool RegistersAnother() {
+  Log().push_back("init outer");
+  Register<'n'>("nested.", 1u << 24, {});
+  return true;
+}
+
+TEST(InitializerRegistrar, AnInitialiserMayRegisterAnother) {
+  constexpr uint32_t kFlag = 1u << 24;
+  Log().clear();
+  static const InitializerRegistrar outer("nested.outer", kFlag, {}, RegistersAnother, nullptr);
+  EXPECT_TRUE(InitializerRegistrar::RunInitializers(kFlag));
+  EXPECT_TRUE(InitializerRegistrar::RunInitializers(kFlag));
+  EXPECT_EQ(Log(), (std::vector<std::string>{"init outer", "init n"}));
 }
 
 TEST(InitializerRegistrar, ContextFlagsChooseWhatRuns) {
