@@ -159,22 +159,23 @@ inline void Curves(const SCPUTextureUnit& unit, __m256 s, __m256 t, __m256 r, __
   __m256 fractions[4];
   ToPairs(fRed, fGreen, fBlue, fractions);
 
+  // A texel and its upper neighbour are one 32-byte load: [T[i] | T[i + 1]].
   const char* base = reinterpret_cast<const char*>(unit.data);
+  auto neighbours = [base](int32_t offset) {
+    return _mm256_loadu_ps(reinterpret_cast<const float*>(base + offset));
+  };
   for (int p = 0; p < 4; ++p) {
-    const char* redLow = base + offRed[p];
-    const char* redHigh = base + offRed[p + 4];
-    const char* greenLow = base + offGreen[p];
-    const char* greenHigh = base + offGreen[p + 4];
-    const char* blueLow = base + offBlue[p];
-    const char* blueHigh = base + offBlue[p + 4];
-    const __m256 low = _mm256_blend_ps(
-        _mm256_blend_ps(LoadPair(redLow, redHigh), LoadPair(greenLow, greenHigh), 0b00100010),
-        LoadPair(blueLow, blueHigh), 0b01000100);
-    const __m256 high =
-        _mm256_blend_ps(_mm256_blend_ps(LoadPair(redLow + 16, redHigh + 16),
-                                        LoadPair(greenLow + 16, greenHigh + 16), 0b00100010),
-                        LoadPair(blueLow + 16, blueHigh + 16), 0b01000100);
-    out[p] = Lerp(low, high, fractions[p]);
+    __m128 half[2];
+    for (int h = 0; h < 2; ++h) {
+      const int q = p + 4 * h;
+      const __m256 both = _mm256_blend_ps(
+          _mm256_blend_ps(neighbours(offRed[q]), neighbours(offGreen[q]), 0b00100010),
+          neighbours(offBlue[q]), 0b01000100);
+      const __m128 f =
+          h == 0 ? _mm256_castps256_ps128(fractions[p]) : _mm256_extractf128_ps(fractions[p], 1);
+      half[h] = Lerp(_mm256_castps256_ps128(both), _mm256_extractf128_ps(both, 1), f);
+    }
+    out[p] = _mm256_set_m128(half[1], half[0]);
   }
 }
 
