@@ -10,24 +10,39 @@
 #include <string>
 #include <vector>
 
-#include "api/fake_frame.h"
 #include "crandle/crandle.h"
 #include "foundation/utf16.h"
+#include "host/frame_interfaces.h"
 #include "host/initializer.h"
 #include "support/lut_samples.h"
 #include "support/temp_dir.h"
 
 namespace {
 
-using crandle_test::FakeFrame;
 using crandle_test::TempDir;
 using FrameRef = host::InterfaceRef<host::IVideoFrame>;
 
+// A small float frame in host memory, or one that claims to live on a GPU.
+FrameRef MakeFrame(uint32_t width, uint32_t height, bool onGPU = false) {
+  FrameRef frame;
+  EXPECT_EQ(host::CreateVideoFrame(frame, host::kPixelFormat_BGRA_4444_32f, width, height, 1.0f,
+                                   host::ColorSpace::Unknown, true, false),
+            0);
+  if (!onGPU) return frame;
+  host::FrameInterfaceChoice choice;
+  choice.gpuVideoFrame = true;
+  return FrameRef::FromObject(host::CreateFrameWithInterfaces(frame, choice));
+}
+
 constexpr auto kTrilinear = host::LUTInterpolationMethod::Trilinear;
 
-std::u16string U16(const std::string& utf8) { return Tincta::Utf8ToUtf16(utf8); }
+std::u16string U16(const std::string& utf8) {
+  return Tincta::Utf8ToUtf16(utf8);
+}
 
-std::shared_ptr<void> Sentinel() { return std::make_shared<int>(7); }
+std::shared_ptr<void> Sentinel() {
+  return std::make_shared<int>(7);
+}
 
 std::shared_ptr<void> ParseBytes(const std::string& bytes) {
   std::shared_ptr<void> lut;
@@ -105,10 +120,11 @@ TEST(ParseLUT, BytesResults) {
 
 TEST(ApplyLUT, VectorOverloadsAreAlwaysUnsupported) {
   FrameRef empty;
-  FrameRef frame = FakeFrame::Make(4, 4);
+  FrameRef frame = MakeFrame(4, 4);
   const std::vector<std::u16string> paths{u"/no/such.cube"};
   const std::vector<std::shared_ptr<void>> handles{nullptr};
-  EXPECT_EQ(CRANDLE::ApplyLUT(empty, std::vector<std::u16string>{}, kTrilinear, empty), CRANDLE::kResultUnsupported);
+  EXPECT_EQ(CRANDLE::ApplyLUT(empty, std::vector<std::u16string>{}, kTrilinear, empty),
+            CRANDLE::kResultUnsupported);
   EXPECT_EQ(CRANDLE::ApplyLUT(frame, paths, kTrilinear, frame), CRANDLE::kResultUnsupported);
   EXPECT_EQ(CRANDLE::ApplyLUT(empty, std::vector<std::shared_ptr<void>>{}, kTrilinear, empty),
             CRANDLE::kResultUnsupported);
@@ -120,9 +136,9 @@ TEST(ApplyLUT, PathOverloadChecksInOrder) {
   const std::string good = dir.Write("good.cube", crandle_test::CubeText3D(2));
   const std::string missing = (dir.Path() / "missing.cube").string();
   FrameRef empty;
-  FrameRef small = FakeFrame::Make(4, 4);
-  FrameRef large = FakeFrame::Make(8, 4);
-  FrameRef gpu = FakeFrame::Make(4, 4, true);
+  FrameRef small = MakeFrame(4, 4);
+  FrameRef large = MakeFrame(8, 4);
+  FrameRef gpu = MakeFrame(4, 4, true);
   struct Case {
     const char* what;
     FrameRef source;
@@ -139,16 +155,17 @@ TEST(ApplyLUT, PathOverloadChecksInOrder) {
       {"host source, GPU destination", small, good, gpu, CRANDLE::kResultUnsupported},
   };
   for (auto& c : cases) {
-    EXPECT_EQ(CRANDLE::ApplyLUT(c.source, U16(c.path), kTrilinear, c.destination), c.expected) << c.what;
+    EXPECT_EQ(CRANDLE::ApplyLUT(c.source, U16(c.path), kTrilinear, c.destination), c.expected)
+        << c.what;
   }
 }
 
 TEST(ApplyLUT, HandleOverloadChecksInOrder) {
   const std::shared_ptr<void> lut = ParseBytes(crandle_test::CubeText3D(2));
   FrameRef empty;
-  FrameRef small = FakeFrame::Make(4, 4);
-  FrameRef large = FakeFrame::Make(4, 8);
-  FrameRef gpu = FakeFrame::Make(4, 4, true);
+  FrameRef small = MakeFrame(4, 4);
+  FrameRef large = MakeFrame(4, 8);
+  FrameRef gpu = MakeFrame(4, 4, true);
   struct Case {
     const char* what;
     FrameRef source;
@@ -157,7 +174,8 @@ TEST(ApplyLUT, HandleOverloadChecksInOrder) {
     int expected;
   } cases[] = {
       {"empty source", empty, nullptr, large, CRANDLE::kResultEmptyArgument},
-      {"different bounds win over a null handle", small, nullptr, large, CRANDLE::kResultUnsupported},
+      {"different bounds win over a null handle", small, nullptr, large,
+       CRANDLE::kResultUnsupported},
       {"null handle", small, nullptr, small, CRANDLE::kResultEmptyArgument},
       {"one frame on the GPU", small, lut, gpu, CRANDLE::kResultUnsupported},
   };
@@ -197,11 +215,13 @@ std::string ExpectedIdentifier(const std::vector<float>& rgbaTable, const float 
   fed.append(reinterpret_cast<const char*>(digest), 16);
   fed += title;
   fed += fileTitle;
-  for (const float* v : {domainMax, domainMin}) fed.append(reinterpret_cast<const char*>(v), 12);
+  for (const float* v : {domainMax, domainMin})
+    fed.append(reinterpret_cast<const char*>(v), 12);
   uint64_t halves[2];
   lmmh_x64_128(fed.data(), static_cast<unsigned>(fed.size()), 0, halves);
   char text[33];
-  for (int i = 0; i < 16; ++i) std::snprintf(text + 2 * i, 3, "%02X", unsigned(halves[i / 8] >> (8 * (i % 8)) & 0xFF));
+  for (int i = 0; i < 16; ++i)
+    std::snprintf(text + 2 * i, 3, "%02X", unsigned(halves[i / 8] >> (8 * (i % 8)) & 0xFF));
   return text;
 }
 
@@ -209,7 +229,8 @@ std::vector<float> IdentityTable2() {
   std::vector<float> table;
   for (int b = 0; b < 2; ++b)
     for (int g = 0; g < 2; ++g)
-      for (int r = 0; r < 2; ++r) table.insert(table.end(), {float(r), float(g), float(b), 1.0f});
+      for (int r = 0; r < 2; ++r)
+        table.insert(table.end(), {float(r), float(g), float(b), 1.0f});
   return table;
 }
 
@@ -221,8 +242,10 @@ TEST(GetLUTIdentifier, MatchesItsDefinition) {
   EXPECT_EQ(CRANDLE::GetLUTIdentifier(ParseBytes(text)).ToString(),
             ExpectedIdentifier(IdentityTable2(), min, max, "Neutral", ""));
   // Read from a file, the title is the file's title and the file title is hashed as well.
-  EXPECT_EQ(CRANDLE::GetLUTIdentifier(ParsePath(dir.Write("grade.cube", crandle_test::CubeText3D(2)))).ToString(),
-            ExpectedIdentifier(IdentityTable2(), min, max, "grade", "grade"));
+  EXPECT_EQ(
+      CRANDLE::GetLUTIdentifier(ParsePath(dir.Write("grade.cube", crandle_test::CubeText3D(2))))
+          .ToString(),
+      ExpectedIdentifier(IdentityTable2(), min, max, "grade", "grade"));
   EXPECT_TRUE(CRANDLE::GetLUTIdentifier(nullptr).IsZero());
 }
 
@@ -238,13 +261,17 @@ TEST(GetLUTIdentifier, StableWhereItShouldAndSensitiveElsewhere) {
   const auto lut = ParseBytes(base);
   EXPECT_EQ(id(lut), id(lut)) << "asked twice";
 
-  EXPECT_NE(id(ParseBytes(crandle_test::CubeText3D(3, Warm))), reference) << "a changed table value";
-  EXPECT_NE(id(ParseBytes(crandle_test::CubeText3D(3, crandle_test::Identity, "T"))), reference) << "a title";
-  EXPECT_NE(id(ParseBytes(crandle_test::CubeText3D(3, crandle_test::Identity, "", lowDomain))), reference)
+  EXPECT_NE(id(ParseBytes(crandle_test::CubeText3D(3, Warm))), reference)
+      << "a changed table value";
+  EXPECT_NE(id(ParseBytes(crandle_test::CubeText3D(3, crandle_test::Identity, "T"))), reference)
+      << "a title";
+  EXPECT_NE(id(ParseBytes(crandle_test::CubeText3D(3, crandle_test::Identity, "", lowDomain))),
+            reference)
       << "a domain";
 
   const host::Guid fromFile = id(ParsePath(dir.Write("a.cube", base)));
-  EXPECT_EQ(id(ParsePath(dir.Write("elsewhere/a.cube", base))), fromFile) << "moved to another directory";
+  EXPECT_EQ(id(ParsePath(dir.Write("elsewhere/a.cube", base))), fromFile)
+      << "moved to another directory";
   EXPECT_NE(id(ParsePath(dir.Write("b.cube", base))), fromFile) << "another file name";
 }
 
@@ -257,7 +284,8 @@ TEST(GetLUTIdentifier, SameInAnotherProcess) {
   ASSERT_NE(pipe, nullptr);
   std::string output;
   char buffer[512];
-  while (std::fgets(buffer, sizeof(buffer), pipe)) output += buffer;
+  while (std::fgets(buffer, sizeof(buffer), pipe))
+    output += buffer;
   ASSERT_EQ(::pclose(pipe), 0) << output;
   EXPECT_NE(output.find("\"identifier\":\"" + expected + "\""), std::string::npos) << output;
 }
@@ -294,7 +322,8 @@ TEST(GetLUTBlob, WritesTheFloatImageByteForByte) {
       for (int r = 0; r < 2; ++r, offset += 12) {
         double expected[3];
         Warm(r, g, b, expected);
-        for (int c = 0; c < 3; ++c) EXPECT_EQ(F32At(blob, offset + 4 * c), float(expected[c])) << offset;
+        for (int c = 0; c < 3; ++c)
+          EXPECT_EQ(F32At(blob, offset + 4 * c), float(expected[c])) << offset;
       }
 }
 
