@@ -56,7 +56,10 @@ bool COv3DLUT::LoadFromFile(const std::string& path, bool upsampleToPowerOfTwo,
 
   int64_t modificationTime = 0;
   if (!file.ModificationTime(modificationTime)) return false;
-  if (COvLUTCache::Instance().AttachIfCurrent(openedPath, modificationTime, *this)) return true;
+  if (COvLUTCache::Instance().AttachIfCurrent(openedPath, modificationTime, *this)) {
+    timestamp_ = modificationTime;
+    return true;
+  }
 
   SFileContents contents;
   if (ReadWholeFile(file, kMaxLUTFileBytes, contents) != EFileReadResult::Ok) return false;
