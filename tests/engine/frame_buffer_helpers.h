@@ -40,15 +40,9 @@ inline std::unique_ptr<Tincta::COvComplexFrameBuffer> NewBuffer(
   return buffer;
 }
 
-/// Bytes of a line that hold pixels: whole pixels, or whole words for packed "10 bits".
-inline size_t PixelBytes(const Tincta::FrameBufferFormat& format, uint32_t width) {
-  const uint32_t pixel = Tincta::BytesPerPixel(format);
-  return pixel ? size_t{pixel} * width : size_t(Tincta::PackedLineBytes(format, width));
-}
-
 /// The bytes that hold the pixels of every line, top line first.
 inline std::vector<uint8_t> PictureBytes(const Tincta::COvComplexFrameBuffer& buffer) {
-  const size_t lineBytes = PixelBytes(buffer.Format(), buffer.Width());
+  const auto lineBytes = size_t(Tincta::PixelLineBytes(buffer.Format(), buffer.Width()));
   std::vector<uint8_t> bytes;
   for (uint32_t y = 0; y < buffer.Height(); ++y) {
     bytes.insert(bytes.end(), buffer.Line(y), buffer.Line(y) + lineBytes);

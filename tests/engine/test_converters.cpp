@@ -22,6 +22,7 @@
 #include "engine/frame_buffer/complex_frame_buffer.h"
 #include "engine/frame_buffer/half_float.h"
 #include "engine/frame_buffer/sample_codes.h"
+#include "engine/frame_buffer/simple_frame_buffer.h"
 #include "foundation/cpu_features.h"
 #include "frame_buffer_helpers.h"
 
@@ -514,6 +515,22 @@ TEST(DefaultConverter, OrientationAndByteOrder) {
   EXPECT_EQ(PictureBytes(*big), (std::vector<uint8_t>{0x12, 0x34, 0x56, 0x78, 0x9A, 0xBC}));
   EXPECT_STREQ(COvChannelConverterList::Instance().Find(little->Format(), big->Format())->Name(),
                "default");
+
+  // A wrapped buffer whose 15-byte stride is not rounded to words: exactly its pixels are read.
+  std::vector<uint8_t> memory(15 * 4);
+  for (size_t i = 0; i < memory.size(); ++i)
+    memory[i] = uint8_t(i);
+  COvSimpleFrameBuffer simple(memory.data(), memory.size(), 5, 4, 3, 15, 0, kChannelOrderRGB, true);
+  COvComplexFrameBuffer wrapped(simple);
+  FrameBufferFormat turned = wrapped.Format();
+  turned.topToBottom = false;
+  turned.lineStride = 0;
+  auto unwrapped = CopyConvertFrameBuffer(wrapped, turned);
+  ASSERT_NE(unwrapped, nullptr);
+  EXPECT_EQ(unwrapped->LineStride(), 16u);
+  for (uint32_t y = 0; y < 4; ++y) {
+    EXPECT_EQ(std::memcmp(unwrapped->Line(y), memory.data() + 15 * y, 15), 0) << y;
+  }
 }
 
 TEST(FallbackConverter, ChannelExchangeIsExactAtEveryPrecision) {

@@ -31,7 +31,7 @@ bool COvDefaultChannelConverter::Convert(const COvComplexFrameBuffer& source,
     }
     return true;
   }
-  const size_t lineBytes = static_cast<size_t>(PackedLineBytes(from, width));
+  const size_t lineBytes = static_cast<size_t>(PixelLineBytes(from, width));
   for (uint32_t y = 0; y < source.Height(); ++y) {
     std::memmove(target.Line(y), source.Line(y), lineBytes);
   }

@@ -122,6 +122,11 @@ uint64_t PackedLineBytes(const FrameBufferFormat& format, uint32_t width) {
   return ComputeLineStride(packed, width);
 }
 
+uint64_t PixelLineBytes(const FrameBufferFormat& format, uint32_t width) {
+  const uint32_t pixelBytes = BytesPerPixel(format);
+  return pixelBytes ? uint64_t{pixelBytes} * width : PackedLineBytes(format, width);
+}
+
 uint32_t FullScaleCode(const FrameBufferFormat& format, uint32_t channel) {
   switch (format.precision) {
     case kPrecision8Bits:

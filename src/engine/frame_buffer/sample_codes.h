@@ -32,6 +32,11 @@ void WriteSampleCodes(const uint32_t* codes, const FrameBufferFormat& format, ui
 /// Bytes of a line that hold its pixels: the line stride without padding.
 uint64_t PackedLineBytes(const FrameBufferFormat& format, uint32_t width);
 
+/// Bytes that the pixels of a line occupy: whole pixels, or whole words for packed "10 bits"
+/// with 1 or 4 channels. Never more than the line stride, even of a wrapped buffer whose
+/// stride is not rounded to words.
+uint64_t PixelLineBytes(const FrameBufferFormat& format, uint32_t width);
+
 /// The code of 1.0 for the sample `channel` of a pixel of `format`.
 uint32_t FullScaleCode(const FrameBufferFormat& format, uint32_t channel);
 
