@@ -1,10 +1,32 @@
 #include "lut/formats/color_transformation_reader.h"
 
-namespace Tincta {
+#include "lut/color_transformation.h"
 
-// PLACEHOLDER: reader not written yet.
-EReadOutcome ReadColorTransformation(COv3DLUT&, const uint8_t*, uint32_t, const SParseOptions&) {
-  return EReadOutcome::NotThisFormat;
+namespace Tincta {
+namespace {
+
+constexpr uint32_t kBakedEntries = 1024;
+
+}  // namespace
+
+EReadOutcome ReadColorTransformation(COv3DLUT& lut, const uint8_t* bytes, uint32_t length,
+                                     const SParseOptions& options) {
+  if (!options.allowTransformText || options.kindFilter == ELUTKindFilter::Only3D) {
+    return EReadOutcome::Failed;
+  }
+  COvColorTransformation transformation;
+  if (!transformation.bParse(bytes, length)) return EReadOutcome::Failed;
+  if (!lut.Allocate(kBakedEntries, false)) return EReadOutcome::Failed;
+  float* table = lut.Table();
+  for (uint32_t i = 0; i < kBakedEntries; ++i) {
+    const float value = float(double(i) / double(kBakedEntries - 1));
+    const float in[3] = {value, value, value};
+    float* entry = table + 4 * size_t(i);
+    transformation.Apply(in, entry);
+    entry[3] = 1.0f;
+  }
+  lut.SetDomain({0, 0, 0, 1}, {1, 1, 1, 1});
+  return EReadOutcome::Loaded;
 }
 
 }  // namespace Tincta

@@ -1,10 +1,235 @@
 #include "lut/formats/mesh_reader.h"
 
-namespace Tincta {
+#include <algorithm>
+#include <string>
 
-// PLACEHOLDER: reader not written yet.
-EReadOutcome ReadMesh(COv3DLUT&, const uint8_t*, uint32_t, const SParseOptions&) {
+#include "lut/formats/shaper_line.h"
+#include "lut/formats/text_lines.h"
+
+namespace Tincta {
+namespace {
+
+constexpr uint32_t kMaxMeshInputBits = 7;
+constexpr uint32_t kMaxMeshOutputBits = 32;
+constexpr uint32_t kMaxEntriesHeader = 128;
+// Upsampling a mesh stops here; bigger grids come back down to it.
+constexpr uint32_t kMeshUpsampleCap = 128;
+// "0 0 0" and a line break: the fewest bytes a data line can take.
+constexpr uint64_t kLeastBytesPerDataLine = 6;
+
+bool IsDigit(char c) {
+  return c >= '0' && c <= '9';
+}
+
+class CMeshReader {
+ public:
+  CMeshReader(COv3DLUT& lut, const uint8_t* bytes, uint32_t length, const SParseOptions& options)
+      : lut_(lut), lines_(bytes, length), options_(options) {}
+
+  EReadOutcome Read();
+
+ private:
+  // Each returns NotThisFormat to go on with the next line, anything else to stop with it.
+  EReadOutcome ReadHeaderComment(std::string_view comment);
+  EReadOutcome ReadHeaderLine(std::string_view line, bool& endReading);
+  EReadOutcome AllocateGrid(uint32_t points);
+  EReadOutcome TakeShaper(SShaperLine& read);
+  void StoreEntry(const unsigned (&values)[4]);
+  EReadOutcome Finish();
+
+  COv3DLUT& lut_;
+  CTextLines lines_;
+  const SParseOptions& options_;
+  bool gridKnown_ = false;
+  uint32_t size_ = 0;
+  size_t expected_ = 0;
+  size_t stored_ = 0;
+  // File order runs blue fastest, then green, then red.
+  uint32_t red_ = 0, green_ = 0, blue_ = 0;
+  // 2^O - 1 of a header; 0 while no header gave one.
+  double outputDenominator_ = 0;
+  uint64_t largestValue_ = 0;
+  std::shared_ptr<COv3DLUT> shaper_;
+  uint32_t shaperPoints_ = 0;
+};
+
+EReadOutcome CMeshReader::AllocateGrid(uint32_t points) {
+  if (options_.kindFilter == ELUTKindFilter::Only1D) return EReadOutcome::Failed;
+  if (points == 0 || points > kMax3DSize) return EReadOutcome::Failed;
+  // A shaper made for another grid would send every input to the wrong texel.
+  if (shaper_ && shaperPoints_ != points) return EReadOutcome::Failed;
+  const uint64_t entries = uint64_t(points) * points * points;
+  // Too few bytes left for the data lines: fail before allocating for them.
+  if (lines_.RemainingBytes() + 1 < entries * kLeastBytesPerDataLine) return EReadOutcome::Failed;
+  if (!lut_.Allocate(points, true)) return EReadOutcome::Failed;
+  gridKnown_ = true;
+  size_ = points;
+  expected_ = size_t(entries);
   return EReadOutcome::NotThisFormat;
+}
+
+EReadOutcome CMeshReader::TakeShaper(SShaperLine& read) {
+  if (read.shaper && gridKnown_ && read.pointCount != size_) return EReadOutcome::Failed;
+  shaper_ = std::move(read.shaper);
+  shaperPoints_ = read.pointCount;
+  return EReadOutcome::NotThisFormat;
+}
+
+EReadOutcome CMeshReader::ReadHeaderComment(std::string_view comment) {
+  unsigned red = 0, green = 0, blue = 0;
+  if (ScanLine(comment, " LUT_SIZE : %u %u %u ", &red, &green, &blue) == 3) {
+    if (red != green || green != blue) return EReadOutcome::Failed;
+    outputDenominator_ = 1023;
+    return AllocateGrid(red);
+  }
+  unsigned entries = 0;
+  if (ScanLine(comment, " entries = %u ", &entries) == 1) {
+    if (options_.kindFilter == ELUTKindFilter::Only1D) return EReadOutcome::Failed;
+    if (!IsPowerOfTwo(entries) || entries > kMaxEntriesHeader) return EReadOutcome::Failed;
+    outputDenominator_ = 1023;
+    return AllocateGrid(entries + 1);
+  }
+  comment = TrimLine(comment);
+  if (comment.empty() || !IsDigit(comment.front())) return EReadOutcome::NotThisFormat;
+  SShaperLine read;
+  switch (ReadShaperLine(comment, options_.upsampleToPowerOfTwo, read)) {
+    case EShaperLineOutcome::NotAShaperLine:
+      // A comment that merely starts with a number.
+      return EReadOutcome::NotThisFormat;
+    case EShaperLineOutcome::Invalid:
+      return EReadOutcome::Failed;
+    case EShaperLineOutcome::Read:
+      break;
+  }
+  return TakeShaper(read);
+}
+
+EReadOutcome CMeshReader::ReadHeaderLine(std::string_view line, bool& endReading) {
+  std::string word(line.size() + 1, '\0');
+  if (ScanLine(line, " 3DME%s ", word.data()) == 1) {
+    word.resize(word.find('\0'));
+    if (word != "SH" && word != "SHHW") {
+      endReading = true;
+      return EReadOutcome::NotThisFormat;
+    }
+    if (options_.kindFilter == ELUTKindFilter::Only1D) return EReadOutcome::Failed;
+    return EReadOutcome::NotThisFormat;
+  }
+  unsigned inputBits = 0, outputBits = 0;
+  if (ScanLine(line, " Mesh %u %u", &inputBits, &outputBits) == 2) {
+    if (inputBits > kMaxMeshInputBits) return EReadOutcome::Failed;
+    if (outputBits == 0 || outputBits > kMaxMeshOutputBits) return EReadOutcome::Failed;
+    outputDenominator_ = double((uint64_t(1) << outputBits) - 1);
+    return AllocateGrid((1u << inputBits) + 1);
+  }
+  SShaperLine read;
+  if (ReadShaperLine(line, options_.upsampleToPowerOfTwo, read) != EShaperLineOutcome::Read) {
+    // Not a mesh after all; the colour-transformation fallback decides.
+    endReading = true;
+    return EReadOutcome::NotThisFormat;
+  }
+  shaper_.reset();  // this line's shaper replaces one from a comment
+  if (const EReadOutcome taken = TakeShaper(read); taken != EReadOutcome::NotThisFormat)
+    return taken;
+  return AllocateGrid(read.pointCount);
+}
+
+void CMeshReader::StoreEntry(const unsigned (&values)[4]) {
+  float* entry =
+      lut_.Table() + 4 * (size_t(red_) + size_t(size_) * green_ + size_t(size_) * size_ * blue_);
+  for (int c = 0; c < 3; ++c) {
+    largestValue_ = std::max<uint64_t>(largestValue_, values[c]);
+    entry[c] =
+        outputDenominator_ > 0 ? float(double(values[c]) / outputDenominator_) : float(values[c]);
+  }
+  entry[3] = 1.0f;
+  ++stored_;
+  if (++blue_ == size_) {
+    blue_ = 0;
+    if (++green_ == size_) {
+      green_ = 0;
+      ++red_;
+    }
+  }
+}
+
+EReadOutcome CMeshReader::Read() {
+  std::string_view line;
+  while (stored_ < expected_ || !gridKnown_) {
+    if (!lines_.Next(line)) break;
+    if (line == "#") continue;
+    if (line.front() == '#') {
+      if (gridKnown_) continue;
+      const EReadOutcome outcome = ReadHeaderComment(line.substr(1));
+      if (outcome != EReadOutcome::NotThisFormat) return outcome;
+      continue;
+    }
+    if (!gridKnown_) {
+      bool endReading = false;
+      const EReadOutcome outcome = ReadHeaderLine(line, endReading);
+      if (outcome != EReadOutcome::NotThisFormat) return outcome;
+      if (endReading) break;
+      continue;
+    }
+    unsigned values[4] = {};
+    if (ScanLine(line, " %u %u %u %u ", &values[0], &values[1], &values[2], &values[3]) == 3) {
+      StoreEntry(values);
+      continue;
+    }
+    if (stored_ > 0 || shaper_) break;
+    // The shaper line of a file whose header came first.
+    SShaperLine read;
+    if (ReadShaperLine(line, options_.upsampleToPowerOfTwo, read) != EShaperLineOutcome::Read) {
+      return EReadOutcome::NotThisFormat;
+    }
+    if (const EReadOutcome taken = TakeShaper(read); taken != EReadOutcome::NotThisFormat) {
+      return taken;
+    }
+  }
+  return Finish();
+}
+
+EReadOutcome CMeshReader::Finish() {
+  if (!gridKnown_) return EReadOutcome::NotThisFormat;
+  if (stored_ < expected_) return EReadOutcome::Failed;
+
+  if (outputDenominator_ == 0) {
+    // No header named the output depth: take the least one that holds the largest value.
+    uint64_t levels = 1024;
+    if (largestValue_ >= 1024) {
+      while (levels <= largestValue_)
+        levels <<= 1;
+    }
+    const double denominator = double(levels - 1);
+    float* table = lut_.Table();
+    for (size_t i = 0; i < expected_; ++i) {
+      for (int c = 0; c < 3; ++c)
+        table[4 * i + c] = float(double(table[4 * i + c]) / denominator);
+    }
+  }
+
+  if (options_.upsampleToPowerOfTwo && !IsPowerOfTwo(size_)) {
+    if (!lut_.Resample(std::min(PowerOfTwoNotBelow(size_), kMeshUpsampleCap))) {
+      return EReadOutcome::Failed;
+    }
+  }
+  if (shaper_) {
+    // The shaper's output is already a texel coordinate of the grid.
+    const float low = 0.5f / float(lut_.Size());
+    const float high = 1.0f - low;
+    lut_.SetInputShaper(std::move(shaper_));
+    lut_.SetDomain({low, low, low, low}, {high, high, high, high});
+  } else {
+    lut_.SetDomain({0, 0, 0, 1}, {1, 1, 1, 1});
+  }
+  return EReadOutcome::Loaded;
+}
+
+}  // namespace
+
+EReadOutcome ReadMesh(COv3DLUT& lut, const uint8_t* bytes, uint32_t length,
+                      const SParseOptions& options) {
+  return CMeshReader(lut, bytes, length, options).Read();
 }
 
 }  // namespace Tincta

@@ -1,12 +1,82 @@
 #include "lut/formats/packed10_reader.h"
 
+#include <algorithm>
+#include <cstring>
+
 namespace Tincta {
+namespace {
 
-// PLACEHOLDER: reader not written yet.
-bool IsPacked10Cube(const uint8_t*, uint32_t) { return false; }
+constexpr uint32_t kLeastPacked10Bytes = 809;
+constexpr size_t kDataOffsetAt = 4;
+constexpr size_t kMarkerAt = 660;
+constexpr uint32_t kMarker = 0xFFFFFFFFu;
+constexpr size_t kGridExponentAt = 768;
+// 2^8 + 1 = 257 points is the largest grid that reaches the table limit after resampling.
+constexpr uint32_t kMaxGridExponent = 8;
+constexpr uint32_t kPacked10UpsampleCap = 256;
 
-EReadOutcome ReadPacked10Cube(COv3DLUT&, const uint8_t*, uint32_t, const SParseOptions&) {
-  return EReadOutcome::Failed;
+bool IsBigEndian(const uint8_t* bytes) {
+  return std::memcmp(bytes, "3LUT", 4) == 0;
+}
+
+uint32_t ReadWord(const uint8_t* at, bool bigEndian) {
+  if (bigEndian)
+    return uint32_t(at[0]) << 24 | uint32_t(at[1]) << 16 | uint32_t(at[2]) << 8 | at[3];
+  return uint32_t(at[3]) << 24 | uint32_t(at[2]) << 16 | uint32_t(at[1]) << 8 | at[0];
+}
+
+uint16_t ReadHalfWord(const uint8_t* at, bool bigEndian) {
+  return bigEndian ? uint16_t(at[0] << 8 | at[1]) : uint16_t(at[1] << 8 | at[0]);
+}
+
+}  // namespace
+
+bool IsPacked10Cube(const uint8_t* bytes, uint32_t length) {
+  return length >= kLeastPacked10Bytes &&
+         (std::memcmp(bytes, "3LUT", 4) == 0 || std::memcmp(bytes, "TUL3", 4) == 0);
+}
+
+EReadOutcome ReadPacked10Cube(COv3DLUT& lut, const uint8_t* bytes, uint32_t length,
+                              const SParseOptions& options) {
+  if (options.kindFilter == ELUTKindFilter::Only1D) return EReadOutcome::Failed;
+  const bool bigEndian = IsBigEndian(bytes);
+  if (ReadWord(bytes + kMarkerAt, bigEndian) != kMarker) return EReadOutcome::Failed;
+
+  const uint32_t exponent = ReadHalfWord(bytes + kGridExponentAt, bigEndian) & 31u;
+  if (exponent > kMaxGridExponent) return EReadOutcome::Failed;
+  const uint32_t size = (1u << exponent) + 1;
+  const uint64_t entries = uint64_t(size) * size * size;
+  const uint64_t dataOffset = ReadWord(bytes + kDataOffsetAt, bigEndian);
+  if (dataOffset + entries * 4 > length) return EReadOutcome::Failed;
+  if (!lut.Allocate(size, true)) return EReadOutcome::Failed;
+
+  // The caller's buffer is const: big-endian words are swapped as they are read rather than in
+  // place, which gives the same values.
+  const uint8_t* word = bytes + dataOffset;
+  float* table = lut.Table();
+  for (uint32_t red = 0; red < size; ++red) {
+    for (uint32_t green = 0; green < size; ++green) {
+      for (uint32_t blue = 0; blue < size; ++blue, word += 4) {
+        const uint32_t packed = ReadWord(word, bigEndian);
+        float* entry = table + 4 * (red + size_t(size) * green + size_t(size) * size * blue);
+        // Red is not masked: bits 30 and 31 count as red too.
+        entry[0] = float(double(packed >> 20) / 1023.0);
+        entry[1] = float(double((packed >> 10) & 1023u) / 1023.0);
+        entry[2] = float(double(packed & 1023u) / 1023.0);
+        entry[3] = 1.0f;
+      }
+    }
+  }
+
+  // Tables never leave a reader with more than 256 points, so 257 comes down even unasked.
+  const bool oversized = size > kMax3DSize;
+  if ((options.upsampleToPowerOfTwo && !IsPowerOfTwo(size)) || oversized) {
+    if (!lut.Resample(std::min(PowerOfTwoNotBelow(size), kPacked10UpsampleCap))) {
+      return EReadOutcome::Failed;
+    }
+  }
+  lut.SetDomain({0, 0, 0, 0}, {1, 1, 1, 1});
+  return EReadOutcome::Loaded;
 }
 
 }  // namespace Tincta

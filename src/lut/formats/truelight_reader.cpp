@@ -1,10 +1,192 @@
 #include "lut/formats/truelight_reader.h"
 
-namespace Tincta {
+#include <algorithm>
+#include <cmath>
 
-// PLACEHOLDER: reader not written yet.
-EReadOutcome ReadTruelight(COv3DLUT&, const uint8_t*, uint32_t, const SParseOptions&) {
-  return EReadOutcome::NotThisFormat;
+#include "lut/formats/float_triple.h"
+#include "lut/formats/text_lines.h"
+
+namespace Tincta {
+namespace {
+
+constexpr int kMaxInputLUTLength = 4096;
+// Upsampling the cube stops here; bigger cubes come back down to it.
+constexpr uint32_t kTruelightUpsampleCap = 128;
+constexpr uint32_t kShaperUpsampleCap = 4096;
+constexpr double kIdentityTolerance = 1e-5;
+// "0 0 0" and a line break: the fewest bytes an entry line can take.
+constexpr uint64_t kLeastBytesPerEntryLine = 6;
+
+class CTruelightReader {
+ public:
+  CTruelightReader(COv3DLUT& lut, const uint8_t* bytes, uint32_t length,
+                   const SParseOptions& options)
+      : lut_(lut), lines_(bytes, length), options_(options) {}
+
+  EReadOutcome Read();
+
+ private:
+  // Each returns false when the read fails.
+  bool ReadHeader(std::string_view comment, bool& end);
+  bool ReadInputLUT();
+  bool ReadCube();
+  bool HasRoomFor(uint64_t entryLines) const {
+    return lines_.RemainingBytes() + 1 >= entryLines * kLeastBytesPerEntryLine;
+  }
+  EReadOutcome Finish();
+
+  COv3DLUT& lut_;
+  CTextLines lines_;
+  const SParseOptions& options_;
+  bool versionSeen_ = false;
+  int lutLength_ = 0;
+  int width_ = -1;  // -1: no width line yet
+  bool tableRead_ = false;
+  bool inputLUTRead_ = false;
+  std::shared_ptr<COv3DLUT> shaper_;
+};
+
+EReadOutcome CTruelightReader::Read() {
+  std::string_view line;
+  bool failed = false;
+  bool end = false;
+  while (!failed && !end && lines_.Next(line)) {
+    if (line == "#") continue;
+    if (line.front() != '#') {
+      // Stray text outside the blocks: a broken Truelight file, or not one at all.
+      failed = true;
+      break;
+    }
+    failed = !ReadHeader(TrimLine(line.substr(1)), end);
+  }
+  // Only the version line makes a text a Truelight file; until then it is someone else's.
+  if (!versionSeen_) return EReadOutcome::NotThisFormat;
+  if (failed) return EReadOutcome::Failed;
+  return Finish();
+}
+
+bool CTruelightReader::ReadHeader(std::string_view comment, bool& end) {
+  float version = 0;
+  int value = 0;
+  if (ScanLine(comment, " Truelight Cube v%f ", &version) == 1) {
+    versionSeen_ = true;
+    return true;
+  }
+  if (ScanLine(comment, " iDims %d ", &value) == 1) return value == 3;
+  if (ScanLine(comment, " lutLength %d ", &value) == 1) {
+    if (value < 0 || value > kMaxInputLUTLength) return false;
+    lutLength_ = value;
+    return true;
+  }
+  if (ScanLine(comment, " oDims %d ", &value) == 1) {
+    return value == 3 && options_.kindFilter != ELUTKindFilter::Only1D;
+  }
+  int red = 0, green = 0, blue = 0;
+  if (ScanLine(comment, " width %d %d %d", &red, &green, &blue) == 3) {
+    if (red != green || green != blue || red < 0 || red > int(kMax3DSize)) return false;
+    width_ = red;
+    return true;
+  }
+  if (EqualsIgnoringCase(comment, "InputLUT")) return ReadInputLUT();
+  if (EqualsIgnoringCase(comment, "Cube")) return ReadCube();
+  if (EqualsIgnoringCase(comment, "End")) end = true;
+  return true;
+}
+
+bool CTruelightReader::ReadInputLUT() {
+  // One table and one shaper a file: a second would silently replace the first.
+  if (inputLUTRead_ || tableRead_) return false;
+  inputLUTRead_ = true;
+  // The identity test and the resampling need a first and a last entry.
+  if (lutLength_ < 2 || !HasRoomFor(uint64_t(lutLength_))) return false;
+  const uint32_t length = uint32_t(lutLength_);
+  const bool asShaper = width_ >= 0;
+  if (!asShaper && options_.kindFilter == ELUTKindFilter::Only3D) return false;
+
+  auto shaper = std::make_shared<COv3DLUT>();
+  COv3DLUT& target = asShaper ? *shaper : lut_;
+  if (!target.Allocate(length, false)) return false;
+
+  // The shaper's output addresses texel centres of the cube as it will be uploaded.
+  const double texels = double(
+      std::min(PowerOfTwoNotBelow(uint32_t(width_ > 0 ? width_ : 1)), kTruelightUpsampleCap));
+  bool identity = true;
+  float* table = target.Table();
+  std::string_view line;
+  for (uint32_t i = 0; i < length; ++i) {
+    float rgb[3] = {};
+    if (!lines_.Next(line) || ScanFloatTriple(line, rgb) != 3) {
+      return false;
+    }
+    const double expected = double(i) / double(length - 1);
+    float* entry = table + 4 * size_t(i);
+    for (int c = 0; c < 3; ++c) {
+      if (!(std::fabs(double(rgb[c]) - expected) <= kIdentityTolerance)) identity = false;
+      entry[c] = asShaper ? float(double(rgb[c]) * (1.0 - 1.0 / texels) + 0.5 / texels) : rgb[c];
+    }
+    entry[3] = 1.0f;
+  }
+
+  if (!asShaper) {
+    tableRead_ = true;
+    return true;
+  }
+  if (identity) return true;
+  if (options_.upsampleToPowerOfTwo && !IsPowerOfTwo(length)) {
+    if (!shaper->Resample(std::min(PowerOfTwoNotBelow(length), kShaperUpsampleCap))) return false;
+  }
+  shaper->SetDomain({0, 0, 0, 0}, {1, 1, 1, 1});
+  shaper_ = std::move(shaper);
+  return true;
+}
+
+bool CTruelightReader::ReadCube() {
+  if (width_ <= 0) return true;  // no cube to read
+  if (tableRead_ || options_.kindFilter == ELUTKindFilter::Only1D) return false;
+  const uint32_t size = uint32_t(width_);
+  const uint64_t entries = uint64_t(size) * size * size;
+  if (!HasRoomFor(entries) || !lut_.Allocate(size, true)) return false;
+  float* table = lut_.Table();
+  std::string_view line;
+  for (uint64_t i = 0; i < entries; ++i) {
+    float* entry = table + 4 * i;
+    if (!lines_.Next(line) || ScanFloatTriple(line, entry) != 3) {
+      return false;
+    }
+    entry[3] = 1.0f;
+  }
+  tableRead_ = true;
+  return true;
+}
+
+EReadOutcome CTruelightReader::Finish() {
+  if (!tableRead_) return EReadOutcome::Failed;
+  if (!lut_.Is3D()) {
+    lut_.SetDomain({0, 0, 0, 1}, {1, 1, 1, 1});
+    return EReadOutcome::Loaded;
+  }
+  if (options_.upsampleToPowerOfTwo && !IsPowerOfTwo(lut_.Size())) {
+    if (!lut_.Resample(std::min(PowerOfTwoNotBelow(lut_.Size()), kTruelightUpsampleCap))) {
+      return EReadOutcome::Failed;
+    }
+  }
+  if (shaper_) {
+    // The shaper's output is already a texel coordinate of the cube.
+    const float low = 0.5f / float(lut_.Size());
+    const float high = 1.0f - low;
+    lut_.SetInputShaper(std::move(shaper_));
+    lut_.SetDomain({low, low, low, low}, {high, high, high, high});
+  } else {
+    lut_.SetDomain({0, 0, 0, 1}, {1, 1, 1, 1});
+  }
+  return EReadOutcome::Loaded;
+}
+
+}  // namespace
+
+EReadOutcome ReadTruelight(COv3DLUT& lut, const uint8_t* bytes, uint32_t length,
+                           const SParseOptions& options) {
+  return CTruelightReader(lut, bytes, length, options).Read();
 }
 
 }  // namespace Tincta
