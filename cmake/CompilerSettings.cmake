@@ -1,7 +1,13 @@
 # Warning and sanitizer flags shared by every target of the project.
 
 add_library(crandle_warnings INTERFACE)
-target_compile_options(crandle_warnings INTERFACE -Wall -Wextra -Wshadow=local -Wno-missing-field-initializers)
+target_compile_options(crandle_warnings INTERFACE -Wall -Wextra -Wno-missing-field-initializers)
+# The same shadowing check under its name in each compiler (clang builds the fuzz targets).
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  target_compile_options(crandle_warnings INTERFACE -Wshadow=local)
+else()
+  target_compile_options(crandle_warnings INTERFACE -Wshadow-uncaptured-local)
+endif()
 if(CRANDLE_WERROR)
   target_compile_options(crandle_warnings INTERFACE -Werror)
 endif()
