@@ -243,4 +243,41 @@ TEST_F(LUTLoad, MemoryLoadsKeepTitleAndPathAndStayOutOfTheCache) {
   EXPECT_EQ(lut.Size(), 0u);
 }
 
+// A packed 10-bit cube ("TUL3", little-endian) of 5 points per axis: the one format here that
+// the upsampling setting visibly changes.
+std::vector<uint8_t> Packed10Cube5() {
+  const uint32_t dataOffset = 1024;
+  std::vector<uint8_t> bytes(dataOffset + 125 * 4, 0);
+  std::memcpy(bytes.data(), "TUL3", 4);
+  std::memcpy(bytes.data() + 4, &dataOffset, 4);
+  std::memset(bytes.data() + 660, 0xFF, 4);
+  bytes[768] = 2;  // 2^2 + 1 points
+  return bytes;
+}
+
+TEST_F(LUTLoad, TheUpsamplingSettingIsReadAtEveryParse) {
+  const auto bytes = Packed10Cube5();
+  auto& settings = host::Settings::Instance();
+  struct {
+    const char* setting;  // null: absent
+    bool argument;
+    uint32_t size;
+  } const steps[] = {
+      {nullptr, false, 5}, {"true", false, 8}, {"false", false, 5}, {"yes", false, 8},
+      {nullptr, false, 5}, {nullptr, true, 8}, {"off", true, 8},
+  };
+  for (const auto& step : steps) {
+    SCOPED_TRACE(step.setting ? step.setting : "absent");
+    if (step.setting) {
+      settings.SetString(host::kSettingAlwaysUpsampleToPoT, step.setting);
+    } else {
+      settings.Remove(host::kSettingAlwaysUpsampleToPoT);
+    }
+    COv3DLUT lut;
+    ASSERT_TRUE(lut.ParseLUTData(bytes.data(), uint32_t(bytes.size()), step.argument,
+                                 ELUTKindFilter::Any, false));
+    EXPECT_EQ(lut.Size(), step.size);
+  }
+}
+
 }  // namespace
