@@ -1,0 +1,24 @@
+#include "engine/cpu/script_parser.h"
+
+namespace Tincta {
+
+bool COvScriptParser::bSetParameter(std::string_view name, double value) {
+  if (name.empty()) return false;
+  for (auto& [existing, stored] : parameters_) {
+    if (existing == name) {
+      stored = value;
+      return true;
+    }
+  }
+  parameters_.emplace_back(std::string(name), value);
+  return true;
+}
+
+std::optional<double> COvScriptParser::Parameter(std::string_view name) const {
+  for (const auto& [existing, stored] : parameters_) {
+    if (existing == name) return stored;
+  }
+  return std::nullopt;
+}
+
+}  // namespace Tincta
