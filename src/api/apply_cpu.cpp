@@ -1,11 +1,227 @@
+// The CPU way of applying a LUT: both frames into the working layout (BGRA float), wrapped as
+// frame buffers without a copy, red and blue exchanged in place for the renderer, the tables
+// uploaded into the CPU engine's texture units, rendered, and brought back.
+//
+// The steps run strip by strip (a few rows at a time, every step in order on each strip), so
+// that the rows a step has just written are still in the cache when the next step reads them:
+// a frame then crosses the memory bus about once each way instead of once per step. What ends
+// up in the frames is the same as running each step over the whole frame in turn, failures
+// included.
+#include <algorithm>
+#include <cstdint>
+#include <limits>
+#include <memory>
+#include <string_view>
+
 #include "api/apply_paths.h"
+#include "api/lut_handle.h"
 #include "crandle/crandle.h"
+#include "engine/cpu/cpu_compositing_engine.h"
+#include "engine/cpu/cpu_kernels.h"
+#include "engine/cpu/operator_names.h"
+#include "engine/cpu/script_parser.h"
+#include "engine/frame_buffer/complex_frame_buffer.h"
+#include "foundation/heap_buffer.h"
+#include "host/pixel_convert.h"
 
 namespace CRANDLE::detail {
+namespace {
 
-// PLACEHOLDER: the CPU engine is not built yet.
-int ApplyLUTOnCPU(const FrameRef&, const std::shared_ptr<void>&, FrameRef&) {
-  return kResultLUTFailed;
+using host::IVideoFrame2DPixelMemoryAccess;
+using host::IVideoFrameMemoryAccess;
+using host::kPixelFormat_BGRA_4444_32f;
+using Tincta::COv3DLUT;
+using Tincta::COvComplexFrameBuffer;
+using Tincta::COvSharedBuffer;
+
+constexpr size_t kWorkingPixelBytes = 16;
+// Bytes of working-layout pixels per strip: the source's and the destination's strips and a
+// mid-sized cube together stay within a core's second-level cache.
+constexpr size_t kStripBytes = 512 * 1024;
+
+// A frame's pixels as this path reads them.
+struct SPixels {
+  uint8_t* base = nullptr;
+  size_t rowBytes = 0;
+};
+
+// Row bytes from the 2-D interface when the frame has it, else from the memory interface; a
+// frame with neither (or without the memory interface) raises the host's null-pointer exception.
+SPixels PixelsOf(const FrameRef& frame) {
+  const auto memory = frame.Query<IVideoFrameMemoryAccess>();
+  const auto layout = frame.Query<IVideoFrame2DPixelMemoryAccess>();
+  SPixels pixels;
+  pixels.rowBytes = layout.IsEmpty() ? memory->GetRowBytes() : layout->GetRowBytes();
+  pixels.base = static_cast<uint8_t*>(memory->GetBaseAddress());
+  return pixels;
+}
+
+// A working-layout frame is wrapped in place, so its rows must hold the width; the least line
+// stride of the frame buffer carries its row bytes, so that padded rows are read where they are.
+bool bWrappable(const SPixels& pixels, uint32_t width) {
+  return pixels.rowBytes >= size_t(width) * kWorkingPixelBytes &&
+         pixels.rowBytes <= std::numeric_limits<uint32_t>::max();
+}
+
+// Exchanges red and blue of every pixel of rows [first, end).
+void SwapRedBlue(const SPixels& pixels, uint32_t width, uint32_t first, uint32_t end) {
+  const Tincta::SCPUKernelTable& kernels = Tincta::ActiveCPUKernels();
+  for (uint32_t row = first; row < end; ++row) {
+    kernels.swapRedBlue(reinterpret_cast<float*>(pixels.base + row * pixels.rowBytes), width);
+  }
+}
+
+// `rows` rows from row `first` on, as a conversion sees them.
+int Convert(const SPixels& from, int fromCode, const SPixels& to, int toCode, uint32_t width,
+            uint32_t first, uint32_t rows) {
+  return host::IR_Convert(from.base + first * from.rowBytes, from.rowBytes, fromCode,
+                          to.base + first * to.rowBytes, to.rowBytes, toCode, width, rows, 4);
+}
+
+using SharedBlock = std::shared_ptr<COvSharedBuffer>;
+
+SharedBlock WrapBlock(const SPixels& pixels, uint32_t height) {
+  SharedBlock block(new COvSharedBuffer, Tincta::CustomDeleter<COvSharedBuffer>());
+  block->Wrap(pixels.base, pixels.rowBytes * height);
+  return block;
+}
+
+std::shared_ptr<COvComplexFrameBuffer> WrapFrame(const SharedBlock& block, const SPixels& pixels,
+                                                 uint32_t width, uint32_t height) {
+  Tincta::FrameBufferFormat format;
+  format.type = Tincta::kFrameBufferTypeRGBA;
+  format.precision = Tincta::kPrecision32BitFloat;
+  format.channelOrder = Tincta::kChannelOrderRGB;
+  format.bigEndian = false;
+  format.topToBottom = true;
+  format.bufferSize = 0;
+  format.lineStride = static_cast<uint32_t>(pixels.rowBytes);
+  return std::make_shared<COvComplexFrameBuffer>(block.get(), width, height, format, 0);
+}
+
+// A frame in the working layout with `like`'s aspect ratio and colour space.
+int CreateWorkingFrame(const FrameRef& like, uint32_t width, uint32_t height, FrameRef& frame) {
+  return host::CreateVideoFrame(frame, kPixelFormat_BGRA_4444_32f, width, height,
+                                like->GetPixelAspectRatio(), like->GetColorSpace(), false, false);
+}
+
+const char* LUTKind(const COv3DLUT& lut) {
+  if (lut.Is3D() && lut.InputShaper() != nullptr) return Tincta::kLUTKind1D3D.data();
+  if (lut.Is3D()) return Tincta::kLUTKind3D.data();
+  return Tincta::kLUTKind1D.data();
+}
+
+}  // namespace
+
+int ApplyLUTOnCPU(const FrameRef& source, const std::shared_ptr<void>& lut, FrameRef& destination) {
+  const COv3DLUT* table = LUTOf(lut);
+  if (table == nullptr) return kResultEmptyArgument;
+
+  const host::FrameBounds bounds = source->GetBounds();
+  const uint32_t width = bounds.width;
+  const uint32_t height = bounds.height;
+  const SPixels sourcePixels = PixelsOf(source);
+  const SPixels destinationPixels = PixelsOf(destination);
+  const host::PixelFormat sourceFormat = source->GetPixelFormat();
+  const host::PixelFormat destinationFormat = destination->GetPixelFormat();
+  const bool convertIn = sourceFormat != kPixelFormat_BGRA_4444_32f;
+  const bool convertOut = destinationFormat != kPixelFormat_BGRA_4444_32f;
+  if ((!convertIn && !bWrappable(sourcePixels, width)) ||
+      (!convertOut && !bWrappable(destinationPixels, width))) {
+    return kResultUnsupported;
+  }
+
+  const int sourceCode = host::IR_FormatCodeFromPixelFormat(sourceFormat);
+  const int destinationCode = host::IR_FormatCodeFromPixelFormat(destinationFormat);
+  const uint32_t stripRows =
+      width == 0 ? std::max<uint32_t>(height, 1)
+                 : static_cast<uint32_t>(std::clamp<size_t>(
+                       kStripBytes / (size_t(width) * kWorkingPixelBytes), 1, height ? height : 1));
+
+  int hostResult = 0;
+  FrameRef workingSource = source;
+  if (convertIn) {
+    FrameRef temporary;
+    hostResult = CreateWorkingFrame(source, width, height, temporary);
+    if (hostResult < 0) return hostResult;
+    workingSource = std::move(temporary);
+    // The first strip converts before anything else happens: a conversion fails on formats and
+    // row bytes alone, so this is where a failure shows, with nothing else done yet.
+    if (height != 0 &&
+        Convert(sourcePixels, sourceCode, PixelsOf(workingSource), host::kIRFormat_BGRA_32f, width,
+                0, std::min(stripRows, height)) != 0) {
+      return kResultConversionFailed;
+    }
+  }
+  FrameRef workingDestination = destination;
+  if (convertOut) {
+    FrameRef temporary;
+    const int created = CreateWorkingFrame(destination, width, height, temporary);
+    if (created < 0) return created;
+    hostResult = created;
+    workingDestination = std::move(temporary);
+  }
+  const SPixels in = convertIn ? PixelsOf(workingSource) : sourcePixels;
+  const SPixels out = convertOut ? PixelsOf(workingDestination) : destinationPixels;
+  const SharedBlock inBlock = WrapBlock(in, height);
+  const SharedBlock outBlock = WrapBlock(out, height);
+  const auto inFrame = WrapFrame(inBlock, in, width, height);
+  const auto outFrame = WrapFrame(outBlock, out, width, height);
+
+  const char* kind = LUTKind(*table);
+  const COv3DLUT& domain = table->InputShaper() ? *table->InputShaper() : *table;
+  const auto parameters = std::make_shared<Tincta::COvScriptParser>();
+  parameters->bSetParameter("__scale1.x", domain.TextureScale()[0]);
+  parameters->bSetParameter("__scale1.y", domain.TextureScale()[1]);
+  parameters->bSetParameter("__scale1.z", domain.TextureScale()[2]);
+  parameters->bSetParameter("__scale1.w", 1.0);
+  parameters->bSetParameter("__offset1.x", domain.TextureOffset()[0]);
+  parameters->bSetParameter("__offset1.y", domain.TextureOffset()[1]);
+  parameters->bSetParameter("__offset1.z", domain.TextureOffset()[2]);
+  parameters->bSetParameter("__offset1.w", 0.0);
+
+  Tincta::COvCPUCompositingEngine engine;
+  engine.SetFrameBufferColorSpace(source->GetColorSpace());
+  const bool shaped = std::string_view(kind) == Tincta::kLUTKind1D3D;
+  const uint32_t size = table->Size();
+  // Upload results are not checked: a refused table leaves its unit empty, and the rendering
+  // then fails.
+  engine.bUploadTexture(shaped ? 2 : 1, size, size, size,
+                        table->Is3D() ? Tincta::kTexture3D : Tincta::kTexture1D, 4, table->Table(),
+                        false);
+  if (shaped) {
+    const COv3DLUT& shaper = *table->InputShaper();
+    // Described as a cube of its size; the program reads it 1-D over its width.
+    engine.bUploadTexture(1, shaper.Size(), shaper.Size(), shaper.Size(), Tincta::kTexture3D, 4,
+                          shaper.Table(), false);
+  }
+
+  for (uint32_t first = 0; first < height; first += stripRows) {
+    const uint32_t rows = std::min(stripRows, height - first);
+    if (convertIn && first != 0 &&
+        Convert(sourcePixels, sourceCode, in, host::kIRFormat_BGRA_32f, width, first, rows) != 0) {
+      return kResultConversionFailed;
+    }
+    // The renderer reads red first; a source already in the working layout keeps the exchange.
+    SwapRedBlue(in, width, first, first + rows);
+    int failure = 0;
+    if (!engine.bRender(outFrame.get(), inFrame.get(), &kind, 1, parameters.get(), false, 1.0f, 0,
+                        first, width, rows, nullptr)) {
+      failure = kResultLUTFailed;
+    } else {
+      SwapRedBlue(out, width, first, first + rows);
+      if (convertOut && Convert(out, host::kIRFormat_BGRA_32f, destinationPixels, destinationCode,
+                                width, first, rows) != 0) {
+        failure = kResultConversionFailed;
+      }
+    }
+    if (failure != 0) {
+      // The whole source is exchanged before anything is rendered; finish that as well.
+      SwapRedBlue(in, width, first + rows, height);
+      return failure;
+    }
+  }
+  return hostResult;
 }
 
 }  // namespace CRANDLE::detail
