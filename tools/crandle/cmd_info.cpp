@@ -49,7 +49,7 @@ void PrintText(const std::string& path, const SLUTReport& report) {
 }
 
 void PrintJson(const std::string& path, const SLUTReport& report) {
-  const nlohmann::json line = {
+  const nlohmann::ordered_json line = {
       {"path", path},
       {"kind", report.kind},
       {"size", report.size},
@@ -61,7 +61,7 @@ void PrintJson(const std::string& path, const SLUTReport& report) {
       {"identifier", report.identifier},
       {"blobBytes", report.blobBytes},
   };
-  std::cout << line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
+  std::cout << line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << '\n';
 }
 
 void PrintSystem() {
