@@ -1,0 +1,18 @@
+// Runs the crandle tool as a user would and captures what it prints.
+#pragma once
+
+#include <string>
+
+namespace crandle_test {
+
+struct SToolRun {
+  int status = -1;
+  std::string out;
+  std::string err;
+};
+
+/// Runs `crandle <arguments>` through the shell (arguments are passed as written, so quote paths),
+/// with `input` on standard input.
+SToolRun RunTool(const std::string& arguments, const std::string& input = "");
+
+}  // namespace crandle_test
