@@ -6,6 +6,13 @@
 #include <utility>
 
 namespace Tincta {
+namespace {
+
+// The worker whose run this thread is: the worker's own thread must not touch its thread
+// object, which the thread that hands pictures over may be assigning at that moment.
+thread_local const COvReadoutWorker* tRunningWorker = nullptr;
+
+}  // namespace
 
 COvReadoutWorker::COvReadoutWorker(Callback callback, uint32_t processor)
     : callback_(std::move(callback)), processor_(processor) {}
@@ -15,12 +22,12 @@ COvReadoutWorker::~COvReadoutWorker() {
 }
 
 void COvReadoutWorker::Wait() {
-  if (thread_.joinable() && thread_.get_id() != std::this_thread::get_id()) thread_.join();
+  if (tRunningWorker != this && thread_.joinable()) thread_.join();
 }
 
 bool COvReadoutWorker::bHandOver(const COvComplexFrameBuffer& picture) {
   // A worker never waits for itself; asked from its own run, it is still running.
-  if (thread_.joinable() && thread_.get_id() == std::this_thread::get_id()) return false;
+  if (tRunningWorker == this) return false;
   Wait();
   if (running_.load(std::memory_order_acquire) || !picture.HasPixels()) return false;
 
@@ -41,6 +48,7 @@ bool COvReadoutWorker::bHandOver(const COvComplexFrameBuffer& picture) {
 }
 
 void COvReadoutWorker::Run() {
+  tRunningWorker = this;
   if (processor_ != 0) {
     cpu_set_t set;
     CPU_ZERO(&set);
