@@ -1,6 +1,7 @@
 // The CPU apply path on a 3840 x 2160 frame, single-threaded: the whole exported ApplyLUT call
 // per LUT kind, the same with 8-bit frames (conversions included), one in-place pass over the
-// frame as the memory yardstick, and the LUT kernels of both tables side by side.
+// frame as the memory yardstick, the LUT kernels of both tables side by side, and the frame in
+// strips on one and two threads.
 //
 // ApplyLUT uses the kernel table of the process; run the program twice to measure both:
 //   ./build/release/bin/bench_apply
@@ -8,9 +9,12 @@
 // The table in use is printed as "kernel_tier" in the context.
 #include <benchmark/benchmark.h>
 
+#include <atomic>
 #include <cstring>
 #include <memory>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "apply_inputs.h"
 #include "crandle/crandle.h"
@@ -95,6 +99,47 @@ void ApplyCPU(benchmark::State& state, const std::string& kind, host::PixelForma
   state.SetItemsProcessed(int64_t(state.iterations()) * int64_t(kPixels));
 }
 
+// The frame split into horizontal strips applied concurrently, one ApplyLUT call per strip on
+// frames that view it (what `crandle apply --threads N` does): the scaling over cores.
+void ApplyCPUStrips(benchmark::State& state) {
+  AddContext();
+  const auto strips = static_cast<uint32_t>(state.range(0));
+  const std::shared_ptr<void> lut = MakeLUT("3D33");
+  FrameRef source = MakePicture(host::kPixelFormat_BGRA_4444_32f);
+  FrameRef destination = MakePicture(host::kPixelFormat_BGRA_4444_32f);
+  if (!lut || source.IsEmpty() || destination.IsEmpty()) {
+    state.SkipWithError("no memory for the frames or the LUT");
+    return;
+  }
+  const size_t rowBytes = size_t(kFrameWidth) * 16;
+  std::vector<FrameRef> sources(strips), destinations(strips);
+  for (uint32_t i = 0; i < strips; ++i) {
+    const uint32_t first = kFrameHeight * i / strips, end = kFrameHeight * (i + 1) / strips;
+    host::CreateVideoFrameView(
+        sources[i], host::kPixelFormat_BGRA_4444_32f, kFrameWidth, end - first,
+        static_cast<uint8_t*>(BaseOf(source)) + first * rowBytes, rowBytes, nullptr);
+    host::CreateVideoFrameView(
+        destinations[i], host::kPixelFormat_BGRA_4444_32f, kFrameWidth, end - first,
+        static_cast<uint8_t*>(BaseOf(destination)) + first * rowBytes, rowBytes, nullptr);
+  }
+  std::atomic<int> failures{0};
+  for (auto _ : state) {
+    std::vector<std::thread> threads;
+    for (uint32_t i = 0; i < strips; ++i) {
+      threads.emplace_back([&, i] {
+        if (CRANDLE::ApplyLUT(sources[i], lut, host::LUTInterpolationMethod(0), destinations[i]) !=
+            0) {
+          failures.fetch_add(1);
+        }
+      });
+    }
+    for (std::thread& thread : threads)
+      thread.join();
+  }
+  if (failures.load() != 0) state.SkipWithError("ApplyLUT failed");
+  state.SetItemsProcessed(int64_t(state.iterations()) * int64_t(kPixels));
+}
+
 void BM_InplaceSwap(benchmark::State& state) {
   AddContext();
   FrameRef frame = MakePicture(host::kPixelFormat_BGRA_4444_32f);
@@ -151,6 +196,12 @@ const bool kRegistered = [] {
   }
   benchmark::RegisterBenchmark("BM_ApplyCPU8bit/3D33", ApplyCPU, std::string("3D33"),
                                host::kPixelFormat_BGRA_4444_8u)
+      ->Unit(benchmark::kMillisecond)
+      ->UseRealTime();
+  benchmark::RegisterBenchmark("BM_ApplyCPUStrips/3D33", ApplyCPUStrips)
+      ->Arg(1)
+      ->Arg(2)
+      ->ArgName("threads")
       ->Unit(benchmark::kMillisecond)
       ->UseRealTime();
   benchmark::RegisterBenchmark("BM_InplaceSwap/3840x2160", BM_InplaceSwap)
