@@ -128,34 +128,6 @@ TEST_P(SamplerTest, Trilinear3DFollowsTheModel) {
   }
 }
 
-// Red varies fastest, blue slowest: each centre must give back its own grid indices.
-TEST_P(SamplerTest, Trilinear3DAddressesRedFastest) {
-  const uint32_t w = 4, h = 3, d = 5;
-  std::vector<float> table;
-  for (uint32_t b = 0; b < d; ++b) {
-    for (uint32_t g = 0; g < h; ++g) {
-      for (uint32_t r = 0; r < w; ++r)
-        table.insert(table.end(), {float(r), float(g), float(b), 1});
-    }
-  }
-  COvCPUTextureUnits units;
-  ASSERT_TRUE(units.bUpload(3, w, h, d, kTexture3D, 4, table.data(), false));
-  for (uint32_t b = 0; b + 1 < d; ++b) {
-    float s[8], t[8], r[8], texels[32];
-    for (uint32_t p = 0; p < 8; ++p) {
-      s[p] = (float(p % (w - 1)) + 0.5f) / w;
-      t[p] = (float(p % (h - 1)) + 0.5f) / h;
-      r[p] = (float(b) + 0.5f) / d;
-    }
-    Kernels().sample3D(units.Unit(3), s, t, r, texels);
-    for (uint32_t p = 0; p < 8; ++p) {
-      EXPECT_NEAR(texels[4 * p], p % (w - 1), 1e-5);
-      EXPECT_NEAR(texels[4 * p + 1], p % (h - 1), 1e-5);
-      EXPECT_NEAR(texels[4 * p + 2], b, 1e-5);
-    }
-  }
-}
-
 // At or below the first centre: exactly the first entry. Beyond the last centre: 0.99 of the
 // last entry and 0.01 of the one before, the same bits wherever the coordinate lies.
 TEST_P(SamplerTest, EndsOfTheTable) {
