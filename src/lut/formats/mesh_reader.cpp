@@ -20,6 +20,31 @@ constexpr uint64_t kLeastBytesPerDataLine = 6;
 bool IsDigit(char c) {
   return c >= '0' && c <= '9';
 }
+bool IsBlank(char c) {
+  return c == ' ' || c == '\t';
+}
+
+// Three plain unsigned integers separated by blanks, each fitting 32 bits: what sscanf would read,
+// without its cost. False when the line is anything else.
+bool ScanPlainCodeTriple(std::string_view line, unsigned (&values)[4]) {
+  size_t cursor = 0;
+  for (int i = 0; i < 3; ++i) {
+    while (cursor < line.size() && IsBlank(line[cursor]))
+      ++cursor;
+    const size_t start = cursor;
+    uint64_t value = 0;
+    while (cursor < line.size() && IsDigit(line[cursor]) && cursor - start < 11) {
+      value = value * 10 + uint64_t(line[cursor] - '0');
+      ++cursor;
+    }
+    if (cursor == start || value > 0xFFFFFFFFu) return false;
+    if (cursor < line.size() && !IsBlank(line[cursor])) return false;
+    values[i] = unsigned(value);
+  }
+  while (cursor < line.size() && IsBlank(line[cursor]))
+    ++cursor;
+  return cursor == line.size();
+}
 
 class CMeshReader {
  public:
@@ -172,7 +197,7 @@ EReadOutcome CMeshReader::Read() {
       continue;
     }
     unsigned values[4] = {};
-    if (ScanLine(line, " %u %u %u %u ", &values[0], &values[1], &values[2], &values[3]) == 3) {
+    if (ScanMeshDataLine(line, values) == 3) {
       StoreEntry(values);
       continue;
     }
@@ -226,6 +251,11 @@ EReadOutcome CMeshReader::Finish() {
 }
 
 }  // namespace
+
+int ScanMeshDataLine(std::string_view line, unsigned (&values)[4]) {
+  if (ScanPlainCodeTriple(line, values)) return 3;
+  return ScanLine(line, " %u %u %u %u ", &values[0], &values[1], &values[2], &values[3]);
+}
 
 EReadOutcome ReadMesh(COv3DLUT& lut, const uint8_t* bytes, uint32_t length,
                       const SParseOptions& options) {

@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <cstdio>
 #include <string>
 
 #include "format_test.h"
@@ -277,6 +279,50 @@ TEST(ShaperLineTest, CodesMapToTexelCoordinatesOfTheGrid) {
   EXPECT_NEAR(At(*read.shaper, 150)[0], 2.0 / 8, 1e-6);
   // Codes past the last position keep the last coordinate.
   EXPECT_NEAR(At(*read.shaper, 1023)[0], 4.5 / 8, 1e-6);
+}
+
+}  // namespace
+}  // namespace crandle_test
+
+namespace crandle_test {
+namespace {
+
+TEST(MeshDataLineTest, ReadsWhatSscanfReads) {
+  using namespace std::string_literals;
+  const std::string lines[] = {
+      "1 2 3",
+      "  1\t2   3  ",
+      "0 0 0",
+      "4294967295 0 1",
+      "4294967296 0 1",
+      "99999999999 1 1",
+      "123456789012 1 1",
+      "1 2",
+      "1 2 3 4",
+      "1,2,3",
+      "-1 2 3",
+      "+1 2 3",
+      "1 2 3x",
+      "1 2x 3",
+      "01 002 0003",
+      "1-2-3",
+      "1 2 3\0 4"s,
+      "1\0 2 3"s,
+      "",
+      " ",
+      "1\v2 3",
+      "1 2 3\f",
+  };
+  for (const std::string& line : lines) {
+    unsigned expected[4] = {7, 7, 7, 7};
+    const std::string copy = line;  // sscanf sees the text up to the first NUL
+    const int expectedCount = std::sscanf(copy.c_str(), " %u %u %u %u ", &expected[0], &expected[1],
+                                          &expected[2], &expected[3]);
+    unsigned values[4] = {7, 7, 7, 7};
+    ASSERT_EQ(Tincta::ScanMeshDataLine(line, values), expectedCount) << line;
+    for (int i = 0; i < std::max(expectedCount, 0); ++i)
+      EXPECT_EQ(values[i], expected[i]) << line;
+  }
 }
 
 }  // namespace
