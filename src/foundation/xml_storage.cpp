@@ -33,8 +33,9 @@ bool ReadElementText(const pugi::xml_node& element, std::string& text, std::stri
     text.assign(raw);
     return true;
   }
-  const size_t closing = raw.find('"', 1);
-  if (closing == std::string_view::npos) {
+  // The last quote closes the string, so quotes inside a value (a file name, say) survive.
+  const size_t closing = raw.rfind('"');
+  if (closing == 0) {
     if (error) *error = std::string(kXmlUnclosedQuoteMessage) + " \"";
     return false;
   }

@@ -20,7 +20,7 @@ bool ElementNameIs(const pugi::xml_node& element, std::string_view name);
 pugi::xml_node ChildElement(const pugi::xml_node& element, std::string_view name);
 
 /// The element's text (its first text or CDATA child). A text that begins with '"' is a quoted
-/// string: the characters up to the next '"' come back without the quotes, and a text without a
+/// string: the characters up to its last '"' come back without the quotes, and a text without a
 /// closing quote is an error (false, `error` set to `kXmlUnclosedQuoteMessage` plus "\"").
 /// A text without a leading quote comes back as it stands.
 bool ReadElementText(const pugi::xml_node& element, std::string& text, std::string* error = nullptr);

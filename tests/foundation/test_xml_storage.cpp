@@ -23,7 +23,7 @@ TEST(XmlStorage, ElementText) {
   const Case cases[] = {
       {"<v>\"quoted text\"</v>", true, "quoted text"},
       {"<v>\"\"</v>", true, ""},
-      {"<v>\"a\"b\"</v>", true, "a"},  // up to the next quote
+      {"<v>\"a\"b\"</v>", true, "a\"b"},  // up to the last quote: inner quotes survive
       {"<v>\"with &lt;escapes&gt;\"</v>", true, "with <escapes>"},
       {"<v>plain</v>", true, "plain"},
       {"<v> \"not quoted\"</v>", true, " \"not quoted\""},
