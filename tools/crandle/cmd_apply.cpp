@@ -86,10 +86,15 @@ void ApplyToFile(const SApplyOptions& options, const std::shared_ptr<void>& lut,
   SChannelLayout layout;
   if (!FindChannels(image.spec, layout)) throw CApplyError(inputPath + " has no colour channel");
 
+  // The result is rendered straight into the output's depth, so a deeper output is not limited
+  // by the input's quantisation.
+  const OIIO::TypeDesc fileType = FileTypeFor(options.depth, image.spec.format);
+  const host::PixelFormat resultFormat =
+      options.depth.empty() ? PictureFormatFor(image.sampleType) : PictureFormatFor(fileType);
   CPicture source;
   CPicture destination;
   if (!PackImage(image, layout, source) ||
-      !destination.Allocate(source.Width(), source.Height(), source.Format())) {
+      !destination.Allocate(source.Width(), source.Height(), resultFormat)) {
     throw CApplyError("not enough memory for " + inputPath);
   }
   // The apply path may reorder a float source in place, so the preview's left half is made first.

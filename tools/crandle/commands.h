@@ -8,6 +8,7 @@ namespace crandle_tool {
 void AddInfoCommand(CLI::App& app);
 void AddApplyCommand(CLI::App& app);
 void AddEvalCommand(CLI::App& app);
+void AddLookCommand(CLI::App& app);
 void AddConvertCommand(CLI::App& app);
 
 }  // namespace crandle_tool

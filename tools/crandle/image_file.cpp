@@ -34,28 +34,59 @@ void Pack(const SImage& image, const SChannelLayout& layout, CPicture& picture) 
   }
 }
 
+// A source sample as a fraction of its full scale.
+float UnitSample(const SImage& image, size_t index) {
+  if (image.sampleType == OIIO::TypeDesc::UINT8) return image.samples[index] / 255.0f;
+  if (image.sampleType == OIIO::TypeDesc::UINT16) {
+    return reinterpret_cast<const uint16_t*>(image.samples.data())[index] / 65535.0f;
+  }
+  return reinterpret_cast<const float*>(image.samples.data())[index];
+}
+
+template <class T>
+T FromUnit(float value) {
+  if constexpr (std::is_same_v<T, float>) {
+    return value;
+  } else {
+    const float scaled = std::clamp(value, 0.0f, 1.0f) * FullScale<T>();
+    return static_cast<T>(std::isnan(scaled) ? 0.0f : std::nearbyint(scaled));
+  }
+}
+
+// Channels the LUT does not touch (alpha, extra channels) come from the source, converted to the
+// picture's sample type when the two differ.
+template <class T>
+T PassThrough(const SImage& source, size_t index) {
+  if (source.sampleType.size() == sizeof(T) &&
+      (std::is_same_v<T, float>) == (source.sampleType == OIIO::TypeDesc::FLOAT)) {
+    return reinterpret_cast<const T*>(source.samples.data())[index];
+  }
+  return FromUnit<T>(UnitSample(source, index));
+}
+
 template <class T>
 void Unpack(const CPicture& picture, const SImage& source, const SChannelLayout& layout,
             SImage& out) {
   const int inChannels = source.spec.nchannels;
   const int outChannels = out.spec.nchannels;
-  const auto* in = reinterpret_cast<const T*>(source.samples.data());
   auto* result = reinterpret_cast<T*>(out.samples.data());
+  size_t in = 0;
   for (uint32_t y = 0; y < picture.Height(); ++y) {
     const T* bgra = reinterpret_cast<const T*>(picture.Row(y));
     for (uint32_t x = 0; x < picture.Width();
          ++x, bgra += 4, in += inChannels, result += outChannels) {
       if (layout.grey) {
-        result[0] = bgra[2];
-        result[1] = bgra[1];
-        result[2] = bgra[0];
-        if (layout.alpha >= 0) result[3] = in[layout.alpha];
+        if (layout.alpha >= 0) result[3] = PassThrough<T>(source, in + layout.alpha);
       } else {
-        std::copy(in, in + inChannels, result);
-        result[layout.red] = bgra[2];
-        result[layout.green] = bgra[1];
-        result[layout.blue] = bgra[0];
+        for (int c = 0; c < inChannels; ++c)
+          result[c] = PassThrough<T>(source, in + c);
       }
+      const int red = layout.grey ? 0 : layout.red;
+      const int green = layout.grey ? 1 : layout.green;
+      const int blue = layout.grey ? 2 : layout.blue;
+      result[red] = bgra[2];
+      result[green] = bgra[1];
+      result[blue] = bgra[0];
     }
   }
 }
@@ -145,6 +176,12 @@ host::PixelFormat PictureFormatFor(OIIO::TypeDesc sampleType) {
   return host::kPixelFormat_BGRA_4444_32f;
 }
 
+OIIO::TypeDesc SampleTypeOf(host::PixelFormat format) {
+  if (format == host::kPixelFormat_BGRA_4444_8u) return OIIO::TypeDesc::UINT8;
+  if (format == host::kPixelFormat_BGRA_4444_16u) return OIIO::TypeDesc::UINT16;
+  return OIIO::TypeDesc::FLOAT;
+}
+
 bool PackImage(const SImage& image, const SChannelLayout& layout, CPicture& picture) {
   if (!picture.Allocate(uint32_t(image.spec.width), uint32_t(image.spec.height),
                         PictureFormatFor(image.sampleType))) {
@@ -163,7 +200,7 @@ bool PackImage(const SImage& image, const SChannelLayout& layout, CPicture& pict
 SImage UnpackPicture(const CPicture& picture, const SImage& source, const SChannelLayout& layout) {
   SImage out;
   out.spec = source.spec;
-  out.sampleType = source.sampleType;
+  out.sampleType = SampleTypeOf(picture.Format());
   if (layout.grey) {
     const bool alpha = layout.alpha >= 0;
     out.spec.nchannels = alpha ? 4 : 3;
@@ -174,9 +211,9 @@ SImage UnpackPicture(const CPicture& picture, const SImage& source, const SChann
   }
   out.samples.resize(size_t(picture.Width()) * picture.Height() * out.spec.nchannels *
                      out.sampleType.size());
-  if (source.sampleType == OIIO::TypeDesc::UINT8) {
+  if (out.sampleType == OIIO::TypeDesc::UINT8) {
     Unpack<uint8_t>(picture, source, layout, out);
-  } else if (source.sampleType == OIIO::TypeDesc::UINT16) {
+  } else if (out.sampleType == OIIO::TypeDesc::UINT16) {
     Unpack<uint16_t>(picture, source, layout, out);
   } else {
     Unpack<float>(picture, source, layout, out);

@@ -38,12 +38,16 @@ bool FindChannels(const OIIO::ImageSpec& spec, SChannelLayout& layout);
 /// The host BGRA format that carries samples of `sampleType` without loss.
 host::PixelFormat PictureFormatFor(OIIO::TypeDesc sampleType);
 
+/// The sample type that carries a picture format's samples.
+OIIO::TypeDesc SampleTypeOf(host::PixelFormat format);
+
 /// Fills `picture` (allocated here in `PictureFormatFor(image.sampleType)`) from the image's
 /// colour and alpha channels; alpha is full scale when the image has none.
 bool PackImage(const SImage& image, const SChannelLayout& layout, CPicture& picture);
 
-/// The image that holds `picture`'s colours: same channels and metadata as `source` (a grey
-/// image becomes RGB, keeping its alpha); channels other than colour and alpha are kept.
+/// The image that holds `picture`'s colours, in the picture's sample type: same channels and
+/// metadata as `source` (a grey image becomes RGB, keeping its alpha); channels other than colour
+/// are taken from `source`, converted where the sample types differ.
 SImage UnpackPicture(const CPicture& picture, const SImage& source, const SChannelLayout& layout);
 
 /// Writes `image` to `path`, with samples stored as `fileType` where the format allows. The file

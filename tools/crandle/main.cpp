@@ -40,6 +40,7 @@ int main(int argc, char** argv) {
   crandle_tool::AddInfoCommand(app);
   crandle_tool::AddApplyCommand(app);
   crandle_tool::AddEvalCommand(app);
+  crandle_tool::AddLookCommand(app);
   crandle_tool::AddConvertCommand(app);
   CLI11_PARSE(app, argc, argv);
   return 0;

@@ -1,0 +1,243 @@
+// crandle apply, eval and convert --size on real files: results against an independent
+// computation, what is kept (alpha, metadata, depth), and failures that leave no output.
+#include <gtest/gtest.h>
+
+#include <OpenImageIO/imageio.h>
+
+#include <cmath>
+#include <cstdio>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "cli_runner.h"
+#include "support/lut_samples.h"
+#include "support/temp_dir.h"
+
+namespace {
+
+using crandle_test::RunTool;
+using crandle_test::TempDir;
+namespace fs = std::filesystem;
+
+std::string Quote(const std::string& path) {
+  return "'" + path + "'";
+}
+
+// An affine look: trilinear and linear interpolation reproduce it exactly between grid points.
+void Affine(double r, double g, double b, double out[3]) {
+  out[0] = 0.5 * r + 0.25;
+  out[1] = 0.8 * g;
+  out[2] = 0.25 + 0.5 * b;
+}
+
+constexpr int kWidth = 7;
+constexpr int kHeight = 5;
+
+// Samples stay below 0.9, clear of the last cell where the samplers' clamp bends the result.
+float SampleAt(int x, int y, int c) {
+  return float(0.05 + 0.8 * ((x * 3 + y * 5 + c * 7) % 17) / 16.0);
+}
+
+std::string WriteImage(const TempDir& dir, const std::string& name, OIIO::TypeDesc type,
+                       int channels, int width = kWidth, int height = kHeight) {
+  const std::string path = (dir.Path() / name).string();
+  OIIO::ImageSpec spec(width, height, channels, type);
+  spec.attribute("ImageDescription", "made by the crandle tests");
+  std::vector<float> pixels(size_t(width) * height * channels);
+  for (int y = 0; y < height; ++y)
+    for (int x = 0; x < width; ++x)
+      for (int c = 0; c < channels; ++c)
+        pixels[(size_t(y) * width + x) * channels + c] = SampleAt(x, y, c);
+  auto out = OIIO::ImageOutput::create(path);
+  EXPECT_TRUE(out && out->open(path, spec) &&
+              out->write_image(OIIO::TypeDesc::FLOAT, pixels.data()) && out->close())
+      << path;
+  return path;
+}
+
+struct SReadBack {
+  OIIO::ImageSpec spec;
+  std::vector<float> pixels;
+};
+
+SReadBack ReadBack(const std::string& path) {
+  SReadBack image;
+  auto in = OIIO::ImageInput::open(path);
+  EXPECT_TRUE(in) << path;
+  if (!in) return image;
+  image.spec = in->spec();
+  image.pixels.resize(size_t(image.spec.width) * image.spec.height * image.spec.nchannels);
+  EXPECT_TRUE(
+      in->read_image(0, 0, 0, image.spec.nchannels, OIIO::TypeDesc::FLOAT, image.pixels.data()));
+  return image;
+}
+
+class ToolApply : public testing::Test {
+ protected:
+  TempDir dir;
+  std::string lut = dir.Write("affine.cube", crandle_test::CubeText3D(9, Affine));
+};
+
+TEST_F(ToolApply, SixteenBitRGBAKeepsAlphaDepthAndMetadata) {
+  const std::string input = WriteImage(dir, "in.tif", OIIO::TypeDesc::UINT16, 4);
+  const std::string output = (dir.Path() / "out.tif").string();
+  const auto run = RunTool("apply " + Quote(lut) + " " + Quote(input) + " " + Quote(output));
+  ASSERT_EQ(run.status, 0) << run.err;
+  const SReadBack in = ReadBack(input);
+  const SReadBack out = ReadBack(output);
+  ASSERT_EQ(out.spec.width, kWidth);
+  ASSERT_EQ(out.spec.nchannels, 4);
+  EXPECT_EQ(out.spec.format, OIIO::TypeDesc::UINT16);
+  EXPECT_EQ(out.spec.get_string_attribute("ImageDescription"), "made by the crandle tests");
+  for (size_t p = 0; p < size_t(kWidth) * kHeight; ++p) {
+    double expected[3];
+    Affine(in.pixels[4 * p], in.pixels[4 * p + 1], in.pixels[4 * p + 2], expected);
+    for (int c = 0; c < 3; ++c)
+      EXPECT_NEAR(out.pixels[4 * p + c], expected[c], 1.5 / 65535) << p << " " << c;
+    EXPECT_EQ(out.pixels[4 * p + 3], in.pixels[4 * p + 3]) << "alpha is carried through";
+  }
+}
+
+TEST_F(ToolApply, StripsOnThreadsGiveTheSameBytes) {
+  const std::string input = WriteImage(dir, "in.exr", OIIO::TypeDesc::HALF, 3, 64, 37);
+  const std::string one = (dir.Path() / "one.exr").string();
+  const std::string three = (dir.Path() / "three.exr").string();
+  ASSERT_EQ(RunTool("apply " + Quote(lut) + " " + Quote(input) + " " + Quote(one)).status, 0);
+  ASSERT_EQ(
+      RunTool("apply --threads 3 " + Quote(lut) + " " + Quote(input) + " " + Quote(three)).status,
+      0);
+  const SReadBack a = ReadBack(one);
+  const SReadBack b = ReadBack(three);
+  EXPECT_EQ(a.spec.format, OIIO::TypeDesc::HALF);
+  EXPECT_EQ(a.pixels, b.pixels);
+}
+
+TEST_F(ToolApply, DepthGreyInputsAndPreview) {
+  const std::string grey = WriteImage(dir, "grey.png", OIIO::TypeDesc::UINT8, 1);
+  const std::string output = (dir.Path() / "out.exr").string();
+  const std::string preview = (dir.Path() / "preview.png").string();
+  const auto run = RunTool("apply --depth float --preview " + Quote(preview) + " " + Quote(lut) +
+                           " " + Quote(grey) + " " + Quote(output));
+  ASSERT_EQ(run.status, 0) << run.err;
+  const SReadBack in = ReadBack(grey);
+  const SReadBack out = ReadBack(output);
+  EXPECT_EQ(out.spec.format, OIIO::TypeDesc::FLOAT);
+  ASSERT_EQ(out.spec.nchannels, 3) << "a grey picture comes out in colour";
+  for (size_t p = 0; p < size_t(kWidth) * kHeight; ++p) {
+    double expected[3];
+    Affine(in.pixels[p], in.pixels[p], in.pixels[p], expected);
+    // The float output keeps the 8-bit input's value exactly, converted once into float.
+    for (int c = 0; c < 3; ++c)
+      EXPECT_NEAR(out.pixels[3 * p + c], expected[c], 1e-5) << p;
+  }
+  const SReadBack side = ReadBack(preview);
+  EXPECT_EQ(side.spec.width, 2 * kWidth);
+  EXPECT_EQ(side.spec.height, kHeight);
+  EXPECT_EQ(side.spec.format, OIIO::TypeDesc::UINT8);
+}
+
+TEST_F(ToolApply, SequencesFrameByFrame) {
+  for (int frame = 1; frame <= 3; ++frame)
+    WriteImage(dir, "shot." + std::to_string(1000 + frame) + ".tif", OIIO::TypeDesc::UINT8, 3);
+  const std::string in = (dir.Path() / "shot.%04d.tif").string();
+  const std::string out = (dir.Path() / "graded.%04d.tif").string();
+  const auto run =
+      RunTool("apply --frames 1001-1003 " + Quote(lut) + " " + Quote(in) + " " + Quote(out));
+  ASSERT_EQ(run.status, 0) << run.err;
+  for (int frame = 1001; frame <= 1003; ++frame) {
+    EXPECT_TRUE(fs::exists(dir.Path() / ("graded." + std::to_string(frame) + ".tif"))) << frame;
+  }
+  // A frame missing from the range stops the job with its name.
+  const auto missing =
+      RunTool("apply --frames 1003-1004 " + Quote(lut) + " " + Quote(in) + " " + Quote(out));
+  EXPECT_EQ(missing.status, 1);
+  EXPECT_NE(missing.err.find("shot.1004.tif"), std::string::npos) << missing.err;
+  EXPECT_FALSE(fs::exists(dir.Path() / "graded.1004.tif"));
+}
+
+TEST_F(ToolApply, FailuresSayWhyAndWriteNothing) {
+  const std::string good = WriteImage(dir, "good.png", OIIO::TypeDesc::UINT8, 3);
+  const std::string junkImage = dir.Write("junk.png", "not an image at all");
+  const std::string junkLUT = dir.Write("junk.cube", "LUT_3D_SIZE 2\n0 0 0\n");
+  WriteImage(dir, "seq.1.png", OIIO::TypeDesc::UINT8, 3);
+  WriteImage(dir, "seq.2.png", OIIO::TypeDesc::UINT8, 3, kWidth + 1, kHeight);
+  const std::string output = (dir.Path() / "out.png").string();
+  struct Case {
+    std::string arguments;
+    std::string message;
+  } cases[] = {
+      {Quote(lut) + " " + Quote((dir.Path() / "none.png").string()) + " " + Quote(output),
+       "cannot read"},
+      {Quote(lut) + " " + Quote(junkImage) + " " + Quote(output), "cannot read"},
+      {Quote(junkLUT) + " " + Quote(good) + " " + Quote(output), "0xa00f0001"},
+      {Quote(lut) + " " + Quote(good) + " " + Quote((dir.Path() / "out.nosuchformat").string()),
+       "cannot write"},
+      {"--frames 1-2 " + Quote(lut) + " " + Quote((dir.Path() / "seq.%d.png").string()) + " " +
+           Quote((dir.Path() / "out.%d.png").string()),
+       "the sequence began at 7x5"},
+      {"--frames 1-2 " + Quote(lut) + " " + Quote(good) + " " + Quote(output), "--frames needs"},
+  };
+  for (const auto& c : cases) {
+    const auto run = RunTool("apply " + c.arguments);
+    EXPECT_EQ(run.status, 1) << c.arguments;
+    EXPECT_NE(run.err.find(c.message), std::string::npos) << run.err;
+    EXPECT_FALSE(fs::exists(output)) << c.arguments;
+    EXPECT_FALSE(fs::exists(dir.Path() / "out.2.png")) << c.arguments;
+  }
+  // No partial file is left behind in the output's folder either.
+  for (const auto& entry : fs::directory_iterator(dir.Path())) {
+    EXPECT_EQ(entry.path().filename().string().find(".partial"), std::string::npos) << entry.path();
+  }
+}
+
+TEST_F(ToolApply, EvalPrintsTheLUTsOutputPerLine) {
+  const auto run =
+      RunTool("eval " + Quote(lut), "0 0 0\n# a comment\n\n0.5, 0.25, 0.75\n0.1 0.2 0.3\n");
+  ASSERT_EQ(run.status, 0) << run.err;
+  const double inputs[3][3] = {{0, 0, 0}, {0.5, 0.25, 0.75}, {0.1, 0.2, 0.3}};
+  size_t start = 0;
+  for (const auto& input : inputs) {
+    const size_t end = run.out.find('\n', start);
+    ASSERT_NE(end, std::string::npos) << run.out;
+    double got[3];
+    ASSERT_EQ(std::sscanf(run.out.substr(start, end - start).c_str(), "%lf %lf %lf", &got[0],
+                          &got[1], &got[2]),
+              3);
+    double expected[3];
+    Affine(input[0], input[1], input[2], expected);
+    for (int c = 0; c < 3; ++c)
+      EXPECT_NEAR(got[c], expected[c], 2e-6);
+    start = end + 1;
+  }
+  EXPECT_EQ(start, run.out.size());
+  const auto bad = RunTool("eval " + Quote(lut), "0 0 0\n1 2\n");
+  EXPECT_EQ(bad.status, 1);
+  EXPECT_NE(bad.err.find("line 2"), std::string::npos) << bad.err;
+}
+
+TEST_F(ToolApply, ConvertBakesAOneDimensionalLUTIntoACube) {
+  const std::string ramp = dir.Write("ramp.cube", crandle_test::CubeText1D(1024, Affine));
+  const std::string baked = (dir.Path() / "baked.cube").string();
+  const auto run = RunTool("convert --size 5 " + Quote(ramp) + " " + Quote(baked));
+  ASSERT_EQ(run.status, 0) << run.err;
+  const std::string text = crandle_test::ReadFileBytes(baked);
+  ASSERT_EQ(text.rfind("LUT_3D_SIZE 5\r\n", 0), 0u);
+  size_t position = text.find('\n') + 1;
+  for (int b = 0; b < 5; ++b)
+    for (int g = 0; g < 5; ++g)
+      for (int r = 0; r < 5; ++r) {
+        double got[3];
+        ASSERT_EQ(std::sscanf(text.c_str() + position, "%lf %lf %lf", &got[0], &got[1], &got[2]),
+                  3);
+        double expected[3];
+        Affine(r / 4.0, g / 4.0, b / 4.0, expected);
+        // At 1.0 the sampler's clamp leaves 1% of the last step: under 1e-5 for 1024 entries.
+        for (int c = 0; c < 3; ++c)
+          EXPECT_NEAR(got[c], expected[c], 1e-5) << r << g << b;
+        position = text.find('\n', position) + 1;
+      }
+  EXPECT_EQ(position, text.size());
+}
+
+}  // namespace
