@@ -11,7 +11,7 @@ cd "$(dirname "$0")/.."
 
 seconds="${1:-60}"
 build="${CRANDLE_FUZZ_BUILD_DIR:-build/fuzz}"
-targets=(parse_lut_data xml_lut_element)
+targets=(parse_lut_data xml_lut_element look_document)
 
 cmake --preset fuzz -B "$build" >/dev/null
 cmake --build "$build" -j "$(nproc)" --target "${targets[@]/#/fuzz_}"
