@@ -3,14 +3,11 @@
 // yield no document and leave a target untouched.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstring>
-#include <filesystem>
 
 #include "look/look_document_reader.h"
 #include "look/look_document_writer.h"
 #include "look_test_support.h"
-#include "support/temp_dir.h"
 
 namespace crandle_test {
 namespace {
@@ -30,28 +27,6 @@ COvGradingOperation Operation(std::string name, std::string key, std::string val
   COvGradingOperation operation(std::move(name));
   operation.SetParameter(key, std::move(value));
   return operation;
-}
-
-// The same calls as the fuzz target makes, on every seed and kept input: nothing breaks, and what
-// reads writes.
-TEST_F(LookTest, FuzzInputsAreHarmless) {
-  const std::filesystem::path root = std::filesystem::path(CRANDLE_SOURCE_DIR) / "fuzz";
-  for (const char* folder : {"corpus/look_document", "regressions/look_document"}) {
-    if (!std::filesystem::is_directory(root / folder)) continue;
-    for (const auto& file : std::filesystem::directory_iterator(root / folder)) {
-      const std::string input = ReadFileBytes(file.path().string());
-      if (input.size() < 4) continue;
-      uint32_t textBytes;
-      std::memcpy(&textBytes, input.data(), 4);
-      textBytes = std::min<uint32_t>(textBytes, uint32_t(input.size() - 4));
-      const std::string payload = input.substr(4 + textBytes);
-      COvEmbeddedLUTPayload source(std::vector<uint8_t>(payload.begin(), payload.end()));
-      const auto document = ReadLookDocument(input.data() + 4, textBytes, &source);
-      if (document) {
-        EXPECT_FALSE(WriteLookDocument(*document, nullptr).empty()) << file.path();
-      }
-    }
-  }
 }
 
 // Name, GUID, version, two keyframes on one layer, a mask, a property and a 2-entry 1-D LUT.
