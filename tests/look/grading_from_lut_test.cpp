@@ -111,12 +111,12 @@ TEST_F(LookTest, ShippedLUTsAreNamedByTheirFirstFileInNameOrder) {
 class LookReferenceDocument : public LookTest {
  protected:
   std::vector<uint8_t> Reference(uint32_t cacheKey, uint16_t n = 3) {
-    SGridSpec spec;
-    spec.n = n;
-    spec.sample = [](uint32_t i, uint32_t j, uint32_t k, int c) {
+    SGridLayout layout;
+    layout.n = n;
+    layout.sample = [](uint32_t i, uint32_t j, uint32_t k, int c) {
       return uint16_t(1000 * i + 100 * j + 10 * k + c);
     };
-    grid_ = MakeLookGrid(spec);
+    grid_ = MakeLookGrid(layout);
     path_ = directory_.Write("look.grid", grid_.data(), grid_.size());
     return MakeLookReference(Tincta::Utf8ToUtf16(path_), uint32_t(grid_.size()), 0, cacheKey);
   }

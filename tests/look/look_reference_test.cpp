@@ -30,9 +30,9 @@ uint32_t U32At(const uint8_t* bytes, size_t offset) {
 }
 
 // The value the grid defines for channel c at grid indices (i, j, k), computed directly.
-float Expected(const SGridSpec& spec, uint32_t i, uint32_t j, uint32_t k, int c) {
-  const double divisor = spec.divisor == 0 ? 1.0 : spec.divisor;
-  return float(spec.sample(i, j, k, c) / divisor * double(spec.scale) + double(spec.bias));
+float Expected(const SGridLayout& layout, uint32_t i, uint32_t j, uint32_t k, int c) {
+  const double divisor = layout.divisor == 0 ? 1.0 : layout.divisor;
+  return float(layout.sample(i, j, k, c) / divisor * double(layout.scale) + double(layout.bias));
 }
 
 // Cheap, well mixed samples that differ per channel and position.
@@ -133,12 +133,12 @@ TEST(LookGrid, ConversionTestsInTheirOrder) {
       {"wrong magic", 2, 32, false, 0, 0, "ALOC", false},
   };
   for (const SCase& c : cases) {
-    SGridSpec spec;
-    spec.n = c.n;
-    spec.dataOffset = c.fromEnd ? 40 : c.dataOffset;
-    spec.trailingBytes = c.trailing;
-    if (c.n < 100) spec.sample = RandomSamples(1);
-    std::vector<uint8_t> grid = MakeLookGrid(spec);
+    SGridLayout layout;
+    layout.n = c.n;
+    layout.dataOffset = c.fromEnd ? 40 : c.dataOffset;
+    layout.trailingBytes = c.trailing;
+    if (c.n < 100) layout.sample = RandomSamples(1);
+    std::vector<uint8_t> grid = MakeLookGrid(layout);
     std::memcpy(grid.data() + 4, c.magic, 4);
     if (c.fromEnd) grid[3] = uint8_t(grid.size() - c.dataOffset);
     const auto length = uint32_t(int64_t(grid.size()) + c.lengthChange);
@@ -156,14 +156,14 @@ TEST(LookGrid, ConversionTestsInTheirOrder) {
 }
 
 TEST(LookGrid, ImageHeaderAndAxisExchangeAgainstDirectComputation) {
-  SGridSpec spec;
-  spec.n = 5;
-  spec.dataOffset = 29;
-  spec.divisor = 1000;
-  spec.scale = 0.5f;
-  spec.bias = -0.125f;
-  spec.sample = RandomSamples(3);
-  const std::vector<uint8_t> grid = MakeLookGrid(spec);
+  SGridLayout layout;
+  layout.n = 5;
+  layout.dataOffset = 29;
+  layout.divisor = 1000;
+  layout.scale = 0.5f;
+  layout.bias = -0.125f;
+  layout.sample = RandomSamples(3);
+  const std::vector<uint8_t> grid = MakeLookGrid(layout);
   const SConverted converted = Convert(grid, uint32_t(grid.size()));
   ASSERT_TRUE(converted.ok);
   const uint8_t* image = converted.image.get();
@@ -175,13 +175,13 @@ TEST(LookGrid, ImageHeaderAndAxisExchangeAgainstDirectComputation) {
   EXPECT_EQ(std::memcmp(image + 16, domain, 24), 0);
 
   // The image keeps red fastest; the grid keeps its first index slowest, and that is red.
-  const uint32_t n = spec.n;
+  const uint32_t n = layout.n;
   for (uint32_t b = 0; b < n; ++b) {
     for (uint32_t g = 0; g < n; ++g) {
       for (uint32_t r = 0; r < n; ++r) {
         for (int c = 0; c < 3; ++c) {
           const size_t index = 3 * (r + n * g + n * n * b) + c;
-          ASSERT_EQ(FloatAt(image, index), Expected(spec, r, g, b, c))
+          ASSERT_EQ(FloatAt(image, index), Expected(layout, r, g, b, c))
               << "r " << r << " g " << g << " b " << b << " channel " << c;
         }
       }
@@ -190,29 +190,29 @@ TEST(LookGrid, ImageHeaderAndAxisExchangeAgainstDirectComputation) {
 }
 
 TEST(LookGrid, DivisorZeroActsAsOne) {
-  SGridSpec spec;
-  spec.n = 3;
-  spec.scale = 0.001f;
-  spec.bias = 0.25f;
-  spec.sample = RandomSamples(4);
-  spec.divisor = 0;
-  const auto zero = MakeLookGrid(spec);
-  spec.divisor = 1;
-  const auto one = MakeLookGrid(spec);
+  SGridLayout layout;
+  layout.n = 3;
+  layout.scale = 0.001f;
+  layout.bias = 0.25f;
+  layout.sample = RandomSamples(4);
+  layout.divisor = 0;
+  const auto zero = MakeLookGrid(layout);
+  layout.divisor = 1;
+  const auto one = MakeLookGrid(layout);
   const SConverted a = Convert(zero, uint32_t(zero.size()));
   const SConverted b = Convert(one, uint32_t(one.size()));
   ASSERT_TRUE(a.ok && b.ok);
   ASSERT_EQ(a.length, b.length);
   EXPECT_EQ(std::memcmp(a.image.get(), b.image.get(), a.length), 0);
-  EXPECT_EQ(FloatAt(a.image.get(), 5), Expected(spec, 1, 0, 0, 2));
+  EXPECT_EQ(FloatAt(a.image.get(), 5), Expected(layout, 1, 0, 0, 2));
 }
 
 TEST(LookGrid, FullScaleSamplesGiveExactlyOne) {
-  SGridSpec spec;
-  spec.n = 17;
-  spec.divisor = 65535;
-  spec.sample = [](uint32_t, uint32_t, uint32_t, int) { return uint16_t(65535); };
-  const auto grid = MakeLookGrid(spec);
+  SGridLayout layout;
+  layout.n = 17;
+  layout.divisor = 65535;
+  layout.sample = [](uint32_t, uint32_t, uint32_t, int) { return uint16_t(65535); };
+  const auto grid = MakeLookGrid(layout);
   const SConverted converted = Convert(grid, uint32_t(grid.size()));
   ASSERT_TRUE(converted.ok);
   for (size_t index = 0; index < 3u * 17 * 17 * 17; ++index) {
@@ -221,11 +221,11 @@ TEST(LookGrid, FullScaleSamplesGiveExactlyOne) {
 }
 
 TEST(LookGrid, LargestGridIsAccepted) {
-  SGridSpec spec;
-  spec.n = 254;
-  spec.dataOffset = 29;
+  SGridLayout layout;
+  layout.n = 254;
+  layout.dataOffset = 29;
   // Only a few samples are set; the rest stay zero.
-  std::vector<uint8_t> grid = MakeLookGrid(spec);
+  std::vector<uint8_t> grid = MakeLookGrid(layout);
   const auto setSample = [&](uint32_t i, uint32_t j, uint32_t k, int c, uint16_t value) {
     uint8_t* at = grid.data() + 29 + 6 * ((uint64_t(i) * 254 + j) * 254 + k) + 2 * c;
     at[0] = uint8_t(value >> 8);
@@ -246,8 +246,8 @@ TEST(LookGrid, LargestGridIsAccepted) {
 class LookReferenceFile : public LookTest {
  protected:
   // A file holding `before` bytes of something else, then the grid, then `after` bytes.
-  std::vector<uint8_t> WriteGridFile(const SGridSpec& spec, size_t before, size_t after) {
-    grid_ = MakeLookGrid(spec);
+  std::vector<uint8_t> WriteGridFile(const SGridLayout& layout, size_t before, size_t after) {
+    grid_ = MakeLookGrid(layout);
     std::vector<uint8_t> file(before, 0x5A);
     file.insert(file.end(), grid_.begin(), grid_.end());
     file.insert(file.end(), after, 0xA5);
@@ -261,13 +261,13 @@ class LookReferenceFile : public LookTest {
 };
 
 TEST_F(LookReferenceFile, LoadsTheGridAtItsOffset) {
-  SGridSpec spec;
-  spec.n = 4;
-  spec.divisor = 4096;
-  spec.scale = 2.0f;
-  spec.bias = -0.5f;
-  spec.sample = RandomSamples(5);
-  const auto record = WriteGridFile(spec, 1000, 7);
+  SGridLayout layout;
+  layout.n = 4;
+  layout.divisor = 4096;
+  layout.scale = 2.0f;
+  layout.bias = -0.5f;
+  layout.sample = RandomSamples(5);
+  const auto record = WriteGridFile(layout, 1000, 7);
   const auto lut = Tincta::LoadLookReference(record.data(), record.size());
   ASSERT_NE(lut, nullptr);
   EXPECT_TRUE(lut->Is3D());
@@ -278,15 +278,15 @@ TEST_F(LookReferenceFile, LoadsTheGridAtItsOffset) {
   EXPECT_EQ(lut->DomainMax(), (Tincta::Vec4{1, 1, 1, 1}));
   const auto entry = EntryOf(*lut, 3, 1, 2);
   for (int c = 0; c < 3; ++c)
-    EXPECT_EQ(entry[c], Expected(spec, 3, 1, 2, c));
+    EXPECT_EQ(entry[c], Expected(layout, 3, 1, 2, c));
   EXPECT_EQ(entry[3], 1.0f);
 }
 
 TEST_F(LookReferenceFile, ParseLUTTakesTheLookReferenceBranch) {
-  SGridSpec spec;
-  spec.n = 3;
-  spec.sample = RandomSamples(6);
-  std::vector<uint8_t> record = WriteGridFile(spec, 16, 0);
+  SGridLayout layout;
+  layout.n = 3;
+  layout.sample = RandomSamples(6);
+  std::vector<uint8_t> record = WriteGridFile(layout, 16, 0);
   record.resize(5000, 0xEE);  // bytes after the record are ignored
 
   std::shared_ptr<void> lut;
@@ -308,12 +308,12 @@ TEST_F(LookReferenceFile, ParseLUTTakesTheLookReferenceBranch) {
 }
 
 TEST_F(LookReferenceFile, EveryFailureYieldsNothingAndClosesTheFile) {
-  SGridSpec spec;
-  spec.n = 2;
-  spec.sample = RandomSamples(7);
-  const auto good = WriteGridFile(spec, 64, 0);
+  SGridLayout layout;
+  layout.n = 2;
+  layout.sample = RandomSamples(7);
+  const auto good = WriteGridFile(layout, 64, 0);
   const uint32_t length = uint32_t(grid_.size());
-  SGridSpec damaged;
+  SGridLayout damaged;
   damaged.n = 255;
   const auto damagedGrid = MakeLookGrid(damaged);
   const std::string damagedPath =

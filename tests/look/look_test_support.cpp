@@ -31,26 +31,26 @@ void ResetLookState() {
 
 }  // namespace
 
-std::vector<uint8_t> MakeLookGrid(const SGridSpec& spec) {
-  const uint64_t n = spec.n;
-  std::vector<uint8_t> grid(spec.dataOffset + 6 * n * n * n + spec.trailingBytes, 0);
-  PutU32BE(grid, 0, spec.dataOffset);
+std::vector<uint8_t> MakeLookGrid(const SGridLayout& layout) {
+  const uint64_t n = layout.n;
+  std::vector<uint8_t> grid(layout.dataOffset + 6 * n * n * n + layout.trailingBytes, 0);
+  PutU32BE(grid, 0, layout.dataOffset);
   std::memcpy(grid.data() + 4, "ALOK", 4);
-  PutU32BE(grid, 12, spec.divisor);
+  PutU32BE(grid, 12, layout.divisor);
   uint32_t bits;
-  std::memcpy(&bits, &spec.scale, 4);
+  std::memcpy(&bits, &layout.scale, 4);
   PutU32BE(grid, 16, bits);
-  std::memcpy(&bits, &spec.bias, 4);
+  std::memcpy(&bits, &layout.bias, 4);
   PutU32BE(grid, 20, bits);
-  grid[24] = uint8_t(spec.n >> 8);
-  grid[25] = uint8_t(spec.n);
-  if (!spec.sample) return grid;
-  uint8_t* cursor = grid.data() + spec.dataOffset;
+  grid[24] = uint8_t(layout.n >> 8);
+  grid[25] = uint8_t(layout.n);
+  if (!layout.sample) return grid;
+  uint8_t* cursor = grid.data() + layout.dataOffset;
   for (uint32_t i = 0; i < n; ++i) {
     for (uint32_t j = 0; j < n; ++j) {
       for (uint32_t k = 0; k < n; ++k) {
         for (int c = 0; c < 3; ++c) {
-          const uint16_t value = spec.sample(i, j, k, c);
+          const uint16_t value = layout.sample(i, j, k, c);
           *cursor++ = uint8_t(value >> 8);
           *cursor++ = uint8_t(value);
         }

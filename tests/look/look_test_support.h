@@ -20,7 +20,7 @@ namespace crandle_test {
 /// Sample of channel c at grid indices (i, j, k), i slowest.
 using GridSample = std::function<uint16_t(uint32_t i, uint32_t j, uint32_t k, int c)>;
 
-struct SGridSpec {
+struct SGridLayout {
   uint16_t n = 2;
   uint32_t dataOffset = 32;
   uint32_t divisor = 65535;
@@ -32,7 +32,7 @@ struct SGridSpec {
 };
 
 /// A big-endian "ALOK" grid block: header, zero bytes up to the data offset, the N^3 triples.
-std::vector<uint8_t> MakeLookGrid(const SGridSpec& spec);
+std::vector<uint8_t> MakeLookGrid(const SGridLayout& layout);
 
 /// A 4122-byte look reference record, the path in UTF-16LE (a path of 2049 units fills the field
 /// and leaves no NUL).

@@ -89,10 +89,10 @@ TEST(LookTool, PackedLUTsShowTheSameTables) {
 
 TEST(LookTool, InfoFromBytesFollowsALookReference) {
   TempDir directory;
-  SGridSpec spec;
-  spec.n = 3;
-  spec.sample = [](uint32_t i, uint32_t, uint32_t, int) { return uint16_t(i * 30000); };
-  const auto grid = MakeLookGrid(spec);
+  SGridLayout layout;
+  layout.n = 3;
+  layout.sample = [](uint32_t i, uint32_t, uint32_t, int) { return uint16_t(i * 30000); };
+  const auto grid = MakeLookGrid(layout);
   const std::string gridPath = directory.Write("clip.mxf", grid.data(), grid.size());
   const auto record = MakeLookReference(Tincta::Utf8ToUtf16(gridPath), uint32_t(grid.size()), 0);
   const std::string recordPath = directory.Write("clip.look", record.data(), record.size());
