@@ -4,6 +4,7 @@
 #include <string>
 
 #include "lut/formats/shaper_line.h"
+#include "lut/formats/text_grid.h"
 #include "lut/formats/text_lines.h"
 
 namespace Tincta {
@@ -12,8 +13,6 @@ namespace {
 constexpr uint32_t kMaxMeshInputBits = 7;
 constexpr uint32_t kMaxMeshOutputBits = 32;
 constexpr uint32_t kMaxEntriesHeader = 128;
-// Upsampling a mesh stops here; bigger grids come back down to it.
-constexpr uint32_t kMeshUpsampleCap = 128;
 // "0 0 0" and a line break: the fewest bytes a data line can take.
 constexpr uint64_t kLeastBytesPerDataLine = 6;
 
@@ -233,21 +232,7 @@ EReadOutcome CMeshReader::Finish() {
     }
   }
 
-  if (options_.upsampleToPowerOfTwo && !IsPowerOfTwo(size_)) {
-    if (!lut_.Resample(std::min(PowerOfTwoNotBelow(size_), kMeshUpsampleCap))) {
-      return EReadOutcome::Failed;
-    }
-  }
-  if (shaper_) {
-    // The shaper's output is already a texel coordinate of the grid.
-    const float low = 0.5f / float(lut_.Size());
-    const float high = 1.0f - low;
-    lut_.SetInputShaper(std::move(shaper_));
-    lut_.SetDomain({low, low, low, low}, {high, high, high, high});
-  } else {
-    lut_.SetDomain({0, 0, 0, 1}, {1, 1, 1, 1});
-  }
-  return EReadOutcome::Loaded;
+  return FinishTextGrid(lut_, std::move(shaper_), options_.upsampleToPowerOfTwo);
 }
 
 }  // namespace

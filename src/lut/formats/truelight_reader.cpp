@@ -4,14 +4,13 @@
 #include <cmath>
 
 #include "lut/formats/float_triple.h"
+#include "lut/formats/text_grid.h"
 #include "lut/formats/text_lines.h"
 
 namespace Tincta {
 namespace {
 
 constexpr int kMaxInputLUTLength = 4096;
-// Upsampling the cube stops here; bigger cubes come back down to it.
-constexpr uint32_t kTruelightUpsampleCap = 128;
 constexpr uint32_t kShaperUpsampleCap = 4096;
 constexpr double kIdentityTolerance = 1e-5;
 // "0 0 0" and a line break: the fewest bytes an entry line can take.
@@ -108,8 +107,8 @@ bool CTruelightReader::ReadInputLUT() {
   if (!target.Allocate(length, false)) return false;
 
   // The shaper's output addresses texel centres of the cube as it will be uploaded.
-  const double texels = double(
-      std::min(PowerOfTwoNotBelow(uint32_t(width_ > 0 ? width_ : 1)), kTruelightUpsampleCap));
+  const double texels =
+      double(std::min(PowerOfTwoNotBelow(uint32_t(width_ > 0 ? width_ : 1)), kTextGridUpsampleCap));
   bool identity = true;
   float* table = target.Table();
   std::string_view line;
@@ -165,21 +164,7 @@ EReadOutcome CTruelightReader::Finish() {
     lut_.SetDomain({0, 0, 0, 1}, {1, 1, 1, 1});
     return EReadOutcome::Loaded;
   }
-  if (options_.upsampleToPowerOfTwo && !IsPowerOfTwo(lut_.Size())) {
-    if (!lut_.Resample(std::min(PowerOfTwoNotBelow(lut_.Size()), kTruelightUpsampleCap))) {
-      return EReadOutcome::Failed;
-    }
-  }
-  if (shaper_) {
-    // The shaper's output is already a texel coordinate of the cube.
-    const float low = 0.5f / float(lut_.Size());
-    const float high = 1.0f - low;
-    lut_.SetInputShaper(std::move(shaper_));
-    lut_.SetDomain({low, low, low, low}, {high, high, high, high});
-  } else {
-    lut_.SetDomain({0, 0, 0, 1}, {1, 1, 1, 1});
-  }
-  return EReadOutcome::Loaded;
+  return FinishTextGrid(lut_, std::move(shaper_), options_.upsampleToPowerOfTwo);
 }
 
 }  // namespace
