@@ -19,14 +19,7 @@ COvComplexFrameBuffer::COvComplexFrameBuffer() {
 COvComplexFrameBuffer::COvComplexFrameBuffer(const COvComplexFrameBuffer& other)
     : COvFrameBuffer() {
   RegisterType(kTypeId);
-  if (other.buffer_) {
-    lines_.reset(new (std::nothrow) uint8_t*[other.height_ ? other.height_ : 1]);
-    if (!lines_) return;
-    std::memcpy(lines_.get(), other.lines_.get(), sizeof(uint8_t*) * other.height_);
-    buffer_ = other.buffer_;
-    buffer_->AddRef();
-    offset_ = other.offset_;
-  }
+  if (other.buffer_ && !bShareBlockOf(other)) return;
   width_ = other.width_;
   height_ = other.height_;
   lineStride_ = other.lineStride_;
@@ -35,6 +28,19 @@ COvComplexFrameBuffer::COvComplexFrameBuffer(const COvComplexFrameBuffer& other)
   path_.AddText("Constructed as a copy (see pipeline above)");
   path_.AddSize(width_, height_);
   path_.AddFormat(format_);
+}
+
+bool COvComplexFrameBuffer::bShareBlockOf(const COvComplexFrameBuffer& other) {
+  lines_.reset(new (std::nothrow) uint8_t*[other.height_ ? other.height_ : 1]);
+  if (!lines_) return false;
+  std::memcpy(lines_.get(), other.lines_.get(), sizeof(uint8_t*) * other.height_);
+  buffer_ = other.buffer_;
+  buffer_->AddRef();
+  offset_ = other.offset_;
+  width_ = other.width_;
+  height_ = other.height_;
+  lineStride_ = other.lineStride_;
+  return true;
 }
 
 COvComplexFrameBuffer::COvComplexFrameBuffer(SInPlace, COvComplexFrameBuffer& source,

@@ -136,6 +136,9 @@ class COvComplexFrameBuffer final : public COvFrameBuffer {
   bool bRebuildLinePointers();
   /// Takes width, height, stride, format, block, offset and lines from `other`.
   void TakeOver(COvComplexFrameBuffer& other);
+  /// Shares `other`'s block, offset, size, stride and line pointers; false (nothing shared)
+  /// without memory for the line table.
+  bool bShareBlockOf(const COvComplexFrameBuffer& other);
   bool bCopyConvertWithText(const FrameBufferFormat& format, const char* text);
   enum class ERowConversion { kDone, kNotStarted, kBroken };
   ERowConversion ConvertRowsInPlace(const FrameBufferFormat& format);

@@ -16,15 +16,7 @@ COvComplexFrameBuffer::COvComplexFrameBuffer(const COvComplexFrameBuffer& other,
                                              const FrameBufferFormat& format) {
   RegisterType(kTypeId);
   if (other.buffer_ && FormatsMatch(other.format_, format)) {
-    lines_.reset(new (std::nothrow) uint8_t*[other.height_ ? other.height_ : 1]);
-    if (!lines_) return;
-    std::memcpy(lines_.get(), other.lines_.get(), sizeof(uint8_t*) * other.height_);
-    buffer_ = other.buffer_;
-    buffer_->AddRef();
-    offset_ = other.offset_;
-    width_ = other.width_;
-    height_ = other.height_;
-    lineStride_ = other.lineStride_;
+    if (!bShareBlockOf(other)) return;
     format_ = format;
     path_.Append(other.path_);
   } else if (other.buffer_) {
