@@ -1,10 +1,13 @@
-// MD5 against the RFC 1321 test suite; CRC-32C against published check values, and its two
-// implementations against each other.
+// MD5 through its incremental interface; CRC-32C against its check value and its two
+// implementations against each other; the processor-feature record behind that choice and the
+// kernel tables, against the kernel's own report, with its "sse" switch.
 #include <gtest/gtest.h>
 
-#include <cctype>
-#include <cstring>
+#include <cstdlib>
+#include <fstream>
 #include <random>
+#include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -15,40 +18,21 @@
 
 namespace {
 
-std::string Hex(const Tincta::Md5Digest& digest) {
-  std::string text =
-      Tincta::EncodeBytesAsText(digest.data(), digest.size(), Tincta::ETextCodecMode::Hexadecimal);
-  for (char& c : text)
-    c = char(std::tolower(static_cast<unsigned char>(c)));
-  return text;
-}
-
-TEST(MD5, RFC1321Suite) {
-  struct Case {
-    const char* message;
-    const char* digest;
-  };
-  const Case cases[] = {
-      {"", "d41d8cd98f00b204e9800998ecf8427e"},
-      {"a", "0cc175b9c0f1b6a831c399e269772661"},
-      {"abc", "900150983cd24fb0d6963f7d28e17f72"},
-      {"message digest", "f96b697d7cb7938d525a2f31aaf161d0"},
-      {"abcdefghijklmnopqrstuvwxyz", "c3fcd3d76192e4007dfb496cca67e13b"},
-      {"ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789",
-       "d174ab98d277d9f5a5611c2c9f419d9f"},
-      {"12345678901234567890123456789012345678901234567890123456789012345678901234567890",
-       "57edf4a22be3c955ac49da2e2107b67a"},
-  };
-  for (const Case& c : cases) {
-    EXPECT_EQ(Hex(Tincta::Md5Of(c.message, std::strlen(c.message))), c.digest) << c.message;
-  }
-}
-
-TEST(MD5, PiecesEqualOneShot) {
+std::vector<uint8_t> RandomBytes(size_t count) {
   std::mt19937 random(3);
-  std::vector<uint8_t> bytes(200);
+  std::vector<uint8_t> bytes(count);
   for (auto& b : bytes)
     b = uint8_t(random());
+  return bytes;
+}
+
+// RFC 1321's digest of "message digest"; pieces of any size, empty ones included, give the
+// digest of the whole.
+TEST(MD5, KnownDigestAndPieces) {
+  const auto digest = Tincta::Md5Of("message digest", 14);
+  EXPECT_EQ(Tincta::EncodeBytesAsText(digest.data(), 16, Tincta::ETextCodecMode::Hexadecimal),
+            "F96B697D7CB7938D525A2F31AAF161D0");
+  const auto bytes = RandomBytes(200);
   const auto whole = Tincta::Md5Of(bytes.data(), bytes.size());
   for (size_t cut = 0; cut <= bytes.size(); cut += 7) {
     Tincta::COvMD5 md5;
@@ -57,44 +41,76 @@ TEST(MD5, PiecesEqualOneShot) {
     md5.Update(bytes.data() + cut, bytes.size() - cut);
     EXPECT_EQ(md5.Finish(), whole) << cut;
   }
-  // Byte by byte across the 64-byte block boundaries.
-  Tincta::COvMD5 md5;
-  for (uint8_t b : bytes)
-    md5.Update(&b, 1);
-  EXPECT_EQ(md5.Finish(), whole);
 }
 
-TEST(CRC32C, PublishedCheckValues) {
+TEST(CRC32C, CheckValueAndContinuation) {
   EXPECT_EQ(Tincta::Crc32c("123456789", 9), 0xE3069283u);
-  std::vector<uint8_t> zeros(32, 0x00), ones(32, 0xFF), up(32), down(32);
-  for (int i = 0; i < 32; ++i)
-    up[i] = uint8_t(i), down[i] = uint8_t(31 - i);
-  EXPECT_EQ(Tincta::Crc32c(zeros.data(), 32), 0x8A9136AAu);
-  EXPECT_EQ(Tincta::Crc32c(ones.data(), 32), 0x62A8AB43u);
-  EXPECT_EQ(Tincta::Crc32c(up.data(), 32), 0x46DD794Eu);
-  EXPECT_EQ(Tincta::Crc32c(down.data(), 32), 0x113FDB5Cu);
   EXPECT_EQ(Tincta::Crc32cTable("123456789", 9), 0xE3069283u);
-  EXPECT_EQ(Tincta::Crc32c(nullptr, 0), 0u);
-  // Continuing from an earlier result equals one pass.
   EXPECT_EQ(Tincta::Crc32c("56789", 5, Tincta::Crc32c("1234", 4)), 0xE3069283u);
-  EXPECT_EQ(Tincta::Crc32cTable("56789", 5, Tincta::Crc32cTable("1234", 4)), 0xE3069283u);
+  EXPECT_EQ(Tincta::Crc32c(nullptr, 0), 0u);
 }
 
-TEST(CRC32C, InstructionEqualsTableForEveryLengthAndAlignment) {
+// Every length through the 8-byte steps and their tails, at every alignment and start value.
+TEST(CRC32C, InstructionEqualsTable) {
   if (!Tincta::ProcessorFeatures().sse42) GTEST_SKIP() << "this processor has no SSE4.2";
-  std::mt19937 random(17);
-  std::vector<uint8_t> buffer(64 + 8);
-  for (auto& b : buffer)
-    b = uint8_t(random());
-  for (size_t offset = 0; offset < 8; ++offset) {
-    for (size_t length = 0; length <= 64; ++length) {
-      for (uint32_t start : {0u, 0xFFFFFFFFu, 0x12345678u}) {
-        const uint8_t* p = buffer.data() + offset;
-        ASSERT_EQ(Tincta::Crc32cSse42(p, length, start), Tincta::Crc32cTable(p, length, start))
-            << "offset " << offset << " length " << length << " start " << start;
-      }
-    }
+  const auto buffer = RandomBytes(72);
+  for (size_t offset = 0; offset < 8; ++offset)
+    for (size_t length = 0; length <= 64; ++length)
+      for (uint32_t start : {0u, 0xFFFFFFFFu, 0x12345678u})
+        ASSERT_EQ(Tincta::Crc32cSse42(&buffer[offset], length, start),
+                  Tincta::Crc32cTable(&buffer[offset], length, start))
+            << offset << " " << length << " " << start;
+}
+
+TEST(ProcessorFeatures, AgreeWithTheKernel) {
+  std::ifstream in("/proc/cpuinfo");
+  std::string line;
+  while (std::getline(in, line) && line.rfind("flags", 0) != 0) {
   }
+  std::istringstream words(line.substr(line.find(':') + 1));
+  std::set<std::string> flags;
+  for (std::string word; words >> word;)
+    flags.insert(word);
+  if (flags.empty()) GTEST_SKIP() << "/proc/cpuinfo has no flags line";
+  const auto features = Tincta::DetectProcessorFeatures(nullptr);
+  EXPECT_EQ(features.sse41, flags.count("sse4_1") == 1);
+  EXPECT_EQ(features.sse42, flags.count("sse4_2") == 1);
+  EXPECT_EQ(features.fma, flags.count("fma") == 1);
+  EXPECT_EQ(features.f16c, flags.count("f16c") == 1);
+  EXPECT_EQ(features.avx2, flags.count("avx2") == 1);
+  EXPECT_EQ(features.avx && features.osSavesYmm, flags.count("avx") == 1);  // the kernel's rule
+  const bool wide = flags.count("avx") && flags.count("avx2") && flags.count("fma");
+  EXPECT_EQ(features.Use256BitKernels(), wide);
+  EXPECT_STREQ(Tincta::KernelTierName(features), wide ? "avx2" : "sse");
+}
+
+// Only the exact word "sse" switches the wide kernels off, and detection stays as it is.
+TEST(ProcessorFeatures, OverrideSwitchesOnlyTheWideKernelsOff) {
+  const auto detected = Tincta::DetectProcessorFeatures(nullptr);
+  for (const char* value : {"sse", "avx2", "", "sse4", "SSE"}) {
+    const auto features = Tincta::DetectProcessorFeatures(value);
+    const bool off = std::string(value) == "sse";
+    EXPECT_EQ(features.wideVectorsSwitchedOff, off) << value;
+    EXPECT_EQ(features.avx2, detected.avx2) << value;
+    EXPECT_EQ(features.Use256BitKernels(), !off && detected.Use256BitKernels()) << value;
+  }
+}
+
+// CRANDLE_CPU_ISA is read once, at first use: checked in a fresh process.
+TEST(ProcessorFeatures, EnvironmentOverrideAtFirstUse) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        ::setenv("CRANDLE_CPU_ISA", "sse", 1);
+        const auto& features = Tincta::ProcessorFeatures();
+        ::setenv("CRANDLE_CPU_ISA", "avx2", 1);
+        std::exit(features.wideVectorsSwitchedOff &&
+                          Tincta::ProcessorFeatures().wideVectorsSwitchedOff &&
+                          std::string(Tincta::KernelTierName(features)) == "sse"
+                      ? 0
+                      : 1);
+      },
+      ::testing::ExitedWithCode(0), "");
 }
 
 }  // namespace
