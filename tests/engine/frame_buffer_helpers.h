@@ -3,14 +3,11 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdint>
 #include <cstring>
 #include <memory>
-#include <random>
 #include <vector>
 
 #include "engine/frame_buffer/complex_frame_buffer.h"
-#include "engine/frame_buffer/frame_buffer_format.h"
 #include "engine/frame_buffer/sample_codes.h"
 
 namespace crandle_test {
@@ -19,24 +16,16 @@ inline Tincta::FrameBufferFormat MakeFormat(uint32_t type, uint32_t precision,
                                             int32_t order = Tincta::kChannelOrderRGB,
                                             bool bigEndian = false, bool topToBottom = true,
                                             uint32_t lineStride = 0) {
-  Tincta::FrameBufferFormat format;
-  format.type = type;
-  format.precision = precision;
-  format.channelOrder = order;
-  format.bigEndian = bigEndian;
-  format.topToBottom = topToBottom;
-  format.lineStride = lineStride;
-  return format;
+  return {type, precision, order, bigEndian, topToBottom, 0, lineStride};
 }
 
-/// A buffer with freshly allocated pixels; every byte of the block set to `fill`.
+/// A buffer with freshly allocated pixels, every byte of its block set to `fill`.
 inline std::unique_ptr<Tincta::COvComplexFrameBuffer> NewBuffer(
     const Tincta::FrameBufferFormat& format, uint32_t width, uint32_t height, uint8_t fill = 0) {
   auto buffer = std::make_unique<Tincta::COvComplexFrameBuffer>();
   EXPECT_TRUE(buffer->bAllocateNewBuffer(format, width, height));
-  if (buffer->HasPixels()) {
+  if (buffer->HasPixels())
     std::memset(buffer->SharedBuffer()->Data(), fill, buffer->SharedBuffer()->Size());
-  }
   return buffer;
 }
 
@@ -44,15 +33,9 @@ inline std::unique_ptr<Tincta::COvComplexFrameBuffer> NewBuffer(
 inline std::vector<uint8_t> PictureBytes(const Tincta::COvComplexFrameBuffer& buffer) {
   const auto lineBytes = size_t(Tincta::PixelLineBytes(buffer.Format(), buffer.Width()));
   std::vector<uint8_t> bytes;
-  for (uint32_t y = 0; y < buffer.Height(); ++y) {
+  for (uint32_t y = 0; y < buffer.Height(); ++y)
     bytes.insert(bytes.end(), buffer.Line(y), buffer.Line(y) + lineBytes);
-  }
   return bytes;
-}
-
-/// Float RGBA pixels for line `y` of a "32 bit float" RGBA buffer.
-inline float* FloatLine(const Tincta::COvComplexFrameBuffer& buffer, uint32_t y) {
-  return reinterpret_cast<float*>(buffer.Line(y));
 }
 
 }  // namespace crandle_test
