@@ -1,305 +1,225 @@
-// The cube text reader: size lines, domains, titles, data lines, and where it gives up.
-#include <gtest/gtest.h>
+// The cube text reader, and its data lines read without sscanf against sscanf itself.
+#include <sys/resource.h>
 
+#include <bit>
 #include <cmath>
-#include <cstdlib>
-#include <functional>
-#include <string>
-#include <thread>
-#include <vector>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <random>
 
 #include "lut/formats/cube_reader.h"
-#include "lut/lut3d.h"
-#include "lut_test_helpers.h"
+#include "lut/formats/float_triple.h"
+#include "lut_test.h"
 
+namespace crandle_test {
 namespace {
 
 using Tincta::COv3DLUT;
 using Tincta::ELUTKindFilter;
 using Tincta::EReadOutcome;
 using Tincta::Vec4;
-using namespace crandle_test;
 using namespace std::string_literals;
+constexpr auto kNot = EReadOutcome::NotThisFormat, kFailed = EReadOutcome::Failed;
+constexpr auto kLoaded = EReadOutcome::Loaded;
 
-const char* Name(EReadOutcome outcome) {
-  switch (outcome) {
-    case EReadOutcome::NotThisFormat:
-      return "NotThisFormat";
-    case EReadOutcome::Failed:
-      return "Failed";
-    case EReadOutcome::Loaded:
-      return "Loaded";
-  }
-  return "?";
-}
-
-// Reads `text` from an exactly sized heap copy, so that any read past its end is caught.
-EReadOutcome Read(COv3DLUT& lut, std::string_view text,
-                  ELUTKindFilter filter = ELUTKindFilter::Any) {
-  std::vector<uint8_t> bytes(text.begin(), text.end());
-  Tincta::SParseOptions options;
-  options.kindFilter = filter;
-  return Tincta::ReadCube(lut, bytes.data(), uint32_t(bytes.size()), options);
+EReadOutcome Read(COv3DLUT& lut, std::string_view text, ELUTKindFilter kind = {}) {
+  const std::vector<uint8_t> bytes(text.begin(), text.end());
+  return Tincta::ReadCube(lut, bytes.data(), uint32_t(bytes.size()), {.kindFilter = kind});
 }
 
 std::string Lines(size_t count, const char* line = "0.5 0.25 0.125\n") {
   std::string text;
-  for (size_t i = 0; i < count; ++i)
+  while (count-- > 0)
     text += line;
   return text;
 }
 
-struct SCubeCase {
-  const char* name;
-  std::string text;
-  ELUTKindFilter filter;
-  EReadOutcome outcome;
-  bool is3D = false;
-  uint32_t size = 0;
-  std::function<void(const COv3DLUT&)> check = nullptr;
-};
+// Entry i of a two-point cube is (r, g, b) with i = r + 2g + 4b.
+const std::string k2 = "0 0 0\n1 0 0\n0 1 0\n1 1 0\n0 0 1\n1 0 1\n0 1 1\n1 1 1\n";
 
-const std::string kCube2 = CubeText("", 8, Identity3D(2));
-
-std::vector<SCubeCase> CubeCases() {
-  const auto any = ELUTKindFilter::Any;
-  return {
-      {"3-D size", "LUT_3D_SIZE 2\n" + kCube2, any, EReadOutcome::Loaded, true, 2,
-       [](const COv3DLUT& lut) {
-         EXPECT_EQ(EntryAt(lut, 1), (Vec4{1, 0, 0, 1}));
-         EXPECT_EQ(EntryAt(lut, 2), (Vec4{0, 1, 0, 1}));
-         EXPECT_EQ(EntryAt(lut, 4), (Vec4{0, 0, 1, 1}));
-         EXPECT_EQ(lut.DomainMin(), (Vec4{0, 0, 0, 1}));
-         EXPECT_EQ(lut.DomainMax(), (Vec4{1, 1, 1, 1}));
-       }},
-      {"1-D size 4096", "LUT_1D_SIZE 4096\n" + Lines(4096), any, EReadOutcome::Loaded, false, 4096},
-      {"any other word is 1-D", "LUT_FOO_SIZE 17\n" + Lines(17), any, EReadOutcome::Loaded, false,
-       17},
-      {"3D_SIZE without case", "LUT_3d_Size 2\n" + kCube2, any, EReadOutcome::Loaded, true, 2},
-      {"LUT_ itself keeps its case", "lut_3d_size 2\n" + kCube2, any, EReadOutcome::NotThisFormat},
-      {"surplus lines ignored",
-       "LUT_3D_SIZE 2\n" + kCube2 + "9 9 9\nnot numbers\nDOMAIN_MID 1 1 1\n", any,
-       EReadOutcome::Loaded, true, 2,
-       [](const COv3DLUT& lut) {
-         EXPECT_EQ(EntryAt(lut, 7), (Vec4{1, 1, 1, 1}));
-       }},
-      {"too few lines", "LUT_3D_SIZE 2\n" + CubeText("", 7, Identity3D(2)), any,
-       EReadOutcome::Failed},
-      {"data before the size", "0 0 0\nLUT_1D_SIZE 2\n1 1 1\n", any, EReadOutcome::NotThisFormat},
-      {"no size line at all", "# only a comment\nTITLE \"t\"\nDOMAIN_MIN 0 0 0\n", any,
-       EReadOutcome::NotThisFormat},
-      {"empty text", "", any, EReadOutcome::NotThisFormat},
-      {"an input range is a size of 0", "LUT_3D_INPUT_RANGE 0 1\n" + kCube2, any,
-       EReadOutcome::NotThisFormat},
-      {"an input range after the size", "LUT_3D_SIZE 2\nLUT_3D_INPUT_RANGE 0.0 1.0\n" + kCube2, any,
-       EReadOutcome::NotThisFormat},
-      {"an input range before the size", "LUT_3D_INPUT_RANGE 0 1\nLUT_3D_SIZE 2\n" + kCube2, any,
-       EReadOutcome::Loaded, true, 2},
-      {"an input range and no data", "LUT_3D_SIZE 0\n", any, EReadOutcome::NotThisFormat},
-      {"domain words without case",
-       "DOMAIN_min -1 -2 -3\nDOMAIN_Max 4 5 6\nLUT_1D_SIZE 2\n" + Lines(2), any,
-       EReadOutcome::Loaded, false, 2,
-       [](const COv3DLUT& lut) {
-         EXPECT_EQ(lut.DomainMin(), (Vec4{-1, -2, -3, 1}));
-         EXPECT_EQ(lut.DomainMax(), (Vec4{4, 5, 6, 1}));
-         EXPECT_FLOAT_EQ(lut.IndexScale()[0], 1.0f / 5);
-       }},
-      {"DOMAIN_MID fails", "LUT_1D_SIZE 2\nDOMAIN_MID 0.5 0.5 0.5\n" + Lines(2), any,
-       EReadOutcome::Failed},
-      {"DOMAIN_MID fails before the size", "DOMAIN_MID 0.5 0.5 0.5\nLUT_1D_SIZE 2\n" + Lines(2),
-       any, EReadOutcome::Failed},
-      {"short domain line is data", "DOMAIN_MIN 0 0\nLUT_1D_SIZE 2\n" + Lines(2), any,
-       EReadOutcome::NotThisFormat},
-      {"domain after the data is not read", "LUT_1D_SIZE 1\n0 0 0\nDOMAIN_MIN 9 9 9\n", any,
-       EReadOutcome::Loaded, false, 1,
-       [](const COv3DLUT& lut) {
-         EXPECT_EQ(lut.DomainMin(), (Vec4{0, 0, 0, 1}));
-       }},
-      {"comments anywhere", "# LUT_3D_SIZE 9\nLUT_1D_SIZE 2\n#0 0 0\n1 2 3\n# x\n4 5 6\n", any,
-       EReadOutcome::Loaded, false, 2,
-       [](const COv3DLUT& lut) {
-         EXPECT_EQ(EntryAt(lut, 1), (Vec4{4, 5, 6, 1}));
-       }},
-      {"CR, LF, blank runs and tabs", "\r\n\r\n\tLUT_1D_SIZE\t2 \r\r\n  1\t2 3\t\r\n\n\n4 5 6", any,
-       EReadOutcome::Loaded, false, 2,
-       [](const COv3DLUT& lut) {
-         EXPECT_EQ(EntryAt(lut, 0), (Vec4{1, 2, 3, 1}));
-       }},
-      {"values stored as read", "LUT_1D_SIZE 2\n-0.5 2 1e3\nnan inf -inf\n", any,
-       EReadOutcome::Loaded, false, 2,
-       [](const COv3DLUT& lut) {
-         EXPECT_EQ(EntryAt(lut, 0), (Vec4{-0.5f, 2, 1000, 1}));
-         EXPECT_TRUE(std::isnan(EntryAt(lut, 1)[0]));
-         EXPECT_EQ(EntryAt(lut, 1)[1], INFINITY);
-         EXPECT_EQ(EntryAt(lut, 1)[2], -INFINITY);
-       }},
-      {"a short data line ends the data", "LUT_1D_SIZE 3\n1 1 1\n2 2\n3 3 3\n", any,
-       EReadOutcome::Failed},
-      {"a fourth number is ignored", "LUT_1D_SIZE 2\n1 1 1 1\n2 2 2 x\n", any, EReadOutcome::Loaded,
-       false, 2},
-      {"a NUL ends what a line holds", "LUT_1D_SIZE 2\n1 1 1\n2 2\0 2\n"s, any,
-       EReadOutcome::Failed},
-      {"a size line after the data ends is not read",
-       "LUT_1D_SIZE 2\n" + Lines(2) + "LUT_3D_SIZE 300\n", any, EReadOutcome::Loaded, false, 2},
-      {"a later size line replaces the table", "LUT_3D_SIZE 3\nLUT_1D_SIZE 2\n" + Lines(2), any,
-       EReadOutcome::Loaded, false, 2},
-      {"a size line amid the data starts again",
-       "LUT_3D_SIZE 2\n" + Lines(3, "7 7 7\n") + "LUT_1D_SIZE 2\n1 2 3\n4 5 6\n", any,
-       EReadOutcome::Loaded, false, 2,
-       [](const COv3DLUT& lut) {
-         EXPECT_EQ(EntryAt(lut, 0), (Vec4{1, 2, 3, 1}));
-       }},
-      {"one-point cube", "LUT_3D_SIZE 1\n0.5 0.5 0.5", any, EReadOutcome::Loaded, true, 1},
-      {"3-D limit", "LUT_3D_SIZE 257\n" + Lines(10), any, EReadOutcome::Failed},
-      {"1-D limit", "LUT_1D_SIZE 65537\n" + Lines(10), any, EReadOutcome::Failed},
-      {"1-D at the limit", "LUT_1D_SIZE 65536\n" + Lines(65536), any, EReadOutcome::Loaded, false,
-       65536},
-      {"negative size", "LUT_3D_SIZE -1\n" + Lines(10), any, EReadOutcome::Failed},
-      {"3-D refused by the 1-D filter", "LUT_3D_SIZE 2\n" + kCube2, ELUTKindFilter::Only1D,
-       EReadOutcome::Failed},
-      {"1-D refused by the 3-D filter", "LUT_1D_SIZE 2\n" + Lines(2), ELUTKindFilter::Only3D,
-       EReadOutcome::Failed},
-      {"an input range under the 3-D filter", "LUT_3D_INPUT_RANGE 0 1\nLUT_3D_SIZE 2\n" + kCube2,
-       ELUTKindFilter::Only3D, EReadOutcome::Failed},
-      {"3-D accepted by the 3-D filter", "LUT_3D_SIZE 2\n" + kCube2, ELUTKindFilter::Only3D,
-       EReadOutcome::Loaded, true, 2},
-      {"declared far beyond the text", "LUT_3D_SIZE 256\n0 0 0\n0 0 0\n0 0 0\n", any,
-       EReadOutcome::Failed},
-      {"declared beyond the text, then replaced", "LUT_3D_SIZE 256\nLUT_3D_SIZE 2\n" + kCube2, any,
-       EReadOutcome::Loaded, true, 2},
-      {"shortest possible data, no final break",
-       "LUT_3D_SIZE 2\n1-2-3\n0 0 0\n0 0 0\n0 0 0\n0 0 0\n0 0 0\n0 0 0\n4-5-6", any,
-       EReadOutcome::Loaded, true, 2,
-       [](const COv3DLUT& lut) {
-         EXPECT_EQ(EntryAt(lut, 0), (Vec4{1, -2, -3, 1}));
-         EXPECT_EQ(EntryAt(lut, 7), (Vec4{4, -5, -6, 1}));
-       }},
-      {"shortest data one line short", "LUT_3D_SIZE 2\n" + Lines(7, "0 0 0\n") + "0 0", any,
-       EReadOutcome::Failed},
-  };
-}
-
-TEST(CubeReader, Cases) {
-  for (const auto& c : CubeCases()) {
-    SCOPED_TRACE(c.name);
-    COv3DLUT lut;
-    lut.SetTitle("before");
-    const EReadOutcome outcome = Read(lut, c.text, c.filter);
-    ASSERT_STREQ(Name(outcome), Name(c.outcome));
-    if (outcome != EReadOutcome::Loaded) continue;
-    EXPECT_EQ(lut.Is3D(), c.is3D);
-    ASSERT_EQ(lut.Size(), c.size);
-    EXPECT_EQ(lut.Title(), "before");
-    for (size_t i = 0; i < lut.EntryCount(); ++i)
-      ASSERT_EQ(EntryAt(lut, i)[3], 1.0f) << i;
-    if (c.check) c.check(lut);
-  }
-}
-
-struct STitleCase {
-  const char* text;
-  const char* title;  // null: the line is no TITLE line, so the text is no cube
-};
-
-TEST(CubeReader, Titles) {
-  const std::string longTitle(2000, 'x');
-  const STitleCase cases[] = {
-      {"TITLE \"Kodak 2383\"\n", "Kodak 2383"},
-      {"TITLE   \"  padded\"  \n", "  padded"},
-      {"TITLE \"unclosed\n", "unclosed"},
-      {"TITLE \"first\"\nTITLE \"second\"\n", "second"},
-      {"TITLE unquoted\n", "kept"},
-      {"TITLE \"\"\n", "kept"},
-      {"TITLEX \"glued\"\n", "kept"},
-      {"title \"lower\"\n", nullptr},  // not a TITLE line: a data line before the size
+TEST(CubeReader, Outcomes) {
+  const struct {
+    std::string text;
+    EReadOutcome outcome;
+    size_t entries = 0;
+    ELUTKindFilter kind = ELUTKindFilter::Any;
+  } cases[] = {
+      {"LUT_3D_SIZE 2\n" + k2, kLoaded, 8},
+      {"LUT_1D_SIZE 4096\n" + Lines(4096), kLoaded, 4096},
+      {"LUT_FOO_SIZE 17\n" + Lines(17), kLoaded, 17},
+      {"LUT_3d_Size 2\n" + k2, kLoaded, 8},
+      {"LUT_3D_SIZE 2\n" + k2 + "9 9 9\nx\nDOMAIN_MID 1 1 1\nLUT_3D_SIZE 300\n", kLoaded, 8},
+      {"LUT_3D_SIZE 2\n" + k2.substr(6), kFailed},
+      {"0 0 0\nLUT_1D_SIZE 2\n1 1 1\n", kNot},
+      {"# comment\nTITLE \"t\"\nDOMAIN_MIN 0 0 0\n", kNot},
+      {"LUT_3D_INPUT_RANGE 0 1\n" + k2, kNot},  // a 1-D size of 0
+      {"LUT_3D_SIZE 2\nLUT_3D_INPUT_RANGE 0.0 1.0\n" + k2, kNot},
+      {"LUT_3D_INPUT_RANGE 0 1\nLUT_3D_SIZE 2\n" + k2, kLoaded, 8},
+      {"LUT_3D_INPUT_RANGE 0 1\nLUT_3D_SIZE 2\n" + k2, kFailed, 0, ELUTKindFilter::Only3D},
+      {"LUT_3D_SIZE 2\n" + k2, kFailed, 0, ELUTKindFilter::Only1D},
+      {"LUT_3D_SIZE 2\n" + k2, kLoaded, 8, ELUTKindFilter::Only3D},
+      {"LUT_1D_SIZE 2\nDOMAIN_MID 0.5 0.5 0.5\n" + Lines(2), kFailed},
+      {"DOMAIN_" + std::string(5000, 'Q') + " 1 2 3\nLUT_1D_SIZE 1\n0 0 0\n", kFailed},
+      {"LUT_1D_SIZE 3\n1 1 1\n2 2\n3 3 3\n", kFailed},
+      {"LUT_1D_SIZE 2\n1 1 1\n2 2\0 2\n"s, kFailed},
+      {"LUT_3D_SIZE 256\nLUT_3D_SIZE 2\n" + k2, kLoaded, 8},
+      {"LUT_3D_SIZE 257\nLUT_3D_SIZE 2\n" + k2, kFailed},
+      {"LUT_1D_SIZE 65536\n" + Lines(65536), kLoaded, 65536},
+      {"LUT_1D_SIZE 65537\nLUT_1D_SIZE 2\n" + Lines(2), kFailed},
+      {"LUT_3D_SIZE 256\n" + k2, kFailed},
+      {"LUT_3D_SIZE 2\n" + Lines(7, "0 0 0\n") + "0 0", kFailed},
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.text);
+    SCOPED_TRACE(c.text.substr(0, 60));
     COv3DLUT lut;
-    lut.SetTitle("kept");
-    const EReadOutcome outcome = Read(lut, std::string(c.text) + "LUT_1D_SIZE 1\n0 0 0\n");
-    if (!c.title) {
-      EXPECT_EQ(outcome, EReadOutcome::NotThisFormat);
-      continue;
-    }
-    ASSERT_EQ(outcome, EReadOutcome::Loaded);
-    EXPECT_EQ(lut.Title(), c.title);
+    ASSERT_EQ(int(Read(lut, c.text, c.kind)), int(c.outcome));
+    EXPECT_TRUE(c.outcome != kLoaded || lut.EntryCount() == c.entries) << lut.EntryCount();
+    for (size_t i = 0; c.outcome == kLoaded && i < lut.EntryCount(); ++i)
+      ASSERT_EQ(At(lut, i)[3], 1.0f);
+    if (c.outcome != kFailed) continue;
+    ASSERT_TRUE(Parse(lut, "LUT_3D_SIZE 2\n" + k2));
+    EXPECT_FALSE(Parse(lut, c.text, {.kind = c.kind})) << "the failure is final";
+    ExpectCleared(lut);
   }
-  COv3DLUT lut;
-  ASSERT_EQ(Read(lut, "TITLE \"" + longTitle + "\"\nLUT_1D_SIZE 1\n0 0 0\n"), EReadOutcome::Loaded);
-  EXPECT_EQ(lut.Title(), longTitle.substr(0, 1023));
-  // A title after the data is not read, and a failed read changes no title.
-  COv3DLUT late;
-  late.SetTitle("kept");
-  ASSERT_EQ(Read(late, "LUT_1D_SIZE 1\n0 0 0\nTITLE \"late\"\n"), EReadOutcome::Loaded);
-  EXPECT_EQ(late.Title(), "kept");
-  COv3DLUT failed;
-  failed.SetTitle("kept");
-  ASSERT_EQ(Read(failed, "TITLE \"new\"\nLUT_1D_SIZE 2\n0 0 0\n"), EReadOutcome::Failed);
-  EXPECT_EQ(failed.Title(), "kept");
 }
 
-TEST(CubeReader, LongWordsInSizeAndDomainLinesAreReadWhole) {
-  // "%s" has no width: a word as long as the line must neither overflow nor be cut.
-  const std::string word(5000, 'Q');
+TEST(CubeReader, EntriesDomainsAndTitlesAsWritten) {
   COv3DLUT lut;
-  EXPECT_EQ(Read(lut, "LUT_" + word + " 2\n" + Lines(2)), EReadOutcome::Loaded);
-  EXPECT_EQ(lut.Size(), 2u);
-  EXPECT_EQ(Read(lut, "DOMAIN_" + word + " 1 2 3\nLUT_1D_SIZE 1\n0 0 0\n"), EReadOutcome::Failed);
-  EXPECT_EQ(Read(lut, "LUT_3D_SIZE" + word + " 2\n" + kCube2), EReadOutcome::Loaded);
+  ASSERT_EQ(Read(lut, "TITLE \"a\"\nLUT_3D_SIZE 2\n" + k2 + "TITLE \"late\""), kLoaded);
+  EXPECT_EQ(At(lut, 1), (Vec4{1, 0, 0, 1}));
+  EXPECT_EQ(At(lut, 2), (Vec4{0, 1, 0, 1}));
+  EXPECT_EQ(At(lut, 4), (Vec4{0, 0, 1, 1}));
+  EXPECT_EQ(lut.Title(), "a");
+  EXPECT_EQ(lut.DomainMin(), (Vec4{0, 0, 0, 1}));
+  const std::string text =
+      "\r\n\tDOMAIN_min -1 -2 -3\r\rDOMAIN_Max 4 5 6\nLUT_3D_SIZE 9\nLUT_1D_SIZE\t2 \r\n"
+      "# x\n#0 0 0\n  -0.5\t2 1e3\t\r\n\n\n1 inf -inf";
+  ASSERT_EQ(Read(lut, text), kLoaded);
+  EXPECT_EQ(At(lut, 0), (Vec4{-0.5f, 2, 1000, 1}));
+  EXPECT_EQ(At(lut, 1), (Vec4{1, INFINITY, -INFINITY, 1}));
+  EXPECT_EQ(lut.DomainMin(), (Vec4{-1, -2, -3, 1}));
+  EXPECT_EQ(lut.DomainMax(), (Vec4{4, 5, 6, 1}));
+  EXPECT_FLOAT_EQ(lut.IndexScale()[0], 1.0f / 5);
+  // Five characters a line and no final break: the least text that holds the data.
+  ASSERT_EQ(Read(lut, "LUT_3D_SIZE 2\n" + Lines(8, "1-2-3\n").substr(0, 47)), kLoaded);
+  EXPECT_EQ(At(lut, 7), (Vec4{1, -2, -3, 1}));
+  ASSERT_EQ(Read(lut, "LUT_3D_SIZE" + std::string(5000, 'Q') + " 2\n" + k2), kLoaded);
   EXPECT_FALSE(lut.Is3D()) << "the word is 3D_SIZEQQQ..., not 3D_SIZE";
-}
 
-TEST(CubeReader, ThroughTheDetectorAFailureLeavesAnEmptyObject) {
-  const std::string good = "TITLE \"Good\"\nLUT_3D_SIZE 2\n" + kCube2;
-  const std::string bad = "LUT_3D_SIZE 2\n" + Lines(3);
-  COv3DLUT lut;
-  ASSERT_TRUE(
-      lut.ParseLUTData(good.data(), uint32_t(good.size()), true, ELUTKindFilter::Any, false));
-  EXPECT_EQ(lut.Title(), "Good");
-  EXPECT_EQ(lut.Size(), 2u) << "cube tables are never resampled";
-  EXPECT_FALSE(
-      lut.ParseLUTData(bad.data(), uint32_t(bad.size()), false, ELUTKindFilter::Any, false));
-  EXPECT_EQ(lut.Size(), 0u);
-  EXPECT_EQ(lut.Table(), nullptr);
-}
-
-TEST(CubeReader, ThreadsReadingAtOnceGetTheSameTable) {
-  const std::string text = CubeText("LUT_3D_SIZE 9\n", 729, Identity3D(9));
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 4; ++t) {
-    threads.emplace_back([&text] {
-      for (int i = 0; i < 20; ++i) {
-        COv3DLUT lut;
-        if (Read(lut, text) != EReadOutcome::Loaded) {
-          ADD_FAILURE() << "read failed";
-          return;
-        }
-        for (uint32_t e = 0; e < 729; ++e) {
-          const auto expected = Identity3D(9)(e);
-          if (EntryAt(lut, e)[0] != expected[0] || EntryAt(lut, e)[2] != expected[2]) {
-            ADD_FAILURE() << "entry " << e;
-            return;
-          }
-        }
-      }
-    });
+  const std::string longTitle(2000, 'x');
+  const std::pair<std::string, std::string> titles[] = {
+      {"TITLE   \"  padded\"  \n", "  padded"},
+      {"TITLE \"first\"\nTITLE \"second\"\n", "second"},
+      {"TITLE unquoted\nTITLE \"\"\nTITLEX \"glued\"\n", "kept"},
+      {"TITLE \"" + longTitle + "\"\n", longTitle.substr(0, 1023)},
+      {"TITLE \"failed\"\nDOMAIN_MID 1 1 1\n", "kept"},
+  };
+  for (const auto& [head, title] : titles) {
+    lut.SetTitle("kept");
+    Read(lut, head + "LUT_1D_SIZE 1\n0 0 0\n");
+    EXPECT_EQ(lut.Title(), title) << head.substr(0, 40);
   }
-  for (auto& thread : threads)
-    thread.join();
+}
+
+// Caps the address space at what the process maps now plus `extraBytes`, so that a larger
+// allocation fails: for death-test children only, and not under the sanitizers.
+bool LimitAddressSpace(uint64_t extraBytes) {
+  std::ifstream status("/proc/self/status");
+  std::string word;
+  uint64_t kibibytes = 0;
+  while (status >> word && word != "VmSize:")
+    continue;
+  status >> kibibytes;
+  const rlimit limit{kibibytes * 1024 + extraBytes, kibibytes * 1024 + extraBytes};
+  return kibibytes > 0 && ::setrlimit(RLIMIT_AS, &limit) == 0;
 }
 
 TEST(CubeReaderDeathTest, ADeclaredSizeTheTextCannotHoldAllocatesNothing) {
-  if (kUnderSanitizer) GTEST_SKIP() << "an address-space cap breaks the sanitizers";
-  // 256^3 entries would be 268 MB; with 64 MiB of room left, reading must not ask for them.
-  const std::string text = "LUT_3D_SIZE 256\nLUT_3D_SIZE 2\n" + kCube2;
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "an address-space cap breaks the sanitizers";
+#endif
+  // 256^3 entries take 268 MB; with 64 MiB of room the read must not ask for them.
   EXPECT_EXIT(
       {
-        if (!LimitAddressSpace(64u << 20)) std::_Exit(2);
         COv3DLUT lut;
-        std::_Exit(Read(lut, text) == EReadOutcome::Loaded && lut.Size() == 2 ? 0 : 1);
+        if (!LimitAddressSpace(64u << 20)) std::_Exit(2);
+        std::_Exit(Read(lut, "LUT_3D_SIZE 256\nLUT_3D_SIZE 2\n" + k2) == kLoaded ? 0 : 1);
       },
       testing::ExitedWithCode(0), "");
 }
 
+// ScanFloatTriple, and the fast path alone where it claims a line, must give what sscanf gives:
+// the same count and the same bits.
+int SameAsSscanf(const std::string& line) {
+  float expected[3] = {}, scanned[3] = {}, fast[3];
+  const int n = std::sscanf(line.c_str(), " %f %f %f ", &expected[0], &expected[1], &expected[2]);
+  const auto bits = [](const float* v) {
+    return std::array{std::bit_cast<uint32_t>(v[0]), std::bit_cast<uint32_t>(v[1]),
+                      std::bit_cast<uint32_t>(v[2])};
+  };
+  EXPECT_EQ(Tincta::ScanFloatTriple(line, scanned), n) << '"' << line << '"';
+  for (int i = std::max(n, 0); i < 3; ++i)
+    scanned[i] = expected[i] = 0;
+  EXPECT_EQ(bits(scanned), bits(expected)) << '"' << line << '"';
+  if (!Tincta::ScanPlainFloatTriple(line, fast)) return 0;
+  EXPECT_EQ(n, 3) << '"' << line << '"';
+  EXPECT_EQ(bits(fast), bits(expected)) << '"' << line << '"';
+  return 1;
+}
+
+TEST(CubeDataLine, GeneratedLinesReadLikeSscanf) {
+  std::mt19937_64 rng(20261121);
+  const auto pick = [&rng](const auto& list) { return list[rng() % std::size(list)]; };
+  static const char* const kFormats[] = {"%g", "%.9g", "%.6f", "%e", "%.3E", "%+g", "%.17g", "%a"};
+  static const char* const kBlanks[] = {" ", "\t", "  ", " \t ", "\v", "\f ", "   \t\t"};
+  int fastLines = 0;
+  for (int i = 0; i < 200000; ++i) {
+    std::string line = rng() % 3 ? "" : pick(kBlanks);
+    for (int n = 0; n < 3; ++n) {
+      char text[160];
+      const float low = std::ldexp(float(rng() % 0x1000000), int(rng() % 120) - 100);
+      switch (rng() % 5) {
+        case 0:  // any bits: NaN, infinity and subnormals included
+          std::snprintf(text, sizeof text, pick(kFormats),
+                        double(std::bit_cast<float>(uint32_t(rng()))));
+          break;
+        case 1:  // exactly halfway between two neighbouring floats
+          std::snprintf(text, sizeof text, "%.60g",
+                        (double(low) + std::nextafter(low, INFINITY)) / 2);
+          break;
+        case 2: {  // many digits, a point anywhere, any exponent or none
+          std::string digits;
+          for (size_t d = 1 + rng() % 40; d > 0; --d)
+            digits += char('0' + rng() % 10);
+          if (rng() % 2) digits.insert(rng() % digits.size(), 1, '.');
+          std::snprintf(text, sizeof text, "%se%d", digits.c_str(), int(rng() % 100) - 60);
+          if (rng() % 2) *std::strchr(text, 'e') = '\0';
+          break;
+        }
+        default:
+          std::snprintf(text, sizeof text, pick(kFormats),
+                        std::uniform_real_distribution(-0.1, 1.2)(rng));
+      }
+      line += text;
+      line += n < 2 || rng() % 2 ? pick(kBlanks) : "";
+    }
+    fastLines += SameAsSscanf(line);
+  }
+  EXPECT_GT(fastLines, 20000) << "plain lines take the fast path";
+}
+
+TEST(CubeDataLine, MalformedAndEdgeLinesReadLikeSscanf) {
+  const auto lines =
+      "1 2|1 2 x|1e 2 3|1 2 3e|1 2 3e+|--1 2 3|+-1 2 3|1 2 3x|1-2-3|1+2+3|.5 5. .5|. 1 2|e5 1 2|"
+      "0x 1 2|0x1p3 1 2|inf 1 2|1 nan 2|nan(12) 1 2|1.2.3 4 5|1e400 2 3|1 -1e400 3|1e-400 2 3|"
+      "1 1e-45 7e-46|3.4028236e38 1 2|3.4028235e38 1 2|1.17549435e-38 1 2|-0 -0.0 +0|"
+      "00001 0002.5000 03e+00|1e+0000000000000000000007 1 1|1e-99999999999999999999 1 2||"
+      "\v\f|1,2,3|1\xA0"
+      "2 3|1 2 \x80|1 2\0 3|1\0 2 3|1 2 3\0 4"s;
+  for (const std::string& line : Split(lines, '|'))
+    SameAsSscanf(line);
+}
+
 }  // namespace
+}  // namespace crandle_test

@@ -1,14 +1,14 @@
-// The fuzz targets' seeds are valid files of every format, and the inputs that once broke a
-// reader stay harmless. With CRANDLE_WRITE_FUZZ_SEEDS set to a folder, the seeds are written
-// there (fuzz/corpus/<target>/ is made this way).
-#include <pugixml.hpp>
-
+// The fuzz targets' seeds: valid files of every format, written to CRANDLE_WRITE_FUZZ_SEEDS when
+// it names a folder (fuzz/corpus/ is made this way), read on several threads at once; and every
+// kept input stays harmless.
+#include <atomic>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <thread>
 
-#include "format_test.h"
 #include "lut/formats/xml_lut_element.h"
+#include "lut_test.h"
 #include "support/temp_dir.h"
 
 namespace crandle_test {
@@ -16,94 +16,88 @@ namespace {
 
 using Tincta::COv3DLUT;
 using Tincta::ELUTKindFilter;
+namespace fs = std::filesystem;
 
-void WriteSeedsIfAsked(const char* target, const std::vector<SSeed>& seeds) {
+using Corpus = LUTTest;
+
+std::unique_ptr<COv3DLUT> ReadElement(const std::string& bytes) {
+  pugi::xml_document document;
+  if (!document.load_buffer(bytes.data(), bytes.size())) return nullptr;
+  return Tincta::ReadXMLLUTElement(document.document_element());
+}
+
+TEST_F(Corpus, EverySeedLoadsAndIsWrittenWhenAsked) {
   const char* folder = std::getenv("CRANDLE_WRITE_FUZZ_SEEDS");
-  if (!folder || !*folder) return;
-  const auto directory = std::filesystem::path(folder) / target;
-  std::filesystem::create_directories(directory);
-  for (const SSeed& seed : seeds) {
-    std::ofstream out(directory / seed.name, std::ios::binary | std::ios::trunc);
-    out.write(seed.bytes.data(), std::streamsize(seed.bytes.size()));
-    ASSERT_TRUE(out.good()) << seed.name;
+  for (const auto& [target, seeds] : {std::pair{"parse_lut_data", ParseLUTDataSeeds()},
+                                      std::pair{"xml_lut_element", XMLLUTElementSeeds()}}) {
+    for (const SSeed& seed : seeds) {
+      COv3DLUT lut;
+      const auto element = ReadElement(seed.bytes);
+      EXPECT_TRUE(std::string_view(target) == "parse_lut_data"
+                      ? Parse(lut, seed.bytes) && lut.Size() > 0
+                      : element && element->Size() > 0)
+          << seed.name;
+      if (!folder || !*folder) continue;
+      fs::create_directories(fs::path(folder) / target);
+      std::ofstream(fs::path(folder) / target / seed.name, std::ios::binary) << seed.bytes;
+    }
   }
 }
 
-std::vector<std::filesystem::path> FilesIn(const std::filesystem::path& directory) {
-  std::vector<std::filesystem::path> files;
-  if (!std::filesystem::is_directory(directory)) return files;
-  for (const auto& entry : std::filesystem::directory_iterator(directory))
-    if (entry.is_regular_file()) files.push_back(entry.path());
-  std::sort(files.begin(), files.end());
-  return files;
+// The calls of the fuzz targets, on every kept input and seed: a read either fails leaving nothing
+// or gives a table of the kind asked for within the limits.
+TEST_F(Corpus, KeptInputsAreHarmless) {
+  size_t inputs = 0;
+  for (const char* folder : {"regressions", "corpus"}) {
+    for (const char* target : {"parse_lut_data", "xml_lut_element"}) {
+      const fs::path directory = fs::path(CRANDLE_SOURCE_DIR) / "fuzz" / folder / target;
+      for (const auto& file :
+           fs::exists(directory) ? fs::directory_iterator(directory) : fs::directory_iterator()) {
+        const std::string bytes = ReadFileBytes(file.path().string());
+        ++inputs;
+        const auto element = ReadElement(bytes);
+        EXPECT_TRUE(!element || element->Size() > 0) << file.path();
+        for (const auto kind :
+             {ELUTKindFilter::Any, ELUTKindFilter::Only1D, ELUTKindFilter::Only3D}) {
+          for (const bool upsample : {false, true}) {
+            COv3DLUT lut;
+            if (!Parse(lut, bytes, {.upsample = upsample, .kind = kind})) ExpectCleared(lut);
+            if (lut.Size() == 0) continue;
+            EXPECT_TRUE(kind == ELUTKindFilter::Any ||
+                        lut.Is3D() == (kind == ELUTKindFilter::Only3D));
+            EXPECT_LE(lut.Size(), lut.Is3D() ? Tincta::kMax3DSize : Tincta::kMax1DEntries)
+                << file.path();
+          }
+        }
+      }
+    }
+  }
+  EXPECT_GT(inputs, 20u);
 }
 
-using CorpusTest = FormatTest;
-
-TEST_F(CorpusTest, EverySeedOfParseLUTDataLoads) {
+TEST_F(Corpus, SeedsReadOnEightThreadsAtOnceGiveTheSerialTables) {
   const auto seeds = ParseLUTDataSeeds();
+  std::vector<Tincta::Md5Digest> serial;
   for (const SSeed& seed : seeds) {
     COv3DLUT lut;
-    EXPECT_TRUE(Parse(lut, seed.bytes)) << seed.name;
-    EXPECT_GT(lut.Size(), 0u) << seed.name;
+    ASSERT_TRUE(Parse(lut, seed.bytes, {.upsample = true})) << seed.name;
+    serial.push_back(lut.ContentDigest());
   }
-  WriteSeedsIfAsked("parse_lut_data", seeds);
-}
-
-TEST_F(CorpusTest, EverySeedOfTheXMLLUTElementLoads) {
-  const auto seeds = XMLLUTElementSeeds();
-  for (const SSeed& seed : seeds) {
-    pugi::xml_document document;
-    ASSERT_TRUE(document.load_buffer(seed.bytes.data(), seed.bytes.size())) << seed.name;
-    const auto lut = Tincta::ReadXMLLUTElement(document.document_element());
-    ASSERT_NE(lut, nullptr) << seed.name;
-    EXPECT_GT(lut->Size(), 0u) << seed.name;
-  }
-  WriteSeedsIfAsked("xml_lut_element", seeds);
-}
-
-// The same calls as the fuzz targets make, on every kept input.
-TEST_F(CorpusTest, KeptRegressionInputsAreHarmless) {
-  const std::filesystem::path root = std::filesystem::path(CRANDLE_SOURCE_DIR) / "fuzz";
-  size_t inputs = 0;
-  for (const char* folder : {"regressions/parse_lut_data", "corpus/parse_lut_data"}) {
-    for (const auto& file : FilesIn(root / folder)) {
-      const std::string bytes = ReadFileBytes(file.string());
-      for (const ELUTKindFilter kind :
-           {ELUTKindFilter::Any, ELUTKindFilter::Only1D, ELUTKindFilter::Only3D}) {
-        for (const bool upsample : {false, true}) {
-          COv3DLUT lut;
-          if (!Parse(lut, bytes, {.upsample = upsample, .kind = kind})) {
-            ExpectCleared(lut);
-            continue;
-          }
-          EXPECT_GT(lut.Size(), 0u) << file;
-          if (kind == ELUTKindFilter::Only1D) {
-            EXPECT_FALSE(lut.Is3D()) << file;
-          }
-          if (kind == ELUTKindFilter::Only3D) {
-            EXPECT_TRUE(lut.Is3D()) << file;
-          }
-          EXPECT_LE(lut.Size(), lut.Is3D() ? Tincta::kMax3DSize : Tincta::kMax1DEntries) << file;
-        }
+  std::atomic<int> wrong{0};
+  std::vector<std::thread> threads;
+  for (size_t t = 0; t < 8; ++t) {
+    threads.emplace_back([&, t] {
+      for (size_t i = 0; i < 10 * seeds.size(); ++i) {
+        const size_t which = (i + t) % seeds.size();  // threads start apart
+        COv3DLUT lut;
+        wrong += !Parse(lut, seeds[which].bytes, {.upsample = true}) ||
+                 lut.ContentDigest() != serial[which];
       }
-      ++inputs;
-    }
+    });
   }
-  for (const char* folder : {"regressions/xml_lut_element", "corpus/xml_lut_element"}) {
-    for (const auto& file : FilesIn(root / folder)) {
-      const std::string bytes = ReadFileBytes(file.string());
-      pugi::xml_document document;
-      if (document.load_buffer(bytes.data(), bytes.size())) {
-        const auto lut = Tincta::ReadXMLLUTElement(document.document_element());
-        if (lut) {
-          EXPECT_GT(lut->Size(), 0u) << file;
-        }
-      }
-      ++inputs;
-    }
-  }
-  EXPECT_GT(inputs, 0u) << "no kept inputs under " << root;
+  for (std::thread& thread : threads)
+    thread.join();
+  EXPECT_EQ(wrong.load(), 0);
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
-// Small LUT files of every format, generated from known values so that the tests can compare a
-// reader's table with what went into the file. Also the seed corpora of the fuzz targets and the
-// inputs of the format benchmarks.
+// LUT files of every format but cube text (support/lut_samples.h), generated from known values so
+// that a test can compare a reader's table with what went into the file. Also the fuzz targets'
+// seed corpora and the inputs of the format benchmarks.
 #pragma once
 
 #include <array>
@@ -17,58 +17,57 @@ using Codes = std::array<uint32_t, 3>;
 using NodeFunction = std::function<Rgb(uint32_t r, uint32_t g, uint32_t b)>;
 using CodeFunction = std::function<Codes(uint32_t r, uint32_t g, uint32_t b)>;
 
-/// A colour that differs per node and channel, so that a wrong entry order shows: red rises with
-/// r, green with g, blue with b, each with a different share of the other two.
+/// A colour that differs per node and channel, so that a wrong entry order shows.
 Rgb NodeColour(uint32_t r, uint32_t g, uint32_t b, uint32_t size);
 NodeFunction NodeColours(uint32_t size);
-
-/// Integer codes below `levels` that differ per node and channel in the same way.
-Codes NodeCodes(uint32_t r, uint32_t g, uint32_t b, uint32_t size, uint32_t levels);
+/// NodeColour as integer codes below `levels`.
 CodeFunction NodeCodesOf(uint32_t size, uint32_t levels);
 
 /// The float a reader gets back from "%.6f" of `value`.
 float Printed(float value);
 /// "%.6f %.6f %.6f".
 std::string RgbLine(const Rgb& rgb);
-
-/// A Truelight cube: version line, header, an InputLUT block when `inputLUT` is not empty, the
-/// Cube block of `width` points per axis (red fastest) unless `width` is 0, and "# end".
-std::string TruelightText(uint32_t width, const std::vector<Rgb>& inputLUT,
-                          const NodeFunction& colour);
 /// Entries i / (n - 1) on every channel.
 std::vector<Rgb> IdentityRamp(uint32_t n);
 
-/// `header` (lines of its own, each ending in "\n"), then size^3 lines of three integers in
-/// mesh order: blue fastest, then green, then red.
+/// A Truelight cube: version line, header, an InputLUT block unless `inputLUT` is empty, a Cube
+/// block of `width` points per axis (red fastest) unless `width` is 0, and "# end".
+std::string TruelightText(uint32_t width, const std::vector<Rgb>& inputLUT,
+                          const NodeFunction& colour);
+
+/// `header`, then size^3 lines of three integers in mesh order (blue fastest, red slowest).
 std::string MeshText(std::string_view header, uint32_t size, const CodeFunction& codes);
-/// "0 step 2*step ... last": n positions evenly spaced over [0, last], rounded to whole codes.
+/// n positions evenly spaced over [0, last], rounded to whole codes.
 std::string EvenShaperLine(uint32_t n, uint32_t last);
 
-/// A packed 10-bit cube of 2^exponent + 1 points per axis: "3LUT" (big-endian) or "TUL3".
-/// Words are given per node (r, g, b) and stored blue fastest.
+/// A packed 10-bit cube of 2^exponent + 1 points per axis, "3LUT" (big-endian) or "TUL3", with
+/// the words given per node stored blue fastest.
 std::vector<uint8_t> Packed10Bytes(
     bool bigEndian, uint32_t exponent,
     const std::function<uint32_t(uint32_t, uint32_t, uint32_t)>& word, uint32_t dataOffset = 800);
-/// The packed word of three 10-bit codes (red in bits 20..29).
+/// Three codes in one packed word, red from bit 20 up.
 uint32_t PackWord(uint32_t red, uint32_t green, uint32_t blue);
+
+/// A float LUT image: "OVTX" (16-byte header) or "OTX2"/"OTX3" (with the domain), then
+/// `entries` RGB triples.
+struct SFloatImage {
+  std::string magic;
+  uint32_t size = 0;
+  uint32_t kind = 1;
+  uint32_t enciphered = 0;
+  Rgb min{0, 0, 0}, max{1, 1, 1};
+};
+std::vector<uint8_t> FloatImageBytes(const SFloatImage& image, uint64_t entries,
+                                     const std::function<Rgb(uint64_t)>& rgb);
 
 /// Upper-case hexadecimal of the bytes.
 std::string HexOf(const void* bytes, size_t count);
-
-/// An XML look with a LUT of `size` points per axis (RGB float32 as hexadecimal, red fastest),
-/// optional domain lines (empty: none).
+/// An XML look with a LUT of `size` points per axis and optional domain elements.
 std::string XMLLookText(uint32_t size, const NodeFunction& colour, std::string_view domainMin = {},
                         std::string_view domainMax = {});
-
 /// An ASC CDL ColorCorrection with the given slope, offset and power text.
 std::string CDLText(std::string_view slope, std::string_view offset, std::string_view power,
                     std::string_view extra = {});
-
-/// Cube text with a LUT_3D_SIZE line, red fastest.
-std::string CubeText(uint32_t size, const NodeFunction& colour);
-
-/// A float LUT image: "OVTX" (16-byte header) or "OTX2"/"OTX3" (40-byte header with a domain).
-std::vector<uint8_t> FloatImageBytes(std::string_view magic, uint32_t size, bool is3D);
 
 /// One named input of a fuzz target's seed corpus.
 struct SSeed {

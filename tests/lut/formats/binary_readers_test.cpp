@@ -1,0 +1,190 @@
+// The binary readers: float LUT images ("OVTX", "OTX2", "OTX3") with the blob image that the
+// writer makes, and packed 10-bit cubes ("3LUT" big-endian, "TUL3" little-endian, blue fastest).
+#include <bit>
+#include <cmath>
+#include <cstring>
+#include <tuple>
+
+#include "lut/otx3_writer.h"
+#include "lut_test.h"
+
+namespace crandle_test {
+namespace {
+
+using Tincta::COv3DLUT;
+using Tincta::ELUTKindFilter;
+using Tincta::Vec4;
+
+using BinaryReaders = LUTTest;
+
+const Rgb kMin{-0.25f, 0, 0.5f}, kMax{1.25f, 2, 0.75f};
+
+// Entry i holds (i, i + 0.25, -i), so that any misplaced float shows; -1 entries: all of them.
+std::vector<uint8_t> Image(const char* magic, uint32_t size, uint32_t kind, int64_t entries = -1,
+                           uint32_t enciphered = 0) {
+  const uint64_t all = kind == 3 ? uint64_t(size) * size * size : size;
+  return FloatImageBytes({magic, size, kind, enciphered, kMin, kMax},
+                         entries < 0 ? all : uint64_t(entries), [](uint64_t i) {
+                           return Rgb{float(i), float(i) + 0.25f, -float(i)};
+                         });
+}
+
+TEST_F(BinaryReaders, FloatImagesAreReadOrRefused) {
+  const auto only1D = ELUTKindFilter::Only1D, only3D = ELUTKindFilter::Only3D;
+  const struct {
+    std::vector<uint8_t> bytes;
+    uint32_t size;  // 0: refused
+    ELUTKindFilter kind = ELUTKindFilter::Any;
+  } cases[] = {
+      {Image("OVTX", 5, 1), 5, only1D},
+      {Image("OVTX", 3, 3), 3, only3D},
+      {Image("OTX2", 65536, 1), 65536},
+      {Image("OTX3", 1, 1, 9), 1},  // bytes past the table are ignored
+      {Image("OVTX", 2, 1, -1, 1), 0},
+      {Image("OTX3", 2, 1, -1, 1), 0},  // enciphered: no cipher here
+      {Image("OTX2", 65537, 1), 0},
+      {Image("OTX2", 257, 3, 4), 0},
+      {Image("OTX2", 2, 0, 2), 0},
+      {Image("OTX3", 0, 1, 2), 0},
+      {Image("OTX2", 2, 1), 0, only3D},
+      {Image("OTX2", 2, 3), 0, only1D},
+      {Image("OVTX", 3, 3, 26), 0},
+      {Image("OTX2", 4, 1, 3), 0},  // passes the format's loose test (3 bytes an entry) only
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.bytes[3] << " " << c.bytes.size() << " bytes");
+    COv3DLUT lut;
+    ASSERT_TRUE(Parse(lut, Image("OTX2", 2, 1)));
+    lut.SetTitle("kept");
+    ASSERT_EQ(Parse(lut, c.bytes, {.kind = c.kind}), c.size > 0);
+    EXPECT_EQ(lut.Title(), "kept");
+    if (c.size == 0) {
+      ExpectCleared(lut);
+      continue;
+    }
+    ASSERT_EQ(lut.Size(), c.size);
+    for (size_t i = 0; i < lut.EntryCount(); ++i)
+      ASSERT_EQ(At(lut, i), (Vec4{float(i), float(i) + 0.25f, -float(i), 1})) << i;
+    const bool domain = c.bytes[1] == 'T';
+    EXPECT_EQ(lut.DomainMin(), (domain ? Vec4{kMin[0], kMin[1], kMin[2], 1} : Vec4{0, 0, 0, 0}));
+    EXPECT_EQ(lut.DomainMax(), (domain ? Vec4{kMax[0], kMax[1], kMax[2], 1} : Vec4{1, 1, 1, 1}));
+  }
+  // Every cut of a good image fails, and none is read past its end.
+  for (const auto& full : {Image("OVTX", 2, 3), Image("OTX2", 3, 1), Image("OTX3", 2, 3)}) {
+    for (auto end = full.begin(); end != full.end(); ++end) {
+      COv3DLUT lut;
+      EXPECT_FALSE(Parse(lut, std::vector<uint8_t>(full.begin(), end))) << end - full.begin();
+    }
+  }
+}
+
+TEST_F(BinaryReaders, BlobsAreExactAndReadBackByteForByte) {
+  for (const bool is3D : {true, false}) {
+    COv3DLUT lut;
+    ASSERT_TRUE(lut.Allocate(is3D ? 4 : 200, is3D));
+    std::vector<uint8_t> expected;
+    const auto put = [&expected](uint32_t word) {
+      for (int i = 0; i < 32; i += 8)
+        expected.push_back(uint8_t(word >> i));
+    };
+    for (const uint32_t word : {0x3358544Fu, lut.Size(), is3D ? 3u : 1u, 0u})
+      put(word);  // "OTX3"
+    for (const Rgb& v : {kMin, kMax})
+      for (const float f : v)
+        put(std::bit_cast<uint32_t>(f));
+    for (size_t i = 0; i < lut.EntryCount(); ++i) {
+      const float entry[4] = {float(i) / 7, i % 5 ? -float(i) * 1e-40f : std::nanf(""),
+                              i % 3 ? 3e38f : INFINITY, 1};
+      std::memcpy(lut.Table() + 4 * i, entry, 16);
+      for (int ch = 0; ch < 3; ++ch)
+        put(std::bit_cast<uint32_t>(entry[ch]));
+    }
+    lut.SetDomain({kMin[0], kMin[1], kMin[2], 0}, {kMax[0], kMax[1], kMax[2], 1});
+    std::vector<uint8_t> blob(Tincta::Otx3ImageBytes(lut));
+    Tincta::WriteOtx3Image(lut, blob.data());
+    EXPECT_EQ(blob, expected);
+    COv3DLUT read;
+    ASSERT_TRUE(read.LoadFromMemory(blob.data(), uint32_t(blob.size()), false, {}, false));
+    ASSERT_EQ(read.Size(), lut.Size());
+    EXPECT_EQ(std::memcmp(read.Table(), lut.Table(), lut.TableBytes()), 0);
+  }
+}
+
+// Distinct codes per node and channel, and bits 30 and 31 set on one node: they count as red.
+uint32_t Word(uint32_t r, uint32_t g, uint32_t b) {
+  return (r == 1 && g == 0 && b == 1 ? 0xC0000000u : 0u) |
+         PackWord((r * 97 + g * 13 + b * 3) % 1024, (g * 101 + b * 7 + r) % 1024,
+                  (b * 89 + r * 5) % 1024);
+}
+
+TEST_F(BinaryReaders, PackedCubesOfBothByteOrdersGiveTheSameTable) {
+  auto lowBits = Packed10Bytes(false, 1, Word);
+  lowBits[768] = 0x21;  // only the low five bits of the grid exponent count
+  lowBits[769] = 0xFF;
+  const std::pair<std::vector<uint8_t>, uint32_t> cases[] = {{Packed10Bytes(true, 0, Word), 2},
+                                                             {Packed10Bytes(false, 0, Word), 2},
+                                                             {Packed10Bytes(true, 2, Word), 5},
+                                                             {Packed10Bytes(false, 4, Word), 17},
+                                                             {lowBits, 3}};
+  for (const auto& [bytes, n] : cases) {
+    COv3DLUT lut;
+    ASSERT_TRUE(Parse(lut, bytes)) << n;
+    ASSERT_EQ(lut.Size(), n);
+    for (uint32_t i = 0; i < n * n * n; ++i) {
+      const uint32_t w = Word(i % n, i / n % n, i / n / n);
+      const Tincta::Vec4 expected{float((w >> 20) / 1023.0), float((w >> 10 & 1023) / 1023.0),
+                                  float((w & 1023) / 1023.0), 1};
+      ASSERT_EQ(At(lut, i), expected) << i;
+    }
+    EXPECT_EQ(lut.DomainMin(), (Tincta::Vec4{0, 0, 0, 0}));
+  }
+}
+
+TEST_F(BinaryReaders, BrokenPackedCubesFailAndLeaveNothing) {
+  const auto good = Packed10Bytes(true, 1, Word, 800);  // 800 + 27 x 4 = 908 bytes
+  const auto with = [&good](size_t at, uint8_t value) {
+    auto bytes = good;
+    bytes[at] = value;
+    return bytes;
+  };
+  // No marker, data one byte past the end, offset beyond the file, 513 points, a cut word.
+  for (const auto& bytes : {with(663, 0xFE), with(7, 33), with(4, 0xFF), with(769, 9),
+                            std::vector<uint8_t>(good.begin(), good.end() - 1)}) {
+    COv3DLUT lut;
+    EXPECT_FALSE(Parse(lut, bytes));
+    ExpectCleared(lut);
+  }
+  COv3DLUT lut;
+  EXPECT_FALSE(Parse(lut, good, {.kind = Tincta::ELUTKindFilter::Only1D}));
+  EXPECT_TRUE(Parse(lut, good, {.kind = Tincta::ELUTKindFilter::Only3D}));
+}
+
+TEST_F(BinaryReaders, PackedCubesGoToThePowerOfTwoAboveWhenAskedOrSet) {
+  const std::pair<uint32_t, uint32_t> sizes[] = {{0, 2}, {1, 4}, {2, 8}, {4, 32}, {6, 128}};
+  for (const auto& [exponent, size] : sizes) {
+    const uint32_t n = (1u << exponent) + 1;
+    const auto identity = [n](uint32_t r, uint32_t g, uint32_t b) {
+      return PackWord(r * 1023 / (n - 1), g * 1023 / (n - 1), b * 1023 / (n - 1));
+    };
+    COv3DLUT lut;
+    ASSERT_TRUE(
+        Parse(lut, Packed10Bytes(exponent % 2 == 0, exponent, identity), {.upsample = true}));
+    ASSERT_EQ(lut.Size(), size) << n;
+    for (uint32_t i = 0; i < size; ++i)
+      EXPECT_NEAR(At(lut, 0, 0, i)[2], double(i) / (size - 1), 2e-3) << n << " " << i;
+  }
+  // The setting is read at every parse and ORed into the argument.
+  const std::tuple<const char*, bool, uint32_t> steps[] = {
+      {nullptr, false, 5}, {"true", false, 8}, {"false", false, 5}, {"yes", false, 8},
+      {nullptr, false, 5}, {nullptr, true, 8}, {"off", true, 8}};
+  for (const auto& [setting, argument, size] : steps) {
+    if (setting) host::Settings::Instance().SetString(host::kSettingAlwaysUpsampleToPoT, setting);
+    if (!setting) host::Settings::Instance().Remove(host::kSettingAlwaysUpsampleToPoT);
+    COv3DLUT lut;
+    ASSERT_TRUE(Parse(lut, Packed10Bytes(false, 2, Word), {.upsample = argument}));
+    EXPECT_EQ(lut.Size(), size) << (setting ? setting : "absent") << argument;
+  }
+}
+
+}  // namespace
+}  // namespace crandle_test
