@@ -95,7 +95,8 @@ bool InitializerRegistrar::RunInitializers(uint32_t contextFlags) {
   std::lock_guard lock(registry.mutex);
   std::vector<EVisit> state(registry.entries.size(), EVisit::Unvisited);
   bool ok = true;
-  for (size_t i = 0; i < registry.entries.size(); ++i) {
+  // Initialisers registered during this run wait for the next one.
+  for (size_t i = 0; i < state.size(); ++i) {
     const bool wanted = (registry.entries[i].contextFlags & contextFlags) != 0;
     if (!Visit(registry, i, state, contextFlags) && wanted) ok = false;
   }
