@@ -1,12 +1,14 @@
 // The CPU way of applying a LUT: both frames into the working layout (BGRA float), wrapped as
 // frame buffers without a copy, red and blue exchanged in place for the renderer, the tables
-// uploaded into the CPU engine's texture units, rendered, and brought back.
+// uploaded into the CPU engine's texture units, rendered, red and blue exchanged back in the
+// destination, and brought back.
 //
 // The steps run strip by strip (a few rows at a time, every step in order on each strip), so
 // that the rows a step has just written are still in the cache when the next step reads them:
-// a frame then crosses the memory bus about once each way instead of once per step. What ends
-// up in the frames is the same as running each step over the whole frame in turn, failures
-// included.
+// a frame then crosses the memory bus about once each way instead of once per step. The two
+// exchanges are the renderer's own (SetRedBlueExchange), which folds them into the LUT program's
+// pass over the pixels. What ends up in the frames is the same as running each step over the
+// whole frame in turn, failures included.
 #include <algorithm>
 #include <cstdint>
 #include <limits>
@@ -182,6 +184,8 @@ int ApplyLUTOnCPU(const FrameRef& source, const std::shared_ptr<void>& lut, Fram
 
   Tincta::COvCPUCompositingEngine engine;
   engine.SetFrameBufferColorSpace(source->GetColorSpace());
+  // The renderer reads red first; a source already in the working layout keeps the exchange.
+  engine.SetRedBlueExchange(true);
   const bool shaped = std::string_view(kind) == Tincta::kLUTKind1D3D;
   const uint32_t size = table->Size();
   // Upload results are not checked: a refused table leaves its unit empty, and the rendering
@@ -202,23 +206,17 @@ int ApplyLUTOnCPU(const FrameRef& source, const std::shared_ptr<void>& lut, Fram
         Convert(sourcePixels, sourceCode, in, host::kIRFormat_BGRA_32f, width, first, rows) != 0) {
       return kResultConversionFailed;
     }
-    // The renderer reads red first; a source already in the working layout keeps the exchange.
-    SwapRedBlue(in, width, first, first + rows);
-    int failure = 0;
     if (!engine.bRender(outFrame.get(), inFrame.get(), &kind, 1, parameters.get(), false, 1.0f, 0,
                         first, width, rows, nullptr)) {
-      failure = kResultLUTFailed;
-    } else {
-      SwapRedBlue(out, width, first, first + rows);
-      if (convertOut && Convert(out, host::kIRFormat_BGRA_32f, destinationPixels, destinationCode,
-                                width, first, rows) != 0) {
-        failure = kResultConversionFailed;
-      }
+      // A failed rendering exchanged nothing; the whole source is exchanged before anything is
+      // rendered, so finish that here.
+      SwapRedBlue(in, width, first, height);
+      return kResultLUTFailed;
     }
-    if (failure != 0) {
-      // The whole source is exchanged before anything is rendered; finish that as well.
+    if (convertOut && Convert(out, host::kIRFormat_BGRA_32f, destinationPixels, destinationCode,
+                              width, first, rows) != 0) {
       SwapRedBlue(in, width, first + rows, height);
-      return failure;
+      return kResultConversionFailed;
     }
   }
   return hostResult;

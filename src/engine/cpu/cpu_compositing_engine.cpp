@@ -254,20 +254,28 @@ bool COvCPUCompositingEngine::bRunLayers(SRenderJob& job) {
 
   // Decide every copy before the first pixel is written, so that nothing can fail half way.
   // The input of the first drawing layer is the source, of every later one the destination.
-  bool inputCopy = false, keepSource = false, drawnBefore = false;
+  bool inputCopy = false, keepSource = false, readout = false, lutProgramsOnly = true;
+  uint32_t drawingLayers = 0;
   const bool sourceOverlaps = bOverlap(*job.source, *job.destination);
   const bool sourceSameRows = bSameRows(*job.source, *job.destination);
   for (const COperator::CLayer& layer : layers) {
     const EOvOperator op = layer.Parsed().op;
+    readout |= op == EOvOperator::Readout;
     if (!bIsDrawing(op)) continue;
-    if (!drawnBefore) {
+    lutProgramsOnly &= bIsLUTProgram(op);
+    if (drawingLayers++ == 0) {
       inputCopy |= sourceOverlaps && (!sourceSameRows || layer.Parsed().keepsInput);
     } else {
       inputCopy |= layer.Parsed().keepsInput;
       keepSource |= op == EOvOperator::Fade && sourceOverlaps;
     }
-    drawnBefore = true;
   }
+  // The fused LUT kernels exchange, run the program and exchange back in one pass; they need the
+  // program to read the source in place and to be all there is to draw (a read-out would see
+  // the picture before the exchange back).
+  const bool fusedExchange =
+      exchangeRedBlue_ && drawingLayers == 1 && lutProgramsOnly && !readout && !inputCopy;
+  const bool exchangeApart = exchangeRedBlue_ && !fusedExchange;
   auto newCopy = [&](std::unique_ptr<COvComplexFrameBuffer>& copy) {
     FrameBufferFormat format = job.destination->Format();
     format.topToBottom = true;
@@ -282,6 +290,11 @@ bool COvCPUCompositingEngine::bRunLayers(SRenderJob& job) {
 
   const SRows sourceRows{job.source, job.x, job.y};
   const SRows destinationRows{job.destination, job.x, job.y};
+  auto exchangeRows = [&](const SRows& rows) {
+    for (uint32_t row = 0; row < job.height; ++row)
+      kernels.swapRedBlue(rows.Row(row), job.width);
+  };
+  if (exchangeApart) exchangeRows(sourceRows);
   SRows originalRows = sourceRows;
   if (original) {
     originalRows = SRows{original.get(), 0, 0};
@@ -317,7 +330,11 @@ bool COvCPUCompositingEngine::bRunLayers(SRenderJob& job) {
       const float* in = input.Row(row);
       float* out = destinationRows.Row(row);
       if (bIsLUTProgram(op)) {
-        job.programs[i].Run(kernels, in, out, job.width);
+        if (fusedExchange) {
+          job.programs[i].RunExchanging(kernels, input.Row(row), out, job.width);
+        } else {
+          job.programs[i].Run(kernels, in, out, job.width);
+        }
         continue;
       }
       if (in != out) kernels.copyBlock(out, in, rowBytes);
@@ -332,6 +349,7 @@ bool COvCPUCompositingEngine::bRunLayers(SRenderJob& job) {
       if (worker) worker->bHandOver(*picture.Operand().Buffer());
     }
   }
+  if (exchangeApart) exchangeRows(destinationRows);
   return true;
 }
 

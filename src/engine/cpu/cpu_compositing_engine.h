@@ -153,6 +153,13 @@ class COvCPUCompositingEngine final : public IOvCompositingEngine {
   /// the colour space has changed; Unknown by default.
   void SetFrameBufferColorSpace(host::ColorSpace space) { colorSpace_ = space; }
 
+  /// For frames held blue first: when set, each rendering exchanges red and blue of the source's
+  /// render rectangle in place before it reads it (the source keeps the exchange) and of the
+  /// destination's after it has drawn, so that the operators see red first. A rendering of one
+  /// LUT program that reads the source where it lies does all three in one pass over the pixels.
+  /// A rendering that fails exchanges nothing. Off by default.
+  void SetRedBlueExchange(bool exchange) { exchangeRedBlue_ = exchange; }
+
   /// Installs `worker` in `slot` (0..4; null empties the slot, waiting for its last run). False
   /// for a slot above 4.
   bool bSetReadoutWorker(uint32_t slot, std::unique_ptr<COvReadoutWorker> worker);
@@ -179,6 +186,7 @@ class COvCPUCompositingEngine final : public IOvCompositingEngine {
 
   COvCPUTextureUnits units_;
   host::ColorSpace colorSpace_ = host::ColorSpace::Unknown;
+  bool exchangeRedBlue_ = false;
   std::optional<host::ColorSpace> loggedColorSpace_;
   std::array<std::unique_ptr<COvReadoutWorker>, kReadoutWorkerCount> readoutWorkers_;
   std::vector<SCalibrationLUT> calibrationLUTs_;

@@ -54,6 +54,18 @@ struct SCPUKernelTable {
   void (*applyLUT1D3D)(const SCPUTextureUnit& shaper, const SCPUTextureUnit& cube,
                        const SLUTDomainMapping& mapping, const float* source, float* destination,
                        size_t pixels);
+
+  /// The LUT programs fused with the red-blue exchanges around them, for frames held blue first:
+  /// bit for bit swapRedBlue over `source`, the program from `source` to `destination`, then
+  /// swapRedBlue over `destination`, in one pass. The source keeps its pixels exchanged (unless
+  /// it is the destination, which ends up holding the result blue first).
+  void (*applyLUT1DExchanging)(const SCPUTextureUnit& table, const SLUTDomainMapping& mapping,
+                               float* source, float* destination, size_t pixels);
+  void (*applyLUT3DExchanging)(const SCPUTextureUnit& table, const SLUTDomainMapping& mapping,
+                               float* source, float* destination, size_t pixels);
+  void (*applyLUT1D3DExchanging)(const SCPUTextureUnit& shaper, const SCPUTextureUnit& cube,
+                                 const SLUTDomainMapping& mapping, float* source,
+                                 float* destination, size_t pixels);
 };
 
 /// The 128-bit table; runs on every processor with SSE4.1.

@@ -1,8 +1,9 @@
 // 256-bit kernels (AVX2 with fused multiply-add). Coordinate arithmetic runs on eight lanes;
-// texel arithmetic on two pixels per vector, pixel p in the low half and pixel p + 4 in the high
-// half, so that an in-lane transpose turns pixels into planes and back. a + (b - a) x f is one
-// subtraction and one fused multiply-add; everything else rounds where it is written, exactly as
-// the 128-bit kernels do (the file is built without floating-point contraction).
+// trilinear texel arithmetic on two pixels per vector, one in each half, so that an in-lane
+// transpose turns pixels into planes and back; 1-D curves gather single floats into planes.
+// a + (b - a) x f is one subtraction and one fused multiply-add; everything else rounds where it
+// is written, exactly as the 128-bit kernels do (the file is built without floating-point
+// contraction).
 #include <immintrin.h>
 
 #include <cstring>
@@ -11,19 +12,6 @@
 
 namespace Tincta {
 namespace {
-
-template <class Block>
-void RunBlocks(const float* source, float* destination, size_t pixels, const Block& block) {
-  size_t p = 0;
-  for (; p + kSamplerLanes <= pixels; p += kSamplerLanes)
-    block(source + 4 * p, destination + 4 * p);
-  if (p == pixels) return;
-  alignas(32) float tail[4 * kSamplerLanes] = {};
-  const size_t bytes = (pixels - p) * 16;
-  std::memcpy(tail, source + 4 * p, bytes);
-  block(tail, tail);
-  std::memcpy(destination + 4 * p, tail, bytes);
-}
 
 inline __m256 Lerp(__m256 a, __m256 b, __m256 f) {
   return _mm256_fmadd_ps(_mm256_sub_ps(b, a), f, a);
@@ -57,6 +45,12 @@ inline void Transpose4(__m256& a, __m256& b, __m256& c, __m256& d) {
   d = _mm256_shuffle_ps(t1, t3, _MM_SHUFFLE(3, 2, 3, 2));
 }
 
+constexpr int kRedBlueOrder = _MM_SHUFFLE(3, 0, 1, 2);
+
+inline __m256 ExchangeRedBlue(__m256 pixels) {
+  return _mm256_permute_ps(pixels, kRedBlueOrder);
+}
+
 // x = s x size - 0.5, clamped to [0, limit]; NaN lands on 0 (max returns its second operand
 // when the first is NaN).
 inline void Coordinate(__m256 s, const SLanes<float>& size, const SLanes<float>& limit,
@@ -72,40 +66,16 @@ inline __m256 Map(__m256 value, const SLUTDomainMapping& mapping, int channel) {
                        _mm256_set1_ps(mapping.offset[channel]));
 }
 
-// pairs[p] = pixels p and p + 4.
-inline void LoadPixels(const float* source, __m256* pairs) {
-  for (int p = 0; p < 4; ++p) {
-    pairs[p] = LoadPair(reinterpret_cast<const char*>(source + 4 * p),
-                        reinterpret_cast<const char*>(source + 4 * (p + 4)));
-  }
-}
+// Where the eight lanes of a trilinear lookup read the table (byte offsets), and with which
+// weights: fractions[q] holds (fx, fy, fz, 0) of lane q in its low half and of lane q + 4 in its
+// high half.
+struct STrilinearLookups {
+  alignas(32) int32_t offset[8];
+  __m256 fractions[4];
+};
 
-inline void ToPlanes(const __m256* pairs, __m256& red, __m256& green, __m256& blue) {
-  __m256 a = pairs[0], b = pairs[1], c = pairs[2], d = pairs[3];
-  Transpose4(a, b, c, d);
-  red = a;
-  green = b;
-  blue = c;
-}
-
-inline void ToPairs(__m256 x, __m256 y, __m256 z, __m256* pairs) {
-  __m256 w = _mm256_setzero_ps();
-  Transpose4(x, y, z, w);
-  pairs[0] = x;
-  pairs[1] = y;
-  pairs[2] = z;
-  pairs[3] = w;
-}
-
-inline void StorePixels(float* destination, const __m256* results, const __m256* pairs) {
-  for (int p = 0; p < 4; ++p) {
-    StorePair(destination + 4 * p, destination + 4 * (p + 4),
-              _mm256_blend_ps(results[p], pairs[p], 0b10001000));
-  }
-}
-
-// Trilinear sampling of eight lanes; out[p] holds pixels p and p + 4.
-inline void Trilinear(const SCPUTextureUnit& unit, __m256 s, __m256 t, __m256 r, __m256* out) {
+inline void PrepareTrilinear(const SCPUTextureUnit& unit, __m256 s, __m256 t, __m256 r,
+                             STrilinearLookups& lookups) {
   __m256i i, j, k;
   __m256 fx, fy, fz;
   Coordinate(s, unit.size[0], unit.linearClamp[0], i, fx);
@@ -115,108 +85,210 @@ inline void Trilinear(const SCPUTextureUnit& unit, __m256 s, __m256 t, __m256 r,
       _mm256_add_ps(_mm256_mul_ps(_mm256_cvtepi32_ps(j), _mm256_load_ps(unit.size[0].lane)),
                     _mm256_mul_ps(_mm256_cvtepi32_ps(k), _mm256_load_ps(unit.planeArea.lane)));
   const __m256i index = _mm256_add_epi32(i, _mm256_cvttps_epi32(rowsAndSlices));
-  alignas(32) int32_t offset[8];
-  _mm256_store_si256(reinterpret_cast<__m256i*>(offset), _mm256_slli_epi32(index, 4));
-  __m256 fractions[4];
-  ToPairs(fx, fy, fz, fractions);
+  _mm256_store_si256(reinterpret_cast<__m256i*>(lookups.offset), _mm256_slli_epi32(index, 4));
+  __m256 w = _mm256_setzero_ps();
+  Transpose4(fx, fy, fz, w);
+  lookups.fractions[0] = fx;
+  lookups.fractions[1] = fy;
+  lookups.fractions[2] = fz;
+  lookups.fractions[3] = w;
+}
 
+// Trilinear result of lanes q (low half) and q + 4 (high half).
+inline __m256 Trilinear(const SCPUTextureUnit& unit, const STrilinearLookups& lookups, int q) {
   const char* base = reinterpret_cast<const char*>(unit.data);
   const size_t row = unit.rowBytes.Value();
   const size_t slice = unit.sliceBytes.Value();
-  for (int p = 0; p < 4; ++p) {
-    const char* low = base + offset[p];
-    const char* high = base + offset[p + 4];
-    const __m256 f = fractions[p];
-    const __m256 wx = _mm256_permute_ps(f, _MM_SHUFFLE(0, 0, 0, 0));
-    const __m256 wy = _mm256_permute_ps(f, _MM_SHUFFLE(1, 1, 1, 1));
-    const __m256 wz = _mm256_permute_ps(f, _MM_SHUFFLE(2, 2, 2, 2));
-    const __m256 c00 = Lerp(LoadPair(low, high), LoadPair(low + 16, high + 16), wx);
-    const __m256 c10 =
-        Lerp(LoadPair(low + row, high + row), LoadPair(low + row + 16, high + row + 16), wx);
-    const __m256 c01 = Lerp(LoadPair(low + slice, high + slice),
-                            LoadPair(low + slice + 16, high + slice + 16), wx);
-    const __m256 c11 = Lerp(LoadPair(low + row + slice, high + row + slice),
-                            LoadPair(low + row + slice + 16, high + row + slice + 16), wx);
-    const __m256 c0 = Lerp(c00, c10, wy);
-    const __m256 c1 = Lerp(c01, c11, wy);
-    out[p] = Lerp(c0, c1, wz);
+  const char* low = base + lookups.offset[q];
+  const char* high = base + lookups.offset[q + 4];
+  const __m256 f = lookups.fractions[q];
+  const __m256 wx = _mm256_permute_ps(f, _MM_SHUFFLE(0, 0, 0, 0));
+  const __m256 wy = _mm256_permute_ps(f, _MM_SHUFFLE(1, 1, 1, 1));
+  const __m256 wz = _mm256_permute_ps(f, _MM_SHUFFLE(2, 2, 2, 2));
+  const __m256 c00 = Lerp(LoadPair(low, high), LoadPair(low + 16, high + 16), wx);
+  const __m256 c10 =
+      Lerp(LoadPair(low + row, high + row), LoadPair(low + row + 16, high + row + 16), wx);
+  const __m256 c01 =
+      Lerp(LoadPair(low + slice, high + slice), LoadPair(low + slice + 16, high + slice + 16), wx);
+  const __m256 c11 = Lerp(LoadPair(low + row + slice, high + row + slice),
+                          LoadPair(low + row + slice + 16, high + row + slice + 16), wx);
+  const __m256 c0 = Lerp(c00, c10, wy);
+  const __m256 c1 = Lerp(c01, c11, wy);
+  return Lerp(c0, c1, wz);
+}
+
+// One 1-D lookup per channel for eight lanes: the red curve at the red coordinate, the green
+// curve at the green one, the blue curve at the blue one, as planes. Only T[i].c and T[i + 1].c
+// of channel c are needed, so each is one gather of single floats; lane for lane this is the 1-D
+// sampler's result with the other channels dropped.
+struct SCurveLookups {
+  __m256i index[3];  // in floats: 4 x the texel index
+  __m256 fraction[3];
+  __m256 alpha;  // the source pixels' alpha
+};
+
+inline void PrepareCurves(const SCPUTextureUnit& unit, const __m256 coordinates[3],
+                          SCurveLookups& lookups) {
+  for (int c = 0; c < 3; ++c) {
+    __m256i index;
+    Coordinate(coordinates[c], unit.size[0], unit.linearClamp[0], index, lookups.fraction[c]);
+    lookups.index[c] = _mm256_slli_epi32(index, 2);
   }
 }
 
-// One 1-D lookup per channel: out[p] holds, for pixels p and p + 4, the red curve at the red
-// coordinate, the green curve at the green one, the blue curve at the blue one. Lane for lane
-// this is the 1-D sampler's result with the other channels dropped.
-inline void Curves(const SCPUTextureUnit& unit, __m256 s, __m256 t, __m256 r, __m256* out) {
-  __m256i iRed, iGreen, iBlue;
-  __m256 fRed, fGreen, fBlue;
-  Coordinate(s, unit.size[0], unit.linearClamp[0], iRed, fRed);
-  Coordinate(t, unit.size[0], unit.linearClamp[0], iGreen, fGreen);
-  Coordinate(r, unit.size[0], unit.linearClamp[0], iBlue, fBlue);
-  alignas(32) int32_t offRed[8], offGreen[8], offBlue[8];
-  _mm256_store_si256(reinterpret_cast<__m256i*>(offRed), _mm256_slli_epi32(iRed, 4));
-  _mm256_store_si256(reinterpret_cast<__m256i*>(offGreen), _mm256_slli_epi32(iGreen, 4));
-  _mm256_store_si256(reinterpret_cast<__m256i*>(offBlue), _mm256_slli_epi32(iBlue, 4));
-  __m256 fractions[4];
-  ToPairs(fRed, fGreen, fBlue, fractions);
-
-  // A texel and its upper neighbour are one 32-byte load: [T[i] | T[i + 1]].
-  const char* base = reinterpret_cast<const char*>(unit.data);
-  auto neighbours = [base](int32_t offset) {
-    return _mm256_loadu_ps(reinterpret_cast<const float*>(base + offset));
-  };
-  for (int p = 0; p < 4; ++p) {
-    __m128 half[2];
-    for (int h = 0; h < 2; ++h) {
-      const int q = p + 4 * h;
-      const __m256 both = _mm256_blend_ps(
-          _mm256_blend_ps(neighbours(offRed[q]), neighbours(offGreen[q]), 0b00100010),
-          neighbours(offBlue[q]), 0b01000100);
-      const __m128 f =
-          h == 0 ? _mm256_castps256_ps128(fractions[p]) : _mm256_extractf128_ps(fractions[p], 1);
-      half[h] = Lerp(_mm256_castps256_ps128(both), _mm256_extractf128_ps(both, 1), f);
-    }
-    out[p] = _mm256_set_m128(half[1], half[0]);
+inline void Curves(const SCPUTextureUnit& unit, const SCurveLookups& lookups, __m256 planes[3]) {
+  for (int c = 0; c < 3; ++c) {
+    const __m256 low = _mm256_i32gather_ps(unit.data + c, lookups.index[c], 4);
+    const __m256 high = _mm256_i32gather_ps(unit.data + 4 + c, lookups.index[c], 4);
+    planes[c] = Lerp(low, high, lookups.fraction[c]);
   }
 }
 
-struct SBlockLUT1D {
+// Eight source pixels as red, green, blue and alpha planes: the four vectors of the block hold
+// pixels 2q and 2q + 1, so plane lane q is pixel 2q and lane q + 4 pixel 2q + 1. With kExchange
+// the pixels are held blue first; `writeBack` (when not null) receives them red first.
+template <bool kExchange>
+inline void LoadPlanes(const float* source, float* writeBack, __m256 planes[4]) {
+  __m256 a = _mm256_loadu_ps(source);
+  __m256 b = _mm256_loadu_ps(source + 8);
+  __m256 c = _mm256_loadu_ps(source + 16);
+  __m256 d = _mm256_loadu_ps(source + 24);
+  if (kExchange && writeBack != nullptr) {
+    _mm256_storeu_ps(writeBack, ExchangeRedBlue(a));
+    _mm256_storeu_ps(writeBack + 8, ExchangeRedBlue(b));
+    _mm256_storeu_ps(writeBack + 16, ExchangeRedBlue(c));
+    _mm256_storeu_ps(writeBack + 24, ExchangeRedBlue(d));
+  }
+  Transpose4(a, b, c, d);
+  planes[0] = kExchange ? c : a;
+  planes[1] = b;
+  planes[2] = kExchange ? a : c;
+  planes[3] = d;
+}
+
+inline void MapPlanes(const SLUTDomainMapping& mapping, __m256 planes[3]) {
+  for (int c = 0; c < 3; ++c)
+    planes[c] = Map(planes[c], mapping, c);
+}
+
+// Stores result q (pixels 2q and 2q + 1, red first) with the source pixels' alpha.
+template <bool kExchange>
+inline void StoreResult(__m256 result, const float* source, float* destination, int q) {
+  if (kExchange) result = ExchangeRedBlue(result);
+  _mm256_storeu_ps(destination + 8 * q,
+                   _mm256_blend_ps(result, _mm256_loadu_ps(source + 8 * q), 0b10001000));
+}
+
+// The LUT programs work in two stages per block of eight pixels: Prepare reads the pixels and
+// works out where the lanes read the tables; Finish reads the tables, interpolates and stores.
+// RunPipelined prepares block n + 1 before it finishes block n, so that the long chain from a
+// pixel to its texel addresses runs beside the previous block's loads and interpolations
+// instead of in front of them (one block at a time, the processor cannot look far enough ahead
+// to overlap them by itself).
+struct SProgram1D {
+  using SLookups = SCurveLookups;
   const SCPUTextureUnit& table;
   const SLUTDomainMapping& mapping;
-  void operator()(const float* source, float* destination) const {
-    __m256 pairs[4], results[4], red, green, blue;
-    LoadPixels(source, pairs);
-    ToPlanes(pairs, red, green, blue);
-    Curves(table, Map(red, mapping, 0), Map(green, mapping, 1), Map(blue, mapping, 2), results);
-    StorePixels(destination, results, pairs);
+  template <bool kExchange>
+  void Prepare(const float* source, float* writeBack, SLookups& lookups) const {
+    __m256 planes[4];
+    LoadPlanes<kExchange>(source, writeBack, planes);
+    MapPlanes(mapping, planes);
+    PrepareCurves(table, planes, lookups);
+    lookups.alpha = planes[3];
+  }
+  template <bool kExchange>
+  void Finish(const SLookups& lookups, const float*, float* destination) const {
+    __m256 planes[3];
+    Curves(table, lookups, planes);
+    __m256 a = planes[kExchange ? 2 : 0], b = planes[1], c = planes[kExchange ? 0 : 2];
+    __m256 d = lookups.alpha;
+    Transpose4(a, b, c, d);
+    _mm256_storeu_ps(destination, a);
+    _mm256_storeu_ps(destination + 8, b);
+    _mm256_storeu_ps(destination + 16, c);
+    _mm256_storeu_ps(destination + 24, d);
   }
 };
 
-struct SBlockLUT3D {
+struct SProgram3D {
+  using SLookups = STrilinearLookups;
   const SCPUTextureUnit& table;
   const SLUTDomainMapping& mapping;
-  void operator()(const float* source, float* destination) const {
-    __m256 pairs[4], results[4], red, green, blue;
-    LoadPixels(source, pairs);
-    ToPlanes(pairs, red, green, blue);
-    Trilinear(table, Map(red, mapping, 0), Map(green, mapping, 1), Map(blue, mapping, 2), results);
-    StorePixels(destination, results, pairs);
+  template <bool kExchange>
+  void Prepare(const float* source, float* writeBack, SLookups& lookups) const {
+    __m256 planes[4];
+    LoadPlanes<kExchange>(source, writeBack, planes);
+    MapPlanes(mapping, planes);
+    PrepareTrilinear(table, planes[0], planes[1], planes[2], lookups);
+  }
+  template <bool kExchange>
+  void Finish(const SLookups& lookups, const float* source, float* destination) const {
+    for (int q = 0; q < 4; ++q)
+      StoreResult<kExchange>(Trilinear(table, lookups, q), source, destination, q);
   }
 };
 
-struct SBlockLUT1D3D {
+// The shaper's lookups complete in Prepare; Finish samples the cube.
+struct SProgram1D3D {
+  using SLookups = STrilinearLookups;
   const SCPUTextureUnit& shaper;
   const SCPUTextureUnit& cube;
   const SLUTDomainMapping& mapping;
-  void operator()(const float* source, float* destination) const {
-    __m256 pairs[4], shaped[4], results[4], red, green, blue;
-    LoadPixels(source, pairs);
-    ToPlanes(pairs, red, green, blue);
-    Curves(shaper, Map(red, mapping, 0), Map(green, mapping, 1), Map(blue, mapping, 2), shaped);
-    ToPlanes(shaped, red, green, blue);
-    Trilinear(cube, red, green, blue, results);
-    StorePixels(destination, results, pairs);
+  template <bool kExchange>
+  void Prepare(const float* source, float* writeBack, SLookups& lookups) const {
+    __m256 planes[4];
+    LoadPlanes<kExchange>(source, writeBack, planes);
+    MapPlanes(mapping, planes);
+    SCurveLookups curves;
+    PrepareCurves(shaper, planes, curves);
+    Curves(shaper, curves, planes);
+    PrepareTrilinear(cube, planes[0], planes[1], planes[2], lookups);
+  }
+  template <bool kExchange>
+  void Finish(const SLookups& lookups, const float* source, float* destination) const {
+    for (int q = 0; q < 4; ++q)
+      StoreResult<kExchange>(Trilinear(cube, lookups, q), source, destination, q);
   }
 };
+
+void SwapRedBlue(float* pixels, size_t count);
+
+// Runs `program` over whole blocks of eight pixels, block n + 1 prepared before block n is
+// finished; a tail of fewer than eight goes through a zero-padded copy so that nothing is read
+// or written past the row. `writeBack` is the source itself when the exchanged source pixels are
+// to be kept, else null.
+template <bool kExchange, class Program>
+void RunPipelined(const Program& program, const float* source, float* writeBack, float* destination,
+                  size_t pixels) {
+  const size_t whole = pixels / kSamplerLanes * kSamplerLanes;
+  auto at = [](size_t p) { return 4 * p; };
+  auto back = [writeBack, at](size_t p) { return writeBack ? writeBack + at(p) : nullptr; };
+  if (whole != 0) {
+    typename Program::SLookups even, odd;
+    program.template Prepare<kExchange>(source, back(0), even);
+    size_t p = 0;
+    for (; p + 2 * kSamplerLanes <= whole; p += 2 * kSamplerLanes) {
+      const size_t next = p + kSamplerLanes, afterNext = p + 2 * kSamplerLanes;
+      program.template Prepare<kExchange>(source + at(next), back(next), odd);
+      program.template Finish<kExchange>(even, source + at(p), destination + at(p));
+      if (afterNext < whole) {
+        program.template Prepare<kExchange>(source + at(afterNext), back(afterNext), even);
+      }
+      program.template Finish<kExchange>(odd, source + at(next), destination + at(next));
+    }
+    if (p != whole) program.template Finish<kExchange>(even, source + at(p), destination + at(p));
+  }
+  if (whole == pixels) return;
+  alignas(32) float tail[4 * kSamplerLanes] = {};
+  const size_t bytes = (pixels - whole) * 16;
+  std::memcpy(tail, source + at(whole), bytes);
+  if (writeBack) SwapRedBlue(writeBack + at(whole), pixels - whole);
+  typename Program::SLookups lookups;
+  program.template Prepare<kExchange>(tail, nullptr, lookups);
+  program.template Finish<kExchange>(lookups, tail, tail);
+  std::memcpy(destination + at(whole), tail, bytes);
+}
 
 void Sample1D(const SCPUTextureUnit& unit, const float* s, float* texels) {
   __m256i index;
@@ -237,10 +309,10 @@ void Sample1D(const SCPUTextureUnit& unit, const float* s, float* texels) {
 
 void Sample3D(const SCPUTextureUnit& unit, const float* s, const float* t, const float* r,
               float* texels) {
-  __m256 results[4];
-  Trilinear(unit, _mm256_loadu_ps(s), _mm256_loadu_ps(t), _mm256_loadu_ps(r), results);
-  for (int p = 0; p < 4; ++p)
-    StorePair(texels + 4 * p, texels + 4 * (p + 4), results[p]);
+  STrilinearLookups lookups;
+  PrepareTrilinear(unit, _mm256_loadu_ps(s), _mm256_loadu_ps(t), _mm256_loadu_ps(r), lookups);
+  for (int q = 0; q < 4; ++q)
+    StorePair(texels + 4 * q, texels + 4 * (q + 4), Trilinear(unit, lookups, q));
 }
 
 void Mix(float* first, const float* second, float k, size_t pixels) {
@@ -309,23 +381,57 @@ void Fill32(void* destination, uint32_t value, size_t count) {
 
 void ApplyLUT1D(const SCPUTextureUnit& table, const SLUTDomainMapping& mapping, const float* source,
                 float* destination, size_t pixels) {
-  RunBlocks(source, destination, pixels, SBlockLUT1D{table, mapping});
+  RunPipelined<false>(SProgram1D{table, mapping}, source, nullptr, destination, pixels);
 }
 
 void ApplyLUT3D(const SCPUTextureUnit& table, const SLUTDomainMapping& mapping, const float* source,
                 float* destination, size_t pixels) {
-  RunBlocks(source, destination, pixels, SBlockLUT3D{table, mapping});
+  RunPipelined<false>(SProgram3D{table, mapping}, source, nullptr, destination, pixels);
 }
 
 void ApplyLUT1D3D(const SCPUTextureUnit& shaper, const SCPUTextureUnit& cube,
                   const SLUTDomainMapping& mapping, const float* source, float* destination,
                   size_t pixels) {
-  RunBlocks(source, destination, pixels, SBlockLUT1D3D{shaper, cube, mapping});
+  RunPipelined<false>(SProgram1D3D{shaper, cube, mapping}, source, nullptr, destination, pixels);
+}
+
+float* WriteBack(float* source, const float* destination) {
+  return source == destination ? nullptr : source;
+}
+
+void ApplyLUT1DExchanging(const SCPUTextureUnit& table, const SLUTDomainMapping& mapping,
+                          float* source, float* destination, size_t pixels) {
+  RunPipelined<true>(SProgram1D{table, mapping}, source, WriteBack(source, destination),
+                     destination, pixels);
+}
+
+void ApplyLUT3DExchanging(const SCPUTextureUnit& table, const SLUTDomainMapping& mapping,
+                          float* source, float* destination, size_t pixels) {
+  RunPipelined<true>(SProgram3D{table, mapping}, source, WriteBack(source, destination),
+                     destination, pixels);
+}
+
+void ApplyLUT1D3DExchanging(const SCPUTextureUnit& shaper, const SCPUTextureUnit& cube,
+                            const SLUTDomainMapping& mapping, float* source, float* destination,
+                            size_t pixels) {
+  RunPipelined<true>(SProgram1D3D{shaper, cube, mapping}, source, WriteBack(source, destination),
+                     destination, pixels);
 }
 
 constexpr SCPUKernelTable kTable{
-    "avx2",    Sample1D, Sample3D,   Mix,        SwapRedBlue,
-    CopyBlock, Fill32,   ApplyLUT1D, ApplyLUT3D, ApplyLUT1D3D,
+    "avx2",
+    Sample1D,
+    Sample3D,
+    Mix,
+    SwapRedBlue,
+    CopyBlock,
+    Fill32,
+    ApplyLUT1D,
+    ApplyLUT3D,
+    ApplyLUT1D3D,
+    ApplyLUT1DExchanging,
+    ApplyLUT3DExchanging,
+    ApplyLUT1D3DExchanging,
 };
 
 }  // namespace

@@ -10,23 +10,36 @@
 namespace Tincta {
 namespace {
 
+void SwapRedBlue(float* pixels, size_t count);
+
 // Runs `block` on whole groups of eight pixels; a tail of fewer than eight goes through a
-// zero-padded copy so that the block never reads or writes past the row.
-template <class Block>
-void RunBlocks(const float* source, float* destination, size_t pixels, const Block& block) {
+// zero-padded copy so that the block never reads or writes past the row. `writeBack` is the
+// source itself when the exchanged source pixels are to be kept, else null.
+template <bool kExchange, class Block>
+void RunBlocks(const float* source, float* writeBack, float* destination, size_t pixels,
+               const Block& block) {
   size_t p = 0;
-  for (; p + kSamplerLanes <= pixels; p += kSamplerLanes)
-    block(source + 4 * p, destination + 4 * p);
+  for (; p + kSamplerLanes <= pixels; p += kSamplerLanes) {
+    block.template Run<kExchange>(source + 4 * p, writeBack ? writeBack + 4 * p : nullptr,
+                                  destination + 4 * p);
+  }
   if (p == pixels) return;
   alignas(32) float tail[4 * kSamplerLanes] = {};
   const size_t bytes = (pixels - p) * 16;
   std::memcpy(tail, source + 4 * p, bytes);
-  block(tail, tail);
+  if (writeBack) SwapRedBlue(writeBack + 4 * p, pixels - p);
+  block.template Run<kExchange>(tail, nullptr, tail);
   std::memcpy(destination + 4 * p, tail, bytes);
 }
 
 inline __m128 Lerp(__m128 a, __m128 b, __m128 f) {
   return _mm_add_ps(a, _mm_mul_ps(_mm_sub_ps(b, a), f));
+}
+
+constexpr int kRedBlueOrder = _MM_SHUFFLE(3, 0, 1, 2);
+
+inline __m128 ExchangeRedBlue(__m128 pixel) {
+  return _mm_shuffle_ps(pixel, pixel, kRedBlueOrder);
 }
 
 inline __m128 LoadTexel(const char* address) {
@@ -48,13 +61,14 @@ inline __m128 Map(__m128 value, const SLUTDomainMapping& mapping, int channel) {
                     _mm_set1_ps(mapping.offset[channel]));
 }
 
-// Four pixels in, red, green and blue planes out.
+// Four pixels in, red, green and blue planes out; with kExchange the pixels are held blue first.
+template <bool kExchange>
 inline void ToPlanes(const __m128* pixels, __m128& red, __m128& green, __m128& blue) {
   __m128 p0 = pixels[0], p1 = pixels[1], p2 = pixels[2], p3 = pixels[3];
   _MM_TRANSPOSE4_PS(p0, p1, p2, p3);
-  red = p0;
+  red = kExchange ? p2 : p0;
   green = p1;
-  blue = p2;
+  blue = kExchange ? p0 : p2;
 }
 
 // Four lanes of (x, y, z) fractions out as one (fx, fy, fz, 0) vector per pixel.
@@ -132,28 +146,36 @@ inline void Curves4(const SCPUTextureUnit& unit, __m128 s, __m128 t, __m128 r, _
   }
 }
 
-inline void LoadPixels4(const float* source, __m128* pixels) {
-  for (int p = 0; p < 4; ++p)
+// Loads four pixels; with kExchange `writeBack` (when not null) receives them red first.
+template <bool kExchange>
+inline void LoadPixels4(const float* source, float* writeBack, __m128* pixels) {
+  for (int p = 0; p < 4; ++p) {
     pixels[p] = _mm_loadu_ps(source + 4 * p);
+    if (kExchange && writeBack) _mm_storeu_ps(writeBack + 4 * p, ExchangeRedBlue(pixels[p]));
+  }
 }
 
-// Stores four results with the source pixels' alpha.
+// Stores four results (red first) with the source pixels' alpha.
+template <bool kExchange>
 inline void StorePixels4(float* destination, const __m128* results, const __m128* pixels) {
   for (int p = 0; p < 4; ++p) {
-    _mm_storeu_ps(destination + 4 * p, _mm_blend_ps(results[p], pixels[p], 0b1000));
+    const __m128 result = kExchange ? ExchangeRedBlue(results[p]) : results[p];
+    _mm_storeu_ps(destination + 4 * p, _mm_blend_ps(result, pixels[p], 0b1000));
   }
 }
 
 struct SBlockLUT1D {
   const SCPUTextureUnit& table;
   const SLUTDomainMapping& mapping;
-  void operator()(const float* source, float* destination) const {
+  template <bool kExchange>
+  void Run(const float* source, float* writeBack, float* destination) const {
     for (int group = 0; group < 2; ++group) {
       __m128 pixels[4], results[4], red, green, blue;
-      LoadPixels4(source + 16 * group, pixels);
-      ToPlanes(pixels, red, green, blue);
+      LoadPixels4<kExchange>(source + 16 * group, writeBack ? writeBack + 16 * group : nullptr,
+                             pixels);
+      ToPlanes<kExchange>(pixels, red, green, blue);
       Curves4(table, Map(red, mapping, 0), Map(green, mapping, 1), Map(blue, mapping, 2), results);
-      StorePixels4(destination + 16 * group, results, pixels);
+      StorePixels4<kExchange>(destination + 16 * group, results, pixels);
     }
   }
 };
@@ -161,14 +183,16 @@ struct SBlockLUT1D {
 struct SBlockLUT3D {
   const SCPUTextureUnit& table;
   const SLUTDomainMapping& mapping;
-  void operator()(const float* source, float* destination) const {
+  template <bool kExchange>
+  void Run(const float* source, float* writeBack, float* destination) const {
     for (int group = 0; group < 2; ++group) {
       __m128 pixels[4], results[4], red, green, blue;
-      LoadPixels4(source + 16 * group, pixels);
-      ToPlanes(pixels, red, green, blue);
+      LoadPixels4<kExchange>(source + 16 * group, writeBack ? writeBack + 16 * group : nullptr,
+                             pixels);
+      ToPlanes<kExchange>(pixels, red, green, blue);
       Trilinear4(table, Map(red, mapping, 0), Map(green, mapping, 1), Map(blue, mapping, 2),
                  results);
-      StorePixels4(destination + 16 * group, results, pixels);
+      StorePixels4<kExchange>(destination + 16 * group, results, pixels);
     }
   }
 };
@@ -177,15 +201,17 @@ struct SBlockLUT1D3D {
   const SCPUTextureUnit& shaper;
   const SCPUTextureUnit& cube;
   const SLUTDomainMapping& mapping;
-  void operator()(const float* source, float* destination) const {
+  template <bool kExchange>
+  void Run(const float* source, float* writeBack, float* destination) const {
     for (int group = 0; group < 2; ++group) {
       __m128 pixels[4], shaped[4], results[4], red, green, blue;
-      LoadPixels4(source + 16 * group, pixels);
-      ToPlanes(pixels, red, green, blue);
+      LoadPixels4<kExchange>(source + 16 * group, writeBack ? writeBack + 16 * group : nullptr,
+                             pixels);
+      ToPlanes<kExchange>(pixels, red, green, blue);
       Curves4(shaper, Map(red, mapping, 0), Map(green, mapping, 1), Map(blue, mapping, 2), shaped);
-      ToPlanes(shaped, red, green, blue);
+      ToPlanes<false>(shaped, red, green, blue);
       Trilinear4(cube, red, green, blue, results);
-      StorePixels4(destination + 16 * group, results, pixels);
+      StorePixels4<kExchange>(destination + 16 * group, results, pixels);
     }
   }
 };
@@ -278,23 +304,57 @@ void Fill32(void* destination, uint32_t value, size_t count) {
 
 void ApplyLUT1D(const SCPUTextureUnit& table, const SLUTDomainMapping& mapping, const float* source,
                 float* destination, size_t pixels) {
-  RunBlocks(source, destination, pixels, SBlockLUT1D{table, mapping});
+  RunBlocks<false>(source, nullptr, destination, pixels, SBlockLUT1D{table, mapping});
 }
 
 void ApplyLUT3D(const SCPUTextureUnit& table, const SLUTDomainMapping& mapping, const float* source,
                 float* destination, size_t pixels) {
-  RunBlocks(source, destination, pixels, SBlockLUT3D{table, mapping});
+  RunBlocks<false>(source, nullptr, destination, pixels, SBlockLUT3D{table, mapping});
 }
 
 void ApplyLUT1D3D(const SCPUTextureUnit& shaper, const SCPUTextureUnit& cube,
                   const SLUTDomainMapping& mapping, const float* source, float* destination,
                   size_t pixels) {
-  RunBlocks(source, destination, pixels, SBlockLUT1D3D{shaper, cube, mapping});
+  RunBlocks<false>(source, nullptr, destination, pixels, SBlockLUT1D3D{shaper, cube, mapping});
+}
+
+float* WriteBack(float* source, const float* destination) {
+  return source == destination ? nullptr : source;
+}
+
+void ApplyLUT1DExchanging(const SCPUTextureUnit& table, const SLUTDomainMapping& mapping,
+                          float* source, float* destination, size_t pixels) {
+  RunBlocks<true>(source, WriteBack(source, destination), destination, pixels,
+                  SBlockLUT1D{table, mapping});
+}
+
+void ApplyLUT3DExchanging(const SCPUTextureUnit& table, const SLUTDomainMapping& mapping,
+                          float* source, float* destination, size_t pixels) {
+  RunBlocks<true>(source, WriteBack(source, destination), destination, pixels,
+                  SBlockLUT3D{table, mapping});
+}
+
+void ApplyLUT1D3DExchanging(const SCPUTextureUnit& shaper, const SCPUTextureUnit& cube,
+                            const SLUTDomainMapping& mapping, float* source, float* destination,
+                            size_t pixels) {
+  RunBlocks<true>(source, WriteBack(source, destination), destination, pixels,
+                  SBlockLUT1D3D{shaper, cube, mapping});
 }
 
 constexpr SCPUKernelTable kTable{
-    "sse",     Sample1D, Sample3D,   Mix,        SwapRedBlue,
-    CopyBlock, Fill32,   ApplyLUT1D, ApplyLUT3D, ApplyLUT1D3D,
+    "sse",
+    Sample1D,
+    Sample3D,
+    Mix,
+    SwapRedBlue,
+    CopyBlock,
+    Fill32,
+    ApplyLUT1D,
+    ApplyLUT3D,
+    ApplyLUT1D3D,
+    ApplyLUT1DExchanging,
+    ApplyLUT3DExchanging,
+    ApplyLUT1D3DExchanging,
 };
 
 }  // namespace

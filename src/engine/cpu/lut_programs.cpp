@@ -70,6 +70,23 @@ void SOvLUTProgram::Run(const SCPUKernelTable& kernels, const float* source, flo
   }
 }
 
+void SOvLUTProgram::RunExchanging(const SCPUKernelTable& kernels, float* source, float* destination,
+                                  size_t pixels) const {
+  switch (kind) {
+    case EOvOperator::LUTProgram1D:
+      kernels.applyLUT1DExchanging(*table, mapping, source, destination, pixels);
+      break;
+    case EOvOperator::LUTProgram3D:
+      kernels.applyLUT3DExchanging(*table, mapping, source, destination, pixels);
+      break;
+    case EOvOperator::LUTProgram1D3D:
+      kernels.applyLUT1D3DExchanging(*shaper, *table, mapping, source, destination, pixels);
+      break;
+    default:
+      break;
+  }
+}
+
 bool bPrepareLUTProgram(EOvOperator op, const COvCPUTextureUnits& units,
                         const COvScriptParser* parameters, SOvLUTProgram& program,
                         std::string& error) {

@@ -27,6 +27,10 @@ struct SOvLUTProgram {
   /// same memory).
   void Run(const SCPUKernelTable& kernels, const float* source, float* destination,
            size_t pixels) const;
+  /// The same for pixels held blue first, with the red-blue exchanges fused in (see
+  /// `SCPUKernelTable::applyLUT1DExchanging`): the source keeps its pixels exchanged.
+  void RunExchanging(const SCPUKernelTable& kernels, float* source, float* destination,
+                     size_t pixels) const;
 };
 
 /// Binds the program named by `op` to `units` and `parameters`. "*lut" (`EOvOperator::Lut`)
