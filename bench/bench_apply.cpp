@@ -1,7 +1,7 @@
 // The CPU apply path on a 3840 x 2160 frame, single-threaded: the whole exported ApplyLUT call
 // per LUT kind, the same with 8-bit frames (conversions included), one in-place pass over the
-// frame as the memory yardstick, the LUT kernels of both tables side by side, and the frame in
-// strips on one and two threads.
+// frame as the memory yardstick, the 3-D and 1-D LUT programs of both tables side by side, and
+// the frame in strips on one and two threads.
 //
 // ApplyLUT uses the kernel table of the process; run the program twice to measure both:
 //   ./build/release/bin/bench_apply
@@ -157,17 +157,19 @@ void BM_InplaceSwap(benchmark::State& state) {
   state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(kPixels) * 32);
 }
 
-// The 3-D program alone over the frame (already red first), per table, in one process.
-void LUTKernel3D(benchmark::State& state, const Tincta::SCPUKernelTable& kernels, uint32_t n) {
+// A LUT program alone over the frame (already red first), per table, in one process: the 3-D
+// program on a cube of `n` points, or the 1-D program on a curve of `n` entries.
+void LUTKernel(benchmark::State& state, const Tincta::SCPUKernelTable& kernels, bool cube,
+               uint32_t n) {
   const bool avx2 = std::strcmp(kernels.name, "avx2") == 0;
   const Tincta::SProcessorFeatures& f = Tincta::ProcessorFeatures();
   if (avx2 && !(f.avx && f.avx2 && f.fma && f.osSavesYmm)) {
     state.SkipWithError("this processor has no AVX2 + FMA");
     return;
   }
-  const auto lut = crandle_bench::MakeCube(n);
+  const auto lut = cube ? crandle_bench::MakeCube(n) : crandle_bench::MakeCurve(n);
   Tincta::COvCPUTextureUnits units;
-  units.bUpload(1, n, n, n, Tincta::kTexture3D, 4, lut->Table(), false);
+  units.bUpload(1, n, n, n, cube ? Tincta::kTexture3D : Tincta::kTexture1D, 4, lut->Table(), false);
   Tincta::SLUTDomainMapping mapping;
   for (int c = 0; c < 3; ++c) {
     mapping.scale[c] = lut->TextureScale()[c];
@@ -177,10 +179,11 @@ void LUTKernel3D(benchmark::State& state, const Tincta::SCPUKernelTable& kernels
   FrameRef destination = MakePicture(host::kPixelFormat_BGRA_4444_32f);
   const auto* in = static_cast<const float*>(BaseOf(source));
   auto* out = static_cast<float*>(BaseOf(destination));
+  const auto program = cube ? kernels.applyLUT3D : kernels.applyLUT1D;
   for (auto _ : state) {
     for (uint32_t y = 0; y < kFrameHeight; ++y) {
       const size_t row = size_t(y) * kFrameWidth * 4;
-      kernels.applyLUT3D(units.Unit(1), mapping, in + row, out + row, kFrameWidth);
+      program(units.Unit(1), mapping, in + row, out + row, kFrameWidth);
     }
     benchmark::ClobberMemory();
   }
@@ -207,12 +210,14 @@ const bool kRegistered = [] {
   benchmark::RegisterBenchmark("BM_InplaceSwap/3840x2160", BM_InplaceSwap)
       ->Unit(benchmark::kMillisecond)
       ->UseRealTime();
-  for (uint32_t n : {33u, 65u}) {
+  for (uint32_t n : {33u, 65u, 4096u}) {
     for (const Tincta::SCPUKernelTable* kernels :
          {&Tincta::CPUKernelsSSE(), &Tincta::CPUKernelsAVX2()}) {
-      benchmark::RegisterBenchmark(
-          ("BM_LUTKernel3D/" + std::to_string(n) + "/" + kernels->name).c_str(), LUTKernel3D,
-          *kernels, n)
+      const bool cube = n != 4096;
+      benchmark::RegisterBenchmark((std::string(cube ? "BM_LUTKernel3D/" : "BM_LUTKernel1D/") +
+                                    std::to_string(n) + "/" + kernels->name)
+                                       .c_str(),
+                                   LUTKernel, *kernels, cube, n)
           ->Unit(benchmark::kMillisecond)
           ->UseRealTime();
     }
