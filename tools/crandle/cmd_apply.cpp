@@ -1,4 +1,5 @@
 // crandle apply: apply a LUT to images (or an image sequence) through the exported interface.
+#include <chrono>
 #include <cstdio>
 #include <memory>
 #include <optional>
@@ -26,7 +27,14 @@ struct SApplyOptions {
   std::string depth;
   std::string frames;
   std::string interpolation = "trilinear";
+  bool verbose = false;
 };
+
+using Clock = std::chrono::steady_clock;
+
+double MillisecondsSince(Clock::time_point start) {
+  return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+}
 
 class CApplyError : public std::runtime_error {
  public:
@@ -74,6 +82,7 @@ void ApplyToFile(const SApplyOptions& options, const std::shared_ptr<void>& lut,
                  std::optional<SFrameSize>& firstSize) {
   SImage image;
   std::string error;
+  const Clock::time_point readStart = Clock::now();
   if (!ReadImage(inputPath, image, error))
     throw CApplyError("cannot read " + inputPath + ": " + error);
   if (firstSize &&
@@ -103,17 +112,25 @@ void ApplyToFile(const SApplyOptions& options, const std::shared_ptr<void>& lut,
     before.emplace();
     if (!PackImage(image, layout, *before)) throw CApplyError("not enough memory for the preview");
   }
+  const double readMs = MillisecondsSince(readStart);
+  const Clock::time_point applyStart = Clock::now();
   const int result = ApplyInStrips(lut, method, source, destination, options.threads);
+  const double applyMs = MillisecondsSince(applyStart);
   if (result != CRANDLE::kResultOK) {
     throw CApplyError("applying the LUT to " + inputPath + " failed: " + ResultCodeText(result));
   }
+  const Clock::time_point writeStart = Clock::now();
   SImage output = UnpackPicture(destination, image, layout);
   if (!options.depth.empty()) output.spec.erase_attribute("oiio:BitsPerSample");
-  if (!WriteImageAtomically(outputPath, output, FileTypeFor(options.depth, image.spec.format),
-                            error)) {
+  if (!WriteImageAtomically(outputPath, output, fileType, error)) {
     throw CApplyError("cannot write " + outputPath + ": " + error);
   }
   if (writePreview) WritePreview(options.preview, *before, destination);
+  if (options.verbose) {
+    std::fprintf(stderr, "%s: read %.1f ms, apply %.1f ms (%u strips), write %.1f ms\n",
+                 inputPath.c_str(), readMs, applyMs, options.threads,
+                 MillisecondsSince(writeStart));
+  }
 }
 
 int RunApply(const SApplyOptions& options) {
@@ -187,6 +204,8 @@ void AddApplyCommand(CLI::App& app) {
           "trilinear or tetrahedral; only GPU frames use it, the CPU path is always trilinear")
       ->check(CLI::IsMember({"trilinear", "tetrahedral"}))
       ->capture_default_str();
+  command->add_flag("--verbose", options->verbose,
+                    "Print how long reading, applying and writing took for each image");
   command->callback([options] {
     if (const int status = RunApply(*options); status != 0) throw CLI::RuntimeError(status);
   });
