@@ -1,9 +1,7 @@
-// Look references and camera look grids: recognition at its boundaries, the path field, every test
-// of the grid conversion in its order, values and axis order against a direct computation, and
-// every failure of reading the referenced file, which must leave no descriptor open.
+// Look references and camera look grids: recognition at its boundaries, the grid conversion's tests
+// in their order with its values against a direct computation, reading the referenced file (every
+// failure yields nothing and leaves no descriptor open), and look references read as documents.
 #include <gtest/gtest.h>
-
-#include <cstring>
 
 #include "crandle/crandle.h"
 #include "foundation/utf16.h"
@@ -15,244 +13,133 @@
 namespace crandle_test {
 namespace {
 
-using Tincta::ConvertLookGridToOTX3;
-
-float FloatAt(const uint8_t* image, size_t index) {
-  float value;
-  std::memcpy(&value, image + 40 + 4 * index, 4);
-  return value;
-}
-
-uint32_t U32At(const uint8_t* bytes, size_t offset) {
-  uint32_t value;
-  std::memcpy(&value, bytes + offset, 4);
-  return value;
-}
-
-// The value the grid defines for channel c at grid indices (i, j, k), computed directly.
+// The value the grid defines for channel c at (i, j, k), from the layout alone.
 float Expected(const SGridLayout& layout, uint32_t i, uint32_t j, uint32_t k, int c) {
   const double divisor = layout.divisor == 0 ? 1.0 : layout.divisor;
   return float(layout.sample(i, j, k, c) / divisor * double(layout.scale) + double(layout.bias));
 }
 
-// Cheap, well mixed samples that differ per channel and position.
-GridSample RandomSamples(uint32_t seed) {
-  return [seed](uint32_t i, uint32_t j, uint32_t k, int c) {
-    uint64_t x = (uint64_t(seed) << 40) ^ (uint64_t(i) << 24) ^ (uint64_t(j) << 12) ^ k ^
-                 (uint64_t(c) << 60);
-    x = (x ^ (x >> 30)) * 0xBF58476D1CE4E5B9ull;
-    x = (x ^ (x >> 27)) * 0x94D049BB133111EBull;
-    return uint16_t(x ^ (x >> 31));
-  };
+// Well mixed samples that differ per channel and position.
+uint16_t Mixed(uint32_t i, uint32_t j, uint32_t k, int c) {
+  uint64_t x = (uint64_t(i) << 24) ^ (uint64_t(j) << 12) ^ k ^ (uint64_t(c) << 60);
+  x = (x ^ (x >> 30)) * 0xBF58476D1CE4E5B9ull;
+  x = (x ^ (x >> 27)) * 0x94D049BB133111EBull;
+  return uint16_t(x ^ (x >> 31));
 }
 
-struct SConverted {
-  bool ok = false;
-  std::unique_ptr<uint8_t[]> image;
-  uint32_t length = 0;
-};
-
-SConverted Convert(const std::vector<uint8_t>& grid, uint32_t length) {
-  SConverted converted;
-  converted.ok = ConvertLookGridToOTX3(grid.data(), length, converted.image, converted.length);
-  return converted;
-}
-
-TEST(LookReference, RecognitionAtItsBoundaries) {
-  struct SCase {
-    const char* name;
-    uint64_t size;
-    const char* magic;
-    uint32_t version;
-    bool expected;
+TEST(LookReference, RecognitionAtItsBoundariesAndItsFields) {
+  // Magic, size (counted by its low 32 bits), version, recognised.
+  const std::tuple<const char*, uint64_t, uint32_t, bool> cases[] = {
+      {"AELT", 4121, 2, false},
+      {"AELT", 4122, 2, true},
+      {"AELT", 4122, 1, false},
+      {"AELT", 4122, 3, false},
+      {"aelt", 4122, 2, false},
+      {"AELT", (1ull << 32) + 4122, 2, true},
+      {"AELT", (1ull << 32) + 4121, 2, false},
   };
-  const SCase cases[] = {
-      {"4121 bytes", 4121, "AELT", 2, false},
-      {"4122 bytes", 4122, "AELT", 2, true},
-      {"longer", 4122, "AELT", 2, true},
-      {"version 1", 4122, "AELT", 1, false},
-      {"version 3", 4122, "AELT", 3, false},
-      {"magic in other case", 4122, "aelt", 2, false},
-      {"size above 4 GiB counts by its low 32 bits", (uint64_t(1) << 32) + 4122, "AELT", 2, true},
-      {"4 GiB plus 4121 is 4121", (uint64_t(1) << 32) + 4121, "AELT", 2, false},
-      {"4 GiB is 0", uint64_t(1) << 32, "AELT", 2, false},
-  };
-  for (const SCase& c : cases) {
-    std::vector<uint8_t> record = MakeLookReference(u"/x", 0, 0, 0, c.version);
-    std::memcpy(record.data(), c.magic, 4);
-    EXPECT_EQ(Tincta::IsLookReference(record.data(), c.size), c.expected) << c.name;
+  for (const auto& [magic, size, version, recognised] : cases) {
+    std::vector<uint8_t> record = MakeLookReference(u"/x", 0, 0, 0, version);
+    std::memcpy(record.data(), magic, 4);
     std::string path = "untouched";
-    EXPECT_EQ(Tincta::GetLookReferencePath(record.data(), c.size, path), c.expected) << c.name;
-    EXPECT_EQ(path, c.expected ? "/x" : "untouched") << c.name;
+    EXPECT_EQ(Tincta::IsLookReference(record.data(), size), recognised) << size << version;
+    EXPECT_EQ(Tincta::GetLookReferencePath(record.data(), size, path), recognised) << size;
+    EXPECT_EQ(path, recognised ? "/x" : "untouched");
   }
-  EXPECT_FALSE(Tincta::IsLookReference(nullptr, 4122));
-}
-
-TEST(LookReference, PathFieldIsUtf16UpToItsNulOrItsEnd) {
-  // U+1F3A8 as a surrogate pair; U+00E9 as one unit.
-  const std::u16string path = u"/looks/caf\u00e9 \U0001F3A8.grid";
-  std::string converted;
-  ASSERT_TRUE(Tincta::GetLookReferencePath(MakeLookReference(path, 0, 0).data(), 4122, converted));
-  EXPECT_EQ(converted, "/looks/caf\xC3\xA9 \xF0\x9F\x8E\xA8.grid");
-
-  const std::u16string full(2049, u'a');
-  ASSERT_TRUE(Tincta::GetLookReferencePath(MakeLookReference(full, 0, 0).data(), 4200, converted));
-  EXPECT_EQ(converted, std::string(2049, 'a'));
-
-  const auto record = MakeLookReference(u"/p", 77, 0x0102030405060708ull, 0xDEADBEEF);
+  // A path that fills its field without a NUL ends with the field.
+  const auto record = MakeLookReference(std::u16string(2049, u'a'), 0, 0x0102030405060708ull, 7);
   const Tincta::SLookReference fields = Tincta::ReadLookReference(record.data());
-  EXPECT_EQ(fields.version, 2u);
-  EXPECT_EQ(fields.gridLength, 77u);
-  EXPECT_EQ(fields.cacheKey, 0xDEADBEEFu);
+  EXPECT_EQ(fields.path, std::string(2049, 'a'));
   EXPECT_EQ(fields.gridOffset, 0x0102030405060708ull);
-  EXPECT_EQ(fields.path, "/p");
+  EXPECT_EQ(fields.cacheKey, 7u);
 }
 
-TEST(LookGrid, ConversionTestsInTheirOrder) {
+TEST(LookGrid, ConversionAgainstADirectComputation) {
   struct SCase {
     const char* name;
-    uint16_t n;
-    uint32_t dataOffset;  // counted back from the end of the block when `fromEnd`
-    bool fromEnd;
-    uint32_t trailing;  // bytes after the samples
-    int lengthChange;   // added to the length handed over
-    const char* magic;
-    bool accepted;
+    uint16_t n = 2;
+    uint16_t claimedN = 0;  // when set, the header's grid size instead of n
+    uint32_t dataOffset = 32;
+    int offsetFromEnd = 0;  // when set, the offset word becomes length - offsetFromEnd
+    int length = 0;         // > 0: handed over as it is; <= 0: added to the block's size
+    uint32_t divisor = 65535;
+    float scale = 1.0f;
+    float bias = 0.0f;
+    bool fullScale = false;  // every sample 65535
+    const char* magic = "ALOK";
+    bool accepted = true;
   };
   const SCase cases[] = {
-      {"N = 1", 1, 32, false, 0, 0, "ALOK", false},
-      {"N = 2", 2, 32, false, 0, 0, "ALOK", true},
-      {"N = 0 wraps below 2", 0, 32, false, 64, 0, "ALOK", false},
-      {"N = 255", 255, 32, false, 0, 0, "ALOK", false},
-      {"data offset 28", 2, 28, false, 0, 0, "ALOK", false},
-      {"data offset 29", 2, 29, false, 0, 0, "ALOK", true},
-      {"data offset length - 29", 2, 29, true, 100, 0, "ALOK", false},
-      {"data offset length - 48, samples fit", 2, 48, true, 100, 0, "ALOK", true},
-      {"one sample byte short", 2, 32, false, 0, -1, "ALOK", false},
-      {"29 bytes", 2, 32, false, 0, -51, "ALOK", false},
-      {"wrong magic", 2, 32, false, 0, 0, "ALOC", false},
+      {.name = "N = 1", .claimedN = 1, .accepted = false},
+      {.name = "N = 2 at data offset 29", .n = 2, .dataOffset = 29},
+      {.name = "N = 254", .n = 254},
+      {.name = "N = 255", .n = 255, .accepted = false},
+      {.name = "data offset 28", .dataOffset = 28, .accepted = false},
+      {.name = "data offset length - 29", .offsetFromEnd = 29, .accepted = false},
+      {.name = "data offset past the end", .offsetFromEnd = -1, .accepted = false},
+      {.name = "one sample byte short", .length = -1, .accepted = false},
+      {.name = "28 bytes", .length = 28, .accepted = false},
+      {.name = "not ALOK", .magic = "ALOC", .accepted = false},
+      {.name = "axes, scale and bias", .n = 5, .divisor = 1000, .scale = 0.5f, .bias = -0.125f},
+      {.name = "divisor 0 acts as 1", .n = 3, .divisor = 0, .scale = 0.001f, .bias = 0.25f},
+      {.name = "full scale is exactly 1", .n = 17, .fullScale = true},
   };
   for (const SCase& c : cases) {
-    SGridLayout layout;
-    layout.n = c.n;
-    layout.dataOffset = c.fromEnd ? 40 : c.dataOffset;
-    layout.trailingBytes = c.trailing;
-    if (c.n < 100) layout.sample = RandomSamples(1);
+    SGridLayout layout{c.n, c.dataOffset, c.divisor, c.scale, c.bias, Mixed};
+    if (c.fullScale) layout.sample = [](uint32_t, uint32_t, uint32_t, int) { return 65535; };
     std::vector<uint8_t> grid = MakeLookGrid(layout);
     std::memcpy(grid.data() + 4, c.magic, 4);
-    if (c.fromEnd) grid[3] = uint8_t(grid.size() - c.dataOffset);
-    const auto length = uint32_t(int64_t(grid.size()) + c.lengthChange);
-    const SConverted converted = Convert(grid, length);
-    EXPECT_EQ(converted.ok, c.accepted) << c.name;
-    if (c.accepted) {
-      EXPECT_EQ(converted.length, 40u + 12u * c.n * c.n * c.n) << c.name;
-    } else {
-      EXPECT_EQ(converted.image, nullptr) << c.name;
-    }
-  }
-  std::unique_ptr<uint8_t[]> image;
-  uint32_t imageLength = 0;
-  EXPECT_FALSE(ConvertLookGridToOTX3(nullptr, 100, image, imageLength));
-}
-
-TEST(LookGrid, ImageHeaderAndAxisExchangeAgainstDirectComputation) {
-  SGridLayout layout;
-  layout.n = 5;
-  layout.dataOffset = 29;
-  layout.divisor = 1000;
-  layout.scale = 0.5f;
-  layout.bias = -0.125f;
-  layout.sample = RandomSamples(3);
-  const std::vector<uint8_t> grid = MakeLookGrid(layout);
-  const SConverted converted = Convert(grid, uint32_t(grid.size()));
-  ASSERT_TRUE(converted.ok);
-  const uint8_t* image = converted.image.get();
-  EXPECT_EQ(std::memcmp(image, "OTX3", 4), 0);
-  EXPECT_EQ(U32At(image, 4), 5u);
-  EXPECT_EQ(U32At(image, 8), 3u);
-  EXPECT_EQ(U32At(image, 12), 0u);
-  const float domain[6] = {0, 0, 0, 1, 1, 1};
-  EXPECT_EQ(std::memcmp(image + 16, domain, 24), 0);
-
-  // The image keeps red fastest; the grid keeps its first index slowest, and that is red.
-  const uint32_t n = layout.n;
-  for (uint32_t b = 0; b < n; ++b) {
-    for (uint32_t g = 0; g < n; ++g) {
-      for (uint32_t r = 0; r < n; ++r) {
-        for (int c = 0; c < 3; ++c) {
-          const size_t index = 3 * (r + n * g + n * n * b) + c;
-          ASSERT_EQ(FloatAt(image, index), Expected(layout, r, g, b, c))
-              << "r " << r << " g " << g << " b " << b << " channel " << c;
+    if (c.claimedN) grid[25] = uint8_t(c.claimedN);
+    if (c.offsetFromEnd) PutWord(grid.data(), uint32_t(int(grid.size()) - c.offsetFromEnd), true);
+    const auto length = uint32_t(c.length > 0 ? c.length : int64_t(grid.size()) + c.length);
+    std::unique_ptr<uint8_t[]> image;
+    uint32_t imageLength = 0;
+    ASSERT_EQ(Tincta::ConvertLookGridToOTX3(grid.data(), length, image, imageLength), c.accepted)
+        << c.name;
+    if (!c.accepted) continue;
+    const uint32_t n = c.n;
+    ASSERT_EQ(imageLength, 40 + 12 * n * n * n) << c.name;
+    uint8_t header[40] = {'O', 'T', 'X', '3', uint8_t(n), 0, 0, 0, 3};
+    for (int axis = 0; axis < 3; ++axis)
+      PutWord(header + 28 + 4 * axis, 0x3F800000, false);
+    EXPECT_EQ(std::memcmp(image.get(), header, 40), 0) << c.name;
+    // Red, the grid's slowest index, is the image's fastest. Large grids are probed every 23rd
+    // point, which takes in both ends.
+    const uint32_t step = n > 17 ? 23 : 1;
+    for (uint32_t b = 0; b < n; b += step) {
+      for (uint32_t g = 0; g < n; g += step) {
+        for (uint32_t r = 0; r < n; r += step) {
+          float rgb[3];
+          std::memcpy(rgb, image.get() + 40 + 12 * (r + n * g + n * n * b), 12);
+          for (int ch = 0; ch < 3; ++ch)
+            ASSERT_EQ(rgb[ch], Expected(layout, r, g, b, ch)) << c.name << r << g << b;
         }
       }
     }
+    float top;  // blue at the top corner, the image's last value
+    std::memcpy(&top, image.get() + imageLength - 4, 4);
+    EXPECT_TRUE(!c.fullScale || top == 1.0f) << top;
   }
-}
-
-TEST(LookGrid, DivisorZeroActsAsOne) {
-  SGridLayout layout;
-  layout.n = 3;
-  layout.scale = 0.001f;
-  layout.bias = 0.25f;
-  layout.sample = RandomSamples(4);
-  layout.divisor = 0;
-  const auto zero = MakeLookGrid(layout);
-  layout.divisor = 1;
-  const auto one = MakeLookGrid(layout);
-  const SConverted a = Convert(zero, uint32_t(zero.size()));
-  const SConverted b = Convert(one, uint32_t(one.size()));
-  ASSERT_TRUE(a.ok && b.ok);
-  ASSERT_EQ(a.length, b.length);
-  EXPECT_EQ(std::memcmp(a.image.get(), b.image.get(), a.length), 0);
-  EXPECT_EQ(FloatAt(a.image.get(), 5), Expected(layout, 1, 0, 0, 2));
-}
-
-TEST(LookGrid, FullScaleSamplesGiveExactlyOne) {
-  SGridLayout layout;
-  layout.n = 17;
-  layout.divisor = 65535;
-  layout.sample = [](uint32_t, uint32_t, uint32_t, int) { return uint16_t(65535); };
-  const auto grid = MakeLookGrid(layout);
-  const SConverted converted = Convert(grid, uint32_t(grid.size()));
-  ASSERT_TRUE(converted.ok);
-  for (size_t index = 0; index < 3u * 17 * 17 * 17; ++index) {
-    ASSERT_EQ(FloatAt(converted.image.get(), index), 1.0f) << index;
-  }
-}
-
-TEST(LookGrid, LargestGridIsAccepted) {
-  SGridLayout layout;
-  layout.n = 254;
-  layout.dataOffset = 29;
-  // Only a few samples are set; the rest stay zero.
-  std::vector<uint8_t> grid = MakeLookGrid(layout);
-  const auto setSample = [&](uint32_t i, uint32_t j, uint32_t k, int c, uint16_t value) {
-    uint8_t* at = grid.data() + 29 + 6 * ((uint64_t(i) * 254 + j) * 254 + k) + 2 * c;
-    at[0] = uint8_t(value >> 8);
-    at[1] = uint8_t(value);
-  };
-  setSample(253, 0, 0, 0, 65535);
-  setSample(0, 253, 1, 1, 32768);
-  const SConverted converted = Convert(grid, uint32_t(grid.size()));
-  ASSERT_TRUE(converted.ok);
-  EXPECT_EQ(converted.length, 40u + 12u * 254u * 254u * 254u);
-  const uint32_t n = 254;
-  EXPECT_EQ(FloatAt(converted.image.get(), 3 * (253 + 0 * n + 0 * n * n) + 0), 1.0f);
-  EXPECT_EQ(FloatAt(converted.image.get(), 3 * (0 + 253 * n + 1 * n * n) + 1),
-            float(32768.0 / 65535.0));
-  EXPECT_EQ(FloatAt(converted.image.get(), 3 * (0 + 0 * n + 253 * n * n) + 0), 0.0f);
+  std::unique_ptr<uint8_t[]> image;
+  uint32_t imageLength = 0;
+  EXPECT_FALSE(Tincta::ConvertLookGridToOTX3(nullptr, 100, image, imageLength));
 }
 
 class LookReferenceFile : public LookTest {
  protected:
-  // A file holding `before` bytes of something else, then the grid, then `after` bytes.
-  std::vector<uint8_t> WriteGridFile(const SGridLayout& layout, size_t before, size_t after) {
+  // A file holding `before` bytes of something else, the grid and 7 more bytes; the record points
+  // at the grid.
+  std::vector<uint8_t> WriteGridFile(const SGridLayout& layout, uint32_t before,
+                                     uint32_t cacheKey = 0) {
     grid_ = MakeLookGrid(layout);
     std::vector<uint8_t> file(before, 0x5A);
     file.insert(file.end(), grid_.begin(), grid_.end());
-    file.insert(file.end(), after, 0xA5);
+    file.resize(file.size() + 7, 0xA5);
     path_ = directory_.Write("camera.mxf", file.data(), file.size());
-    return MakeLookReference(Tincta::Utf8ToUtf16(path_), uint32_t(grid_.size()), before);
+    return MakeLookReference(Tincta::Utf8ToUtf16(path_), uint32_t(grid_.size()), before, cacheKey);
+  }
+  static std::unique_ptr<Tincta::COvGradingDocument> Read(const std::vector<uint8_t>& record) {
+    return Tincta::ReadLookDocument(record.data(), record.size(), nullptr);
   }
 
   TempDir directory_;
@@ -260,94 +147,74 @@ class LookReferenceFile : public LookTest {
   std::vector<uint8_t> grid_;
 };
 
-TEST_F(LookReferenceFile, LoadsTheGridAtItsOffset) {
-  SGridLayout layout;
-  layout.n = 4;
-  layout.divisor = 4096;
-  layout.scale = 2.0f;
-  layout.bias = -0.5f;
-  layout.sample = RandomSamples(5);
-  const auto record = WriteGridFile(layout, 1000, 7);
-  const auto lut = Tincta::LoadLookReference(record.data(), record.size());
-  ASSERT_NE(lut, nullptr);
-  EXPECT_TRUE(lut->Is3D());
-  EXPECT_EQ(lut->Size(), 4u);
-  EXPECT_EQ(lut->Title(), "AMIRA LUT");
-  EXPECT_EQ(lut->SourcePath(), "");
-  EXPECT_EQ(lut->DomainMin(), (Tincta::Vec4{0, 0, 0, 1}));
-  EXPECT_EQ(lut->DomainMax(), (Tincta::Vec4{1, 1, 1, 1}));
-  const auto entry = EntryOf(*lut, 3, 1, 2);
-  for (int c = 0; c < 3; ++c)
-    EXPECT_EQ(entry[c], Expected(layout, 3, 1, 2, c));
-  EXPECT_EQ(entry[3], 1.0f);
-}
-
-TEST_F(LookReferenceFile, ParseLUTTakesTheLookReferenceBranch) {
-  SGridLayout layout;
-  layout.n = 3;
-  layout.sample = RandomSamples(6);
-  std::vector<uint8_t> record = WriteGridFile(layout, 16, 0);
+TEST_F(LookReferenceFile, ParseLUTReadsTheGridAtItsOffsetAndFailsCleanly) {
+  std::vector<uint8_t> record = WriteGridFile({4, 32, 4096, 2.0f, -0.5f, Mixed}, 1000);
   record.resize(5000, 0xEE);  // bytes after the record are ignored
-
   std::shared_ptr<void> lut;
   ASSERT_EQ(CRANDLE::ParseLUT(record.data(), record.size(), lut), CRANDLE::kResultOK);
   std::string name;
   ASSERT_EQ(CRANDLE::GetLUTDisplayName(lut, name), CRANDLE::kResultOK);
   EXPECT_EQ(name, "AMIRA LUT");
-  // The handle's blob is the converted image itself.
-  const SConverted converted = Convert(grid_, uint32_t(grid_.size()));
-  ASSERT_TRUE(converted.ok);
+  // The handle's blob is the converted grid itself.
+  std::unique_ptr<uint8_t[]> image;
+  uint32_t length = 0;
+  ASSERT_TRUE(Tincta::ConvertLookGridToOTX3(grid_.data(), uint32_t(grid_.size()), image, length));
   const host::BinaryData blob = CRANDLE::GetLUTBlob(lut);
-  ASSERT_EQ(blob.Size(), converted.length);
-  EXPECT_EQ(std::memcmp(blob.Data(), converted.image.get(), converted.length), 0);
+  ASSERT_EQ(blob.Size(), length);
+  EXPECT_EQ(std::memcmp(blob.Data(), image.get(), length), 0);
 
-  // One byte short, the same record is ordinary LUT data, which no reader takes.
-  std::shared_ptr<void> untouched;
-  EXPECT_EQ(CRANDLE::ParseLUT(record.data(), 4121, untouched), CRANDLE::kResultLUTFailed);
-  EXPECT_EQ(untouched, nullptr);
+  // One byte short, the record is ordinary LUT data, which no reader takes; every failure to read
+  // the grid leaves no handle and no descriptor open.
+  const std::u16string path = Tincta::Utf8ToUtf16(path_);
+  const auto size = uint32_t(grid_.size());
+  const std::pair<std::vector<uint8_t>, uint64_t> cases[] = {
+      {record, 4121},
+      {MakeLookReference(path + u".gone", size, 1000), 4122},
+      {MakeLookReference(path, size, 1 << 20), 4122},   // offset past the end
+      {MakeLookReference(path, size, ~0ull), 4122},     // offset past any file
+      {MakeLookReference(path, size + 8, 1000), 4122},  // a file too short for the block
+      {MakeLookReference(path, size - 1, 1000), 4122},  // a block short of its samples
+      {MakeLookReference(path, size, 0), 4122},         // not a grid
+  };
+  const auto descriptors = [] {
+    const auto entries = std::filesystem::directory_iterator("/proc/self/fd");
+    return std::distance(begin(entries), end(entries));
+  };
+  const auto before = descriptors();
+  for (size_t i = 0; i < std::size(cases); ++i) {
+    std::shared_ptr<void> untouched;
+    EXPECT_EQ(CRANDLE::ParseLUT(cases[i].first.data(), cases[i].second, untouched),
+              CRANDLE::kResultLUTFailed)
+        << i;
+    EXPECT_EQ(untouched, nullptr) << i;
+  }
+  EXPECT_EQ(descriptors(), before);
 }
 
-TEST_F(LookReferenceFile, EveryFailureYieldsNothingAndClosesTheFile) {
-  SGridLayout layout;
-  layout.n = 2;
-  layout.sample = RandomSamples(7);
-  const auto good = WriteGridFile(layout, 64, 0);
-  const uint32_t length = uint32_t(grid_.size());
-  SGridLayout damaged;
-  damaged.n = 255;
-  const auto damagedGrid = MakeLookGrid(damaged);
-  const std::string damagedPath =
-      directory_.Write("damaged.mxf", damagedGrid.data(), damagedGrid.size());
+TEST_F(LookReferenceFile, AsADocumentAKeyedLookOutlivesItsFileInTheCache) {
+  const SGridLayout layout{.n = 3, .sample = Mixed};
+  const auto unkeyed = WriteGridFile(layout, 0);
+  const auto keyed = WriteGridFile(layout, 0, 4000000001u);
+  const auto first = Read(unkeyed);
+  ASSERT_EQ(first->LUTs().size(), 1u);
+  EXPECT_EQ(first->LUTs()[0].lut->Table()[4 * (2 + 3 * 1)], Expected(layout, 2, 1, 0, 0));
+  EXPECT_NE(Read(keyed), nullptr);
 
-  struct SCase {
-    const char* name;
-    std::vector<uint8_t> record;
-  };
-  const std::u16string path = Tincta::Utf8ToUtf16(path_);
-  const SCase cases[] = {
-      {"missing file", MakeLookReference(path + u".gone", length, 64)},
-      {"offset past the end", MakeLookReference(path, length, 1 << 20)},
-      {"offset at the end", MakeLookReference(path, length, 64 + length)},
-      {"block runs past the end", MakeLookReference(path, length + 1, 64)},
-      {"offset beyond any file", MakeLookReference(path, length, ~uint64_t(0))},
-      {"empty block", MakeLookReference(path, 0, 64)},
-      {"block shorter than its samples", MakeLookReference(path, length - 1, 64)},
-      {"damaged grid",
-       MakeLookReference(Tincta::Utf8ToUtf16(damagedPath), uint32_t(damagedGrid.size()), 0)},
-      {"a directory",
-       MakeLookReference(Tincta::Utf8ToUtf16(directory_.Path().string()), length, 0)},
-      {"empty path", MakeLookReference(u"", length, 0)},
-  };
-  const size_t descriptors = OpenDescriptorCount();
-  for (const SCase& c : cases) {
-    EXPECT_EQ(Tincta::LoadLookReference(c.record.data(), c.record.size()), nullptr) << c.name;
-    std::shared_ptr<void> lut;
-    EXPECT_EQ(CRANDLE::ParseLUT(c.record.data(), c.record.size(), lut), CRANDLE::kResultLUTFailed)
-        << c.name;
-    EXPECT_EQ(lut, nullptr) << c.name;
+  std::filesystem::remove(path_);
+  const auto second = Read(keyed);
+  ASSERT_EQ(second->LUTs().size(), 1u);
+  EXPECT_EQ(OnlyLUTOperation(second.get()), OnlyLUTOperation(first.get()));
+  const auto &a = *first->LUTs()[0].lut, &b = *second->LUTs()[0].lut;
+  ASSERT_EQ(a.TableBytes(), b.TableBytes());
+  EXPECT_EQ(std::memcmp(a.Table(), b.Table(), a.TableBytes()), 0);
+  // Key 0 is never kept, and another key finds nothing kept: both open as an empty look.
+  for (const auto& record : {unkeyed, MakeLookReference(Tincta::Utf8ToUtf16(path_), 10, 0, 7)}) {
+    const auto empty = Read(record);
+    ASSERT_NE(empty, nullptr);
+    EXPECT_EQ(empty->Version(), 3u);
+    EXPECT_TRUE(empty->Animation().Empty() && empty->LUTs().empty());
   }
-  ASSERT_NE(Tincta::LoadLookReference(good.data(), good.size()), nullptr);
-  EXPECT_EQ(OpenDescriptorCount(), descriptors);
+  EXPECT_EQ(Read(WriteGridFile({.n = 1}, 0)), nullptr) << "a damaged grid";
 }
 
 }  // namespace
