@@ -333,18 +333,6 @@ TEST(GetLUTBlob, SizesAndTheNullHandle) {
   EXPECT_TRUE(CRANDLE::GetLUTBlob(nullptr).Empty());
 }
 
-TEST(GetLUTBlob, ReadsBackAsTheSameTable) {
-  const double min[3] = {-0.25, 0, 0.125};
-  const double max[3] = {1.5, 1, 2};
-  const auto lut = ParseBytes(crandle_test::CubeText3D(4, Warm, "", min, max));
-  const host::BinaryData blob = CRANDLE::GetLUTBlob(lut);
-  std::shared_ptr<void> again;
-  ASSERT_EQ(CRANDLE::ParseLUT(blob.Data(), blob.Size(), again), CRANDLE::kResultOK);
-  const host::BinaryData second = CRANDLE::GetLUTBlob(again);
-  ASSERT_EQ(second.Size(), blob.Size());
-  EXPECT_EQ(std::memcmp(second.Data(), blob.Data(), blob.Size()), 0);
-}
-
 TEST(ModuleStart, RegistersItsInitialiserAfterTheLUTCache) {
   const auto names = host::InitializerRegistrar::InitializedNames();
   const auto cache = std::find(names.begin(), names.end(), "vexalutcache");
