@@ -4,14 +4,12 @@
 
 #include <pthread.h>
 #include <sched.h>
-#include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstring>
 #include <memory>
-#include <mutex>
 #include <random>
 #include <string>
 #include <string_view>
@@ -21,6 +19,7 @@
 #include "engine/cpu/cpu_compositing_engine.h"
 #include "engine/cpu/cpu_kernels.h"
 #include "engine/frame_buffer/complex_frame_buffer.h"
+#include "engine/frame_buffer_helpers.h"
 #include "foundation/heap_buffer.h"
 #include "host/log.h"
 
@@ -29,55 +28,51 @@ namespace {
 
 using namespace Tincta;
 
+// A refused upload leaves the unit as it was. A flipped rectangle is addressed bottom up; a 2-D
+// texture's rows are copied to a power-of-two pitch (zero beyond the row), found by a shift.
 TEST(CPUTextureUnits, UploadRules) {
-  static const float table[4] = {0, 0, 0, 1};  // never read by an upload of these kinds
+  std::vector<float> texels(17 * 3);
+  for (size_t i = 0; i < texels.size(); ++i)
+    texels[i] = float(i + 1);
   struct SCase {
     const char* what;
     uint32_t unit, width, height, depth, target, channels;
-    bool accepted;
+    bool flip, accepted;
+    int32_t firstTexel, rowStride;  // of an accepted upload; a 2-D texture has its own copy
   };
   const SCase cases[] = {
-      {"3-D of 256^3 texels", 1, 256, 256, 256, kTexture3D, 4, true},
-      {"3-D of one texel more than 256^3", 1, 256, 256, 257, kTexture3D, 4, false},
-      {"1 channel", 2, 8, 8, 8, kTexture3D, 1, true},
-      {"2 channels", 2, 8, 8, 8, kTexture3D, 2, false},
-      {"unit 8", 8, 8, 1, 1, kTexture1D, 4, false},
-      {"unit 0, rectangle", 0, 2, 2, 1, kTextureRectangle, 4, true},
-      {"unit 0, 1-D", 0, 8, 1, 1, kTexture1D, 4, false},
-      {"unknown kind", 1, 8, 1, 1, 0x1234, 4, false},
-      {"1-D of 65536 with its size on every axis", 7, 65536, 65536, 65536, kTexture1D, 4, true},
-      {"3-D with an axis of one point", 1, 2, 1, 2, kTexture3D, 4, false},
+      {"3-D of 256^3 texels", 1, 256, 256, 256, kTexture3D, 4, false, true, 0, 4096},
+      {"3-D of one texel more than 256^3", 1, 256, 256, 257, kTexture3D, 4, false, false},
+      {"1 channel", 2, 8, 8, 8, kTexture3D, 1, false, true, 0, 32},
+      {"2 channels", 2, 8, 8, 8, kTexture3D, 2, false, false},
+      {"unit 8", 8, 8, 1, 1, kTexture1D, 4, false, false},
+      {"unit 0, 1-D", 0, 8, 1, 1, kTexture1D, 4, false, false},
+      {"unknown kind", 1, 8, 1, 1, 0x1234, 4, false, false},
+      {"1-D, 65536 on every axis", 7, 65536, 65536, 65536, kTexture1D, 4, false, true, 0, 1 << 20},
+      {"rectangle", 0, 3, 4, 1, kTextureRectangle, 1, false, true, 0, 12},
+      {"flipped rectangle", 0, 3, 4, 1, kTextureRectangle, 1, true, true, 9, -12},
+      {"2-D, flip ignored", 5, 17, 3, 1, kTexture2D, 1, true, true, -1, 128},
   };
   for (const SCase& c : cases) {
+    SCOPED_TRACE(c.what);
     COvCPUTextureUnits units;
-    EXPECT_EQ(units.bUpload(c.unit, c.width, c.height, c.depth, c.target, c.channels, table, false),
-              c.accepted)
-        << c.what;
+    const float held[4] = {};
+    const SCPUTextureUnit& unit = units.Unit(c.unit % 8);
+    ASSERT_TRUE(units.bUpload(c.unit % 8, 1, 1, 1, kTextureRectangle, 4, held, false));
+    EXPECT_EQ(units.bUpload(c.unit, c.width, c.height, c.depth, c.target, c.channels, texels.data(),
+                            c.flip),
+              c.accepted);
+    if (!c.accepted) {
+      EXPECT_TRUE(unit.data == held && unit.target.Value() == kTextureRectangle);
+      continue;
+    }
+    EXPECT_EQ(unit.rowStride.Value(), c.rowStride);
+    EXPECT_TRUE(c.firstTexel < 0 || unit.data == texels.data() + c.firstTexel);
+    if (c.target != kTexture2D) continue;
+    EXPECT_EQ(unit.rowShift, 7u);
+    for (uint32_t i = 0; i < 3 * 32; ++i)
+      ASSERT_EQ(unit.data[i], i % 32 < 17 ? texels[i / 32 * 17 + i % 32] : 0.0f) << i;
   }
-  // A refused upload leaves the unit as it was.
-  std::vector<float> first(4 * 27);
-  COvCPUTextureUnits units;
-  ASSERT_TRUE(units.bUpload(1, 3, 3, 3, kTexture3D, 4, first.data(), false));
-  EXPECT_FALSE(units.bUpload(1, 256, 256, 257, kTexture3D, 4, table, false));
-  EXPECT_FALSE(units.bUpload(1, 8, 1, 1, kTexture1D, 4, nullptr, false));
-  EXPECT_EQ(units.Unit(1).data, first.data());
-  EXPECT_EQ(units.Unit(1).target.Value(), kTexture3D);
-}
-
-// A flipped rectangle is addressed bottom up; 2-D rows are copied to a power-of-two pitch, the
-// rest of each row zero, so that a row is found by a shift.
-TEST(CPUTextureUnits, RectanglesAndTwoDimensionalTextures) {
-  std::vector<float> pixels(17 * 3);
-  for (size_t i = 0; i < pixels.size(); ++i)
-    pixels[i] = float(i + 1);
-  COvCPUTextureUnits units;
-  ASSERT_TRUE(units.bUpload(0, 3, 4, 1, kTextureRectangle, 1, pixels.data(), true));
-  EXPECT_EQ(units.Unit(0).data, pixels.data() + 3 * 3);
-  EXPECT_EQ(units.Unit(0).rowStride.Value(), -3 * 4);
-  ASSERT_TRUE(units.bUpload(5, 17, 3, 1, kTexture2D, 1, pixels.data(), false));
-  EXPECT_EQ(units.Unit(5).rowShift, 7u);
-  for (uint32_t i = 0; i < 3 * 32; ++i)
-    ASSERT_EQ(units.Unit(5).data[i], i % 32 < 17 ? pixels[i / 32 * 17 + i % 32] : 0.0f) << i;
 }
 
 // RGBA float pixels in memory that the test owns, wrapped as a frame buffer with rows
@@ -91,22 +86,17 @@ struct STestFrame {
 
   STestFrame(uint32_t w, uint32_t h, uint32_t padPixels = 0, float fill = 0.0f)
       : width(w), height(h), rowFloats(4 * size_t(w + padPixels)), pixels(rowFloats * h, fill) {
-    Wrap(pixels.data());
+    block->Wrap(pixels.data(), pixels.size() * 4);
+    frame = std::make_unique<COvComplexFrameBuffer>(
+        block.get(), width, height,
+        MakeFormat(kFrameBufferTypeRGBA, kPrecision32BitFloat, 1, false, true,
+                   uint32_t(rowFloats * 4)),
+        0);
   }
   // Another frame over a copy of the pixels.
   STestFrame(const STestFrame& other)
-      : width(other.width), height(other.height), rowFloats(other.rowFloats), pixels(other.pixels) {
-    Wrap(pixels.data());
-  }
-  void Wrap(float* memory) {
-    block->Wrap(memory, rowFloats * height * 4);
-    FrameBufferFormat format;
-    format.type = kFrameBufferTypeRGBA;
-    format.precision = kPrecision32BitFloat;
-    format.channelOrder = kChannelOrderRGB;
-    format.topToBottom = true;
-    format.lineStride = static_cast<uint32_t>(rowFloats * 4);
-    frame = std::make_unique<COvComplexFrameBuffer>(block.get(), width, height, format, 0);
+      : STestFrame(other.width, other.height, uint32_t(other.rowFloats / 4 - other.width)) {
+    std::copy(other.pixels.begin(), other.pixels.end(), pixels.begin());
   }
   float* Pixel(uint32_t x, uint32_t y) { return &pixels[y * rowFloats + 4 * size_t(x)]; }
   void Randomise(std::mt19937& rng) {
@@ -149,79 +139,6 @@ struct SLUTEngine {
     return out;
   }
 };
-
-TEST(CPURendering, LUTProgramOverPaddedFramesAndRectangles) {
-  std::mt19937 rng(21);
-  SLUTEngine lut(7, rng);
-  STestFrame source(13, 5, 3), destination(13, 5, 2, -9.0f), clipped(13, 5, 0, -3.0f);
-  source.Randomise(rng);
-  ASSERT_TRUE(lut.Render(destination, source, {"ORVANE.LUT.3D"})) << lut.engine.LastError();
-  // A rectangle reaching past the right and bottom edges is clipped to the frame.
-  ASSERT_TRUE(lut.Render(clipped, source, {"*lut"}, 1.0f, 6, 3, 100, 100));
-  EXPECT_FALSE(lut.Render(clipped, source, {"*lut"}, 1.0f, 13, 0, 1, 1));
-  for (uint32_t y = 0; y < 5; ++y) {
-    const std::vector<float> want = lut.Expected(source.Pixel(0, y), 13);
-    EXPECT_EQ(std::memcmp(destination.Pixel(0, y), want.data(), want.size() * 4), 0) << y;
-    EXPECT_EQ(destination.Pixel(13, y)[0], -9.0f) << "padding of row " << y << " was written";
-    for (uint32_t x = 0; x < 13; ++x) {
-      const bool inside = x >= 6 && y >= 3;
-      EXPECT_EQ(clipped.Pixel(x, y)[1], inside ? want[4 * x + 1] : -3.0f) << x << "," << y;
-    }
-  }
-}
-
-// With the exchange the frames come out as exchanging the source, drawing and exchanging the
-// destination by hand would leave them, bit for bit, whether the LUT program runs fused or apart,
-// in place or not, and whatever the tail of the rows.
-TEST(CPURendering, RedBlueExchangeAroundTheOperators) {
-  std::mt19937 rng(22);
-  SLUTEngine lut(6, rng);
-  auto exchange = [](STestFrame& frame) {
-    for (uint32_t y = 0; y < frame.height; ++y)
-      ActiveCPUKernels().swapRedBlue(reinterpret_cast<float*>(frame.frame->Line(y)), frame.width);
-  };
-  for (uint32_t width : {1u, 8u, 13u}) {
-    for (std::vector<const char*> layers : {std::vector<const char*>{"ORVANE.LUT.3D"},
-                                            {"__GroupBegin", "*lut", "__GroupEnd"},
-                                            {"*lut!"},
-                                            {"*lut", "*fade"},
-                                            {"*readout", "*lut"}}) {
-      STestFrame source(width, 3, 1), byHand(width, 3, 1), to(width, 3, 1);
-      source.Randomise(rng);
-      STestFrame red = source, same = source;
-      exchange(red);
-      lut.engine.SetRedBlueExchange(false);
-      ASSERT_TRUE(lut.Render(byHand, red, layers, 0.5f)) << lut.engine.LastError();
-      exchange(byHand);
-      lut.engine.SetRedBlueExchange(true);
-      ASSERT_TRUE(lut.Render(to, source, layers, 0.5f));
-      ASSERT_TRUE(lut.Render(same, same, layers, 0.5f));
-      for (uint32_t y = 0; y < 3; ++y) {
-        EXPECT_EQ(std::memcmp(to.Pixel(0, y), byHand.Pixel(0, y), 16 * width), 0) << layers[0];
-        EXPECT_EQ(std::memcmp(same.Pixel(0, y), byHand.Pixel(0, y), 16 * width), 0) << layers[0];
-        EXPECT_EQ(std::memcmp(source.Pixel(0, y), red.Pixel(0, y), 16 * width), 0) << layers[0];
-      }
-    }
-  }
-  // A destination one pixel on in the source's memory: the source is exchanged where it lies,
-  // read through a copy, drawn, and the destination exchanged.
-  std::vector<float> memory(4 * 12 * 4 + 4), byHandMemory;
-  std::uniform_real_distribution<float> value(0.0f, 1.0f);
-  for (float& v : memory)
-    v = value(rng);
-  byHandMemory = memory;
-  for (bool exchanging : {false, true}) {
-    std::vector<float>& shared = exchanging ? memory : byHandMemory;
-    STestFrame from(12, 4), to(12, 4);
-    from.Wrap(shared.data());
-    to.Wrap(shared.data() + 4);
-    if (!exchanging) exchange(from);
-    lut.engine.SetRedBlueExchange(exchanging);
-    ASSERT_TRUE(lut.Render(to, from, {"*lut"}));
-    if (!exchanging) exchange(to);
-  }
-  EXPECT_EQ(memory, byHandMemory);
-}
 
 TEST(CPURendering, FailuresNameTheirCauseAndTouchNothing) {
   std::mt19937 rng(23);
@@ -266,102 +183,97 @@ TEST(CPURendering, FailuresNameTheirCauseAndTouchNothing) {
       EXPECT_EQ(source.pixels, held) << c.mentions;
     }
   }
-  // Names the engine knows without a CPU program, in any case, and near misses.
+  // Near misses, then names the engine knows without a CPU program, in any case.
   COvCPUCompositingEngine engine;
   STestFrame source(4, 4), smaller(4, 3), destination(4, 4, 0, 7.0f);
-  const std::vector<const char*> names[2] = {
-      {"*opxformx", "noop", "*noop!!"},
-      {"*Over", "*OVERP!", "*mask", "*Push", "*pop", "*flip", "*rgb", "*FWindow",
-       "*OPXFORM|matrix 1 0 0", "*opxform|x!"}};
-  for (int known = 0; known < 2; ++known) {
-    for (const char* name : names[known]) {
-      EXPECT_FALSE(engine.bRender(destination.frame.get(), source.frame.get(), &name, 1, nullptr,
-                                  false, 1.0f, 0, 0, 0, 0, nullptr));
-      EXPECT_NE(engine.LastError().find(known ? "has no CPU program" : "unknown operator"),
-                std::string::npos)
-          << name;
-    }
+  const char* names[] = {"*opxformx",  "noop",  "*noop!!",  "*Over",
+                         "*OVERP!",    "*mask", "*Push",    "*pop",
+                         "*flip",      "*rgb",  "*FWindow", "*OPXFORM|matrix 1 0 0",
+                         "*opxform|x!"};
+  for (size_t i = 0; i < std::size(names); ++i) {
+    EXPECT_FALSE(engine.bRender(destination.frame.get(), source.frame.get(), &names[i], 1, nullptr,
+                                false, 1.0f, 0, 0, 0, 0, nullptr));
+    EXPECT_NE(engine.LastError().find(i < 3 ? "unknown operator" : "has no CPU program"),
+              std::string::npos)
+        << names[i];
   }
-  // Frames the engine cannot render, and a colour-space conversion it cannot do (without
-  // conversion parameters that is only logged).
+  // Frames of different sizes, and a colour-space conversion that the engine cannot do.
   engine.bUploadTexture(1, 3, 3, 3, kTexture3D, 4, cube.data(), false);
   const char* lutLayer = "*lut";
-  auto render = [&](STestFrame& to, COvComplexFrameBuffer* from, bool aware, const void* convert) {
-    return engine.bRender(to.frame.get(), from, &lutLayer, 1, &parameters, aware, 1.0f, 0, 0, 0, 0,
-                          static_cast<const SColorConvertParameters*>(convert));
-  };
-  EXPECT_FALSE(render(smaller, source.frame.get(), false, nullptr));
+  EXPECT_FALSE(engine.bRender(smaller.frame.get(), source.frame.get(), &lutLayer, 1, &parameters,
+                              false, 1.0f, 0, 0, 0, 0, nullptr));
   EXPECT_NE(engine.LastError().find("differ in size"), std::string::npos);
-  COvComplexFrameBuffer empty;
-  EXPECT_FALSE(render(destination, &empty, false, nullptr));
-  EXPECT_FALSE(render(destination, source.frame.get(), true, &parameters));
+  EXPECT_FALSE(engine.bRender(destination.frame.get(), source.frame.get(), &lutLayer, 1,
+                              &parameters, true, 1.0f, 0, 0, 0, 0,
+                              reinterpret_cast<const SColorConvertParameters*>(&parameters)));
   EXPECT_EQ(destination.pixels, std::vector<float>(destination.pixels.size(), 7.0f));
-  EXPECT_TRUE(render(destination, source.frame.get(), true, nullptr));
 }
 
-TEST(CPURendering, FadeMixesTowardsTheSourceAndNoopPassesOn) {
-  std::mt19937 rng(24);
-  SLUTEngine lut(4, rng);
-  STestFrame source(11, 3), faded(11, 3), copied(11, 3, 1), alone(11, 3);
-  source.Randomise(rng);
-  ASSERT_TRUE(
-      lut.Render(faded, source, {"__GroupBegin", "ORVANE.LUT.3D", "*fade", "__GroupEnd"}, 0.25f));
-  ASSERT_TRUE(lut.Render(copied, source, {"*NOOP"}));
-  ASSERT_TRUE(lut.Render(alone, source, {"*fade"}, 0.6f));
-  EXPECT_EQ(alone.pixels, source.pixels) << "a fade alone leaves the source as it is";
-  for (uint32_t y = 0; y < 3; ++y) {
-    const std::vector<float> graded = lut.Expected(source.Pixel(0, y), 11);
-    for (uint32_t x = 0; x < 11; ++x) {
-      const float* s = source.Pixel(x, y);
-      for (int c = 0; c < 3; ++c)
-        EXPECT_NEAR(faded.Pixel(x, y)[c], 0.25 * graded[4 * x + c] + 0.75 * s[c], 1e-6);
-      EXPECT_EQ(faded.Pixel(x, y)[3], s[3]) << "alpha";
-      EXPECT_EQ(std::memcmp(copied.Pixel(x, y), s, 16), 0);
-    }
-  }
-}
-
-// Rendering in place gives what rendering into another buffer gives; "!" operators read a copy,
-// and so does a destination that overlaps the source without being it.
-TEST(CPURendering, InPlaceAndInputCopies) {
+// Rendering in place gives, bit for bit, what rendering into another buffer gives, and "!"
+// operators read a copy; the picture is the LUT's, mixed towards the source by a fade, and the
+// padding of the rows is left alone. With the exchange, source and destination come out as
+// exchanging the source, drawing and exchanging the result by hand would leave them.
+TEST(CPURendering, LayersInPlaceExchangedAndPadded) {
   std::mt19937 rng(25);
   SLUTEngine lut(6, rng);
-  STestFrame source(12, 4);
-  source.Randomise(rng);
   struct SCase {
     std::vector<const char*> layers;
     uint32_t copiesApart, copiesInPlace;
+    double fade;
   };
-  for (const SCase& c :
-       {SCase{{"ORVANE.LUT.3D"}, 0, 0}, SCase{{"ORVANE.LUT.3D!"}, 0, 1},
-        SCase{{"ORVANE.LUT.3D", "*noop!"}, 1, 1}, SCase{{"*lut!", "*fade!", "*readout"}, 1, 2}}) {
-    STestFrame apart(12, 4), inPlace = source;
-    ASSERT_TRUE(lut.Render(apart, source, c.layers, 0.5f)) << lut.engine.LastError();
-    EXPECT_EQ(lut.engine.LastInputCopies(), c.copiesApart) << c.layers[0];
-    ASSERT_TRUE(lut.Render(inPlace, inPlace, c.layers, 0.5f));
-    EXPECT_EQ(lut.engine.LastInputCopies(), c.copiesInPlace) << c.layers[0];
-    EXPECT_EQ(inPlace.pixels, apart.pixels) << c.layers[0];
+  const SCase cases[] = {{{"ORVANE.LUT.3D"}, 0, 0, 1},
+                         {{"ORVANE.LUT.3D!"}, 0, 1, 1},
+                         {{"ORVANE.LUT.3D", "*NOOP!"}, 1, 1, 1},
+                         {{"*readout", "*lut"}, 0, 0, 1},
+                         {{"*lut!", "*fade!", "*readout"}, 1, 2, 0.25},
+                         {{"__GroupBegin", "*lut", "*Fade", "__GroupEnd"}, 0, 0, 0.25},
+                         {{"*fade"}, 0, 0, 0}};
+  for (const SCase& c : cases) {
+    for (bool exchanging : {false, true}) {
+      SCOPED_TRACE(testing::Message() << c.layers[0] << " exchanging " << exchanging);
+      lut.engine.SetRedBlueExchange(exchanging);
+      STestFrame source(13, 3, 3), apart(13, 3, 2, -9.0f);
+      source.Randomise(rng);
+      STestFrame held = source, inPlace = source;
+      ASSERT_TRUE(lut.Render(apart, source, c.layers, 0.25f)) << lut.engine.LastError();
+      EXPECT_EQ(lut.engine.LastInputCopies(), c.copiesApart);
+      ASSERT_TRUE(lut.Render(inPlace, inPlace, c.layers, 0.25f));
+      EXPECT_EQ(lut.engine.LastInputCopies(), c.copiesInPlace);
+      for (uint32_t y = 0; y < 3; ++y) {
+        std::vector<float> was(held.Pixel(0, y), held.Pixel(13, y));
+        for (size_t i = 0; exchanging && i < was.size(); i += 4)
+          std::swap(was[i], was[i + 2]);
+        const std::vector<float> graded = lut.Expected(was.data(), 13);
+        EXPECT_EQ(std::memcmp(source.Pixel(0, y), was.data(), 13 * 16), 0) << "source";
+        EXPECT_EQ(std::memcmp(inPlace.Pixel(0, y), apart.Pixel(0, y), 13 * 16), 0) << y;
+        EXPECT_EQ(apart.Pixel(13, y)[0], -9.0f) << "padding of row " << y << " was written";
+        for (uint32_t i = 0; i < 4 * 13; ++i) {
+          const uint32_t j = exchanging && i % 2 == 0 && i % 4 < 3 ? i - i % 4 + 2 - i % 4 : i;
+          const double want = i % 4 == 3 ? was[j] : c.fade * graded[j] + (1 - c.fade) * was[j];
+          ASSERT_NEAR(apart.Pixel(0, y)[i], want, c.fade == 0.25 ? 1e-6 : 0.0) << i;
+        }
+      }
+    }
   }
-  // The destination one pixel further on in the same memory: every row overlaps the source's.
-  std::vector<float> shared(source.pixels.size() + 4);
-  std::copy(source.pixels.begin(), source.pixels.end(), shared.begin());
-  STestFrame from(12, 4), to(12, 4), apart(12, 4);
-  from.Wrap(shared.data());
-  to.Wrap(shared.data() + 4);
-  ASSERT_TRUE(lut.Render(apart, source, {"*lut"}));
-  ASSERT_TRUE(lut.Render(to, from, {"*lut"}));
-  EXPECT_EQ(lut.engine.LastInputCopies(), 1u);
-  EXPECT_EQ(std::vector<float>(shared.begin() + 4, shared.end()), apart.pixels);
+  // A rectangle reaching past the right and bottom edges is clipped to the frame; one that
+  // starts outside it is refused.
+  lut.engine.SetRedBlueExchange(false);
+  STestFrame source(12, 4), clipped(12, 4, 0, -3.0f);
+  source.Randomise(rng);
+  ASSERT_TRUE(lut.Render(clipped, source, {"*lut"}, 1.0f, 6, 3, 100, 100));
+  EXPECT_FALSE(lut.Render(clipped, source, {"*lut"}, 1.0f, 12, 0, 1, 1));
+  const std::vector<float> graded = lut.Expected(source.Pixel(0, 3), 12);
+  for (uint32_t x = 0; x < 12; ++x)
+    EXPECT_EQ(clipped.Pixel(x, 3)[1], x >= 6 ? graded[4 * x + 1] : -3.0f) << x;
 }
-
-std::vector<std::string>* gMessages = nullptr;
 
 TEST(CPURendering, LogsTheColourSpaceOnceAndAMissingConversion) {
   std::vector<std::string> messages;
-  gMessages = &messages;
   host::SetLogCallback(
-      [](host::LogLevel, std::string_view message, void*) { gMessages->emplace_back(message); },
-      nullptr);
+      [](host::LogLevel, std::string_view message, void* to) {
+        static_cast<std::vector<std::string>*>(to)->emplace_back(message);
+      },
+      &messages);
   COvCPUCompositingEngine engine;
   STestFrame source(3, 2), destination(3, 2);
   const char* noop = "*noop";
@@ -378,80 +290,58 @@ TEST(CPURendering, LogsTheColourSpaceOnceAndAMissingConversion) {
                           "space aware path"}));
 }
 
-// Each worker gets its own copy of the finished picture, on its processor when it has one
-// (processor p runs on (p - 1) modulo 64).
-TEST(ReadoutWorkers, EachGetsItsOwnCopyOnItsProcessor) {
+// Each worker gets its own copy of each finished picture, on its processor when it has one
+// (processor p runs on (p - 1) modulo 64). The next picture waits for the run before it; a run
+// that hands a picture to its own worker starts nothing.
+TEST(ReadoutWorkers, CopiesInTurnOnTheirProcessors) {
   std::mt19937 rng(26);
   SLUTEngine lut(3, rng);
   cpu_set_t allowed;
   ASSERT_EQ(sched_getaffinity(0, sizeof(allowed), &allowed), 0);
-  std::mutex mutex;
+  const uint32_t processors[5] = {1, 0, 66, 0, 0};
   std::vector<float> seen[5];
   cpu_set_t ranOn[5];
-  const uint32_t processors[5] = {1, 0, 66, 0, 0};
+  std::atomic<bool> busy[5] = {};
+  std::atomic<int> overlapping{0}, startedFromItself{0};
+  COvReadoutWorker* workers[5] = {};
   for (int slot : {0, 2, 4}) {
-    ASSERT_TRUE(lut.engine.bSetReadoutWorker(
-        slot, std::make_unique<COvReadoutWorker>(
-                  [&, slot](const COvComplexFrameBuffer& picture) {
-                    std::lock_guard lock(mutex);
-                    pthread_getaffinity_np(pthread_self(), sizeof(cpu_set_t), &ranOn[slot]);
-                    for (uint32_t y = 0; y < picture.Height(); ++y) {
-                      const auto* row = reinterpret_cast<const float*>(picture.Line(y));
-                      seen[slot].insert(seen[slot].end(), row, row + 4 * picture.Width());
-                    }
-                  },
-                  processors[slot])));
+    auto worker = std::make_unique<COvReadoutWorker>(
+        [&, slot](const COvComplexFrameBuffer& picture) {
+          overlapping += busy[slot].exchange(true);
+          startedFromItself += workers[slot]->bHandOver(picture);
+          pthread_getaffinity_np(pthread_self(), sizeof(cpu_set_t), &ranOn[slot]);
+          for (uint32_t y = 0; y < picture.Height(); ++y) {
+            const auto* row = reinterpret_cast<const float*>(picture.Line(y));
+            seen[slot].insert(seen[slot].end(), row, row + 4 * picture.Width());
+          }
+          std::this_thread::sleep_for(std::chrono::milliseconds(20));  // still running for the next
+          busy[slot] = false;
+        },
+        processors[slot]);
+    workers[slot] = worker.get();
+    ASSERT_TRUE(lut.engine.bSetReadoutWorker(slot, std::move(worker)));
   }
   EXPECT_FALSE(lut.engine.bSetReadoutWorker(5, nullptr));
-  STestFrame source(5, 2), destination(5, 2);
-  source.Randomise(rng);
-  ASSERT_TRUE(lut.Render(destination, source, {"*readout", "ORVANE.LUT.3D"}));
-  const std::vector<float> finished = destination.pixels;
-  std::fill(destination.pixels.begin(), destination.pixels.end(), -1.0f);  // renderer reuses it
-  for (int slot : {0, 2, 4}) {
-    lut.engine.ReadoutWorker(slot)->Wait();
-    EXPECT_EQ(seen[slot], finished) << "worker " << slot;
-    const int processor = int((processors[slot] - 1) % 64);
-    if (processors[slot] == 0 || processor >= sysconf(_SC_NPROCESSORS_ONLN) ||
-        !CPU_ISSET(processor, &allowed)) {
-      continue;
-    }
-    EXPECT_EQ(CPU_COUNT(&ranOn[slot]), 1) << "worker " << slot;
-    EXPECT_TRUE(CPU_ISSET(processor, &ranOn[slot])) << "worker " << slot;
+  std::vector<float> finished;
+  for (int picture = 0; picture < 2; ++picture) {
+    STestFrame source(5, 2), destination(5, 2);
+    source.Randomise(rng);
+    ASSERT_TRUE(lut.Render(destination, source, {"*readout", "ORVANE.LUT.3D"}));
+    finished.insert(finished.end(), destination.pixels.begin(), destination.pixels.end());
+    std::fill(destination.pixels.begin(), destination.pixels.end(), -1.0f);  // reused at once
   }
-}
-
-TEST(ReadoutWorkers, WaitForThePreviousRunAndNeverStartTwice) {
-  std::mutex mutex;
-  std::condition_variable changed;
-  bool release = false;
-  std::atomic<int> active{0}, overlapping{0};
-  std::atomic<bool> startedFromItself{false};
-  COvReadoutWorker* self = nullptr;
-  COvReadoutWorker worker([&](const COvComplexFrameBuffer& picture) {
-    if (active.fetch_add(1) != 0) overlapping.fetch_add(1);
-    startedFromItself = startedFromItself || self->bHandOver(picture);
-    std::unique_lock lock(mutex);
-    changed.wait_for(lock, std::chrono::seconds(5), [&] { return release; });
-    active.fetch_sub(1);
-  });
-  self = &worker;
-  STestFrame picture(3, 3, 0, 0.5f);
-  ASSERT_TRUE(worker.bHandOver(*picture.frame));
-  std::thread releaser([&] {
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    std::lock_guard lock(mutex);
-    release = true;
-    changed.notify_all();
-  });
-  ASSERT_TRUE(worker.bHandOver(*picture.frame));  // blocks until the first run has ended
-  worker.Wait();
-  releaser.join();
-  EXPECT_EQ(worker.RunCount(), 2u);
+  for (int slot : {0, 2, 4}) {
+    workers[slot]->Wait();
+    EXPECT_EQ(seen[slot], finished) << "worker " << slot;
+    EXPECT_EQ(workers[slot]->RunCount(), 2u);
+    const int processor = int((processors[slot] - 1) % 64);
+    const bool bound = processors[slot] != 0 && CPU_ISSET(processor, &allowed);
+    EXPECT_TRUE(!bound || (CPU_COUNT(&ranOn[slot]) == 1 && CPU_ISSET(processor, &ranOn[slot])))
+        << "worker " << slot;
+  }
   EXPECT_EQ(overlapping.load(), 0);
-  EXPECT_FALSE(startedFromItself.load());
-  COvComplexFrameBuffer noPixels;
-  EXPECT_FALSE(worker.bHandOver(noPixels));
+  EXPECT_EQ(startedFromItself.load(), 0);
+  EXPECT_FALSE(workers[0]->bHandOver(COvComplexFrameBuffer()));
 }
 
 }  // namespace
