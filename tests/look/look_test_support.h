@@ -22,10 +22,8 @@ namespace crandle_test {
 
 struct SGridLayout {
   uint16_t n = 2;
-  uint32_t dataOffset = 32;
-  uint32_t divisor = 65535;
-  float scale = 1.0f;
-  float bias = 0.0f;
+  uint32_t dataOffset = 32, divisor = 65535;
+  float scale = 1.0f, bias = 0.0f;
   /// Sample of channel c at grid indices (i, j, k), i slowest; all zero when empty.
   std::function<uint16_t(uint32_t i, uint32_t j, uint32_t k, int c)> sample;
 };

@@ -32,19 +32,11 @@ COv3DLUT Table(uint32_t size, bool is3D) {
   return lut;
 }
 
-// Each test runs in a current context of OpenGL 3.3 core, or of 2.1, which lists its extensions
-// in one string, or skips.
-class GLUpload : public testing::TestWithParam<bool> {
+// Each test runs in a current context of OpenGL 3.3 core, or skips.
+class GLUpload : public testing::Test {
  protected:
   void SetUp() override {
     host::Settings::Instance().Remove(host::kSettingEnableFloatLUTs);
-    const bool legacy = GetParam();
-    // Mesa gives its newest version unless overridden, and reads the override once per loaded
-    // driver, which stays loaded (below).
-    static bool driverLoaded = false;
-    if (legacy && driverLoaded) GTEST_SKIP() << "a 2.1 context needs a process of its own";
-    driverLoaded = true;
-    if (legacy) setenv("MESA_GL_VERSION_OVERRIDE", "2.1", 1);
     const auto getDisplay = reinterpret_cast<PFNEGLGETPLATFORMDISPLAYEXTPROC>(
         eglGetProcAddress("eglGetPlatformDisplayEXT"));
     if (getDisplay)
@@ -66,29 +58,23 @@ class GLUpload : public testing::TestWithParam<bool> {
     // Surfaceless displays have no window configs, which EGL asks for unless told otherwise.
     const EGLint configAttributes[] = {EGL_SURFACE_TYPE, 0, EGL_RENDERABLE_TYPE, EGL_OPENGL_BIT,
                                        EGL_NONE};
-    std::vector<EGLint> attributes{EGL_CONTEXT_MAJOR_VERSION,
-                                   legacy ? 2 : 3,
-                                   EGL_CONTEXT_MINOR_VERSION,
-                                   legacy ? 1 : 3,
-                                   EGL_CONTEXT_OPENGL_PROFILE_MASK,
-                                   EGL_CONTEXT_OPENGL_CORE_PROFILE_BIT,
-                                   EGL_NONE};
-    if (legacy) attributes.erase(attributes.begin() + 4, attributes.begin() + 6);
+    const EGLint attributes[] = {EGL_CONTEXT_MAJOR_VERSION,
+                                 3,
+                                 EGL_CONTEXT_MINOR_VERSION,
+                                 3,
+                                 EGL_CONTEXT_OPENGL_PROFILE_MASK,
+                                 EGL_CONTEXT_OPENGL_CORE_PROFILE_BIT,
+                                 EGL_NONE};
     EGLConfig config = nullptr;
     EGLint configs = 0;
     if (eglBindAPI(EGL_OPENGL_API) &&
         eglChooseConfig(display_, configAttributes, &config, 1, &configs) && configs == 1)
-      context_ = eglCreateContext(display_, config, EGL_NO_CONTEXT, attributes.data());
-    const auto* version = context_ == EGL_NO_CONTEXT || !eglMakeCurrent(display_, EGL_NO_SURFACE,
-                                                                        EGL_NO_SURFACE, context_)
-                              ? nullptr
-                              : reinterpret_cast<const char*>(glGetString(GL_VERSION));
-    if (!version || (legacy && std::string_view(version).substr(0, 3) != "2.1"))
-      GTEST_SKIP() << "no desktop OpenGL " << (legacy ? "2.1" : "3.3")
-                   << " context without a surface";
+      context_ = eglCreateContext(display_, config, EGL_NO_CONTEXT, attributes);
+    if (context_ == EGL_NO_CONTEXT ||
+        !eglMakeCurrent(display_, EGL_NO_SURFACE, EGL_NO_SURFACE, context_))
+      GTEST_SKIP() << "no desktop OpenGL 3.3 context without a surface";
   }
   void TearDown() override {
-    unsetenv("MESA_GL_VERSION_OVERRIDE");
     host::Settings::Instance().Remove(host::kSettingEnableFloatLUTs);
     if (display_ == EGL_NO_DISPLAY) return;
     eglMakeCurrent(display_, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
@@ -113,7 +99,7 @@ class GLUpload : public testing::TestWithParam<bool> {
   EGLContext context_ = EGL_NO_CONTEXT;
 };
 
-TEST_P(GLUpload, TablesReadBackWhateverTheCallerLeftBehind) {
+TEST_F(GLUpload, TablesReadBackWhateverTheCallerLeftBehind) {
   const std::tuple<uint32_t, bool, GLenum, bool> cases[] = {
       {37, false, GL_TEXTURE_2D, true},       {37, false, GL_TEXTURE_2D, false},
       {5, false, GL_TEXTURE_RECTANGLE, true}, {5, true, GL_TEXTURE_3D, true},
@@ -150,7 +136,7 @@ TEST_P(GLUpload, TablesReadBackWhateverTheCallerLeftBehind) {
   }
 }
 
-TEST_P(GLUpload, RefusedUploadsLeaveTheTextureEmpty) {
+TEST_F(GLUpload, RefusedUploadsLeaveTheTextureEmpty) {
   GLint limit = 0;
   glGetIntegerv(GL_MAX_TEXTURE_SIZE, &limit);
   ASSERT_LT(limit, GLint(Tincta::kMax1DEntries));
@@ -164,10 +150,5 @@ TEST_P(GLUpload, RefusedUploadsLeaveTheTextureEmpty) {
     EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR));
   }
 }
-
-INSTANTIATE_TEST_SUITE_P(Contexts, GLUpload, testing::Bool(),
-                         [](const testing::TestParamInfo<bool>& context) {
-                           return std::string(context.param ? "Legacy21" : "Core33");
-                         });
 
 }  // namespace

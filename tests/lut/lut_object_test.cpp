@@ -1,10 +1,12 @@
-// COv3DLUT: table layout, domain mappings, the content digest, the LUT cache, and loading from
-// files and memory.
+// COv3DLUT: table layout, domain mappings, the content digest, the LUT cache, loading from files
+// and memory, and resampling, against an independent Catmull-Rom evaluation and by the readers that
+// upsample to a power of two.
 #include <fcntl.h>
 
 #include <cmath>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <tuple>
 
 #include "foundation/file.h"
@@ -20,31 +22,22 @@ using Tincta::COv3DLUT;
 using Tincta::Vec4;
 namespace fs = std::filesystem;
 
-TEST(LUTObject, AllocateLaysOutAlignedEntriesAndResetsTheDomain) {
-  const std::tuple<uint32_t, bool, size_t> cases[] = {
-      {65536, false, 65536}, {1, true, 1}, {17, true, 4913}};
-  for (const auto& [size, is3D, entries] : cases) {
+// Allocation gives aligned entries and the default domain, which SetDomain maps onto texel centres.
+TEST(LUTObject, AllocateAndSetDomainMapTheDomainOntoTexelCentresAndIndices) {
+  const std::tuple<uint32_t, bool, Vec4, Vec4> cases[] = {
+      {33, true, {0, 0, 0, 1}, {1, 1, 1, 1}},
+      {17, true, {-0.5f, 0.25f, 2, 0}, {1.5f, 0.75f, 10, 1}},
+      {2, false, {0, 0, 0, 0}, {0.0002f, -1, 1, 1}},
+      {65536, false, {0.1f, 0.1f, 0.1f, 0}, {0.1f, 0.10005f, 0.09995f, 1}},  // the 1e-4 rule
+  };
+  for (const auto& [size, is3D, min, max] : cases) {
     COv3DLUT lut;
     lut.SetDomain({-1, -1, -1, 1}, {2, 2, 2, 1});
     ASSERT_TRUE(lut.Allocate(size, is3D));
-    EXPECT_EQ(lut.EntryCount(), entries);
+    EXPECT_EQ(lut.DomainMin(), (Vec4{0, 0, 0, 0}));
     EXPECT_EQ(reinterpret_cast<uintptr_t>(lut.Table()) % 16, 0u);
     EXPECT_EQ(lut.StrideGreen() + lut.StrideBlue(), is3D ? 4 * size * (size + 1) : 0);
-    EXPECT_EQ(lut.DomainMin(), (Vec4{0, 0, 0, 0}));
-    lut.Table()[entries * 4 - 1] = 1.0f;  // the address sanitizer watches the end
-  }
-}
-
-TEST(LUTObject, SetDomainMapsTheDomainOntoTexelCentresAndIndices) {
-  const std::tuple<uint32_t, Vec4, Vec4> cases[] = {
-      {33, {0, 0, 0, 1}, {1, 1, 1, 1}},
-      {17, {-0.5f, 0.25f, 2, 0}, {1.5f, 0.75f, 10, 1}},
-      {2, {0, 0, 0, 0}, {0.0002f, -1, 1, 1}},
-      {4096, {0.1f, 0.1f, 0.1f, 0}, {0.1f, 0.10005f, 0.09995f, 1}},  // the 1e-4 rule
-  };
-  for (const auto& [size, min, max] : cases) {
-    COv3DLUT lut;
-    ASSERT_TRUE(lut.Allocate(size, false));
+    lut.Table()[lut.EntryCount() * 4 - 1] = 1.0f;  // the address sanitizer watches the end
     lut.SetDomain(min, max);
     const double n = size;
     for (int c = 0; c < 4; ++c) {
@@ -143,10 +136,6 @@ bool Load(COv3DLUT& lut, const std::string& path) {
   return lut.LoadFromFile(path, false, Tincta::ELUTKindFilter::Any, true);
 }
 
-bool LoadFromMemory(COv3DLUT& lut, std::string_view text) {
-  return lut.LoadFromMemory(text.data(), uint32_t(text.size()), false, {}, true);
-}
-
 TEST_F(LUTLoad, RelativePathsTryTheLUTDirectoryFirstThenAsGiven) {
   TempDir dir;
   const std::string base = (dir.Path() / "base").string();
@@ -239,7 +228,7 @@ TEST_F(LUTLoad, Short1DTablesAreWidenedFromFileAndFromMemory) {
     const std::string text = "DOMAIN_MIN -1 0 0\nDOMAIN_MAX 1 2 4\n" + CubeText1D(size);
     COv3DLUT fromFile, fromMemory;
     ASSERT_TRUE(Load(fromFile, dir.Write(std::to_string(size), text)));
-    ASSERT_TRUE(LoadFromMemory(fromMemory, text));
+    ASSERT_TRUE(fromMemory.LoadFromMemory(text.data(), uint32_t(text.size()), false, {}, true));
     for (const COv3DLUT* lut : {&fromFile, &fromMemory}) {
       ASSERT_EQ(lut->Size(), widened) << size;
       EXPECT_EQ(lut->DomainMax(), (Tincta::Vec4{1, 2, 4, 1}));
@@ -248,16 +237,143 @@ TEST_F(LUTLoad, Short1DTablesAreWidenedFromFileAndFromMemory) {
         ASSERT_NEAR(At(*lut, j)[0], size == 1 ? 0.0 : double(j) / (widened - 1), 1e-6) << j;
     }
   }
-  // From memory the title and path stay and nothing enters the cache.
+  // From memory the title and path stay and nothing enters the cache; no bytes leave no table.
   const size_t entries = Tincta::COvLUTCache::Instance().EntryCount();
   COv3DLUT lut;
   lut.SetTitle("kept");
-  ASSERT_TRUE(LoadFromMemory(lut, MarkedCube(1)));
-  EXPECT_EQ(lut.Title(), "kept");
-  EXPECT_TRUE(lut.SourcePath().empty() && lut.CacheKey().empty());
+  const std::string two = CubeText1D(2);
+  ASSERT_TRUE(lut.LoadFromMemory(two.data(), uint32_t(two.size()), false, {}, true));
+  EXPECT_TRUE(lut.Title() == "kept" && lut.SourcePath().empty() && lut.CacheKey().empty());
   EXPECT_EQ(Tincta::COvLUTCache::Instance().EntryCount(), entries);
-  EXPECT_FALSE(LoadFromMemory(lut, ""));
+  EXPECT_FALSE(lut.LoadFromMemory("", 0, false, {}, true));
   ExpectCleared(lut);
+}
+
+using NodeValue = std::function<double(uint32_t r, uint32_t g, uint32_t b, int channel)>;
+
+// Catmull-Rom through evenly spaced samples over [0, 1], in index units, with one-sided end
+// tangents: the model that resampling must follow.
+double CatmullRom(const std::vector<double>& y, double x) {
+  const size_t n = y.size(), k = std::min(size_t(x * double(n - 1)), n - 2);
+  const double t = x * double(n - 1) - double(k), t2 = t * t, t3 = t2 * t;
+  const auto tangent = [&](size_t i) {
+    return i == 0 ? y[1] - y[0] : i == n - 1 ? y[n - 1] - y[n - 2] : (y[i + 1] - y[i - 1]) / 2;
+  };
+  return (2 * t3 - 3 * t2 + 1) * y[k] + (t3 - 2 * t2 + t) * tangent(k) +
+         (-2 * t3 + 3 * t2) * y[k + 1] + (t3 - t2) * tangent(k + 1);
+}
+
+COv3DLUT Make(uint32_t n, bool is3D, const NodeValue& value) {
+  COv3DLUT lut;
+  EXPECT_TRUE(lut.Allocate(n, is3D));
+  for (size_t i = 0; i < lut.EntryCount() * 4; ++i) {
+    const uint32_t entry = uint32_t(i / 4);
+    lut.Table()[i] =
+        i % 4 == 3 ? 1.0f : float(value(entry % n, entry / n % n, entry / n / n, int(i % 4)));
+  }
+  return lut;
+}
+
+// A cube that mixes the axes, so that each pass shows, from 5 to 9 points; a 1-D table is the
+// red pass alone. Resampling is linear in the samples: the model weighs them by Catmull-Rom of
+// unit samples.
+TEST(Resample, CurvedTablesFollowCatmullRomAlongEachAxis) {
+  const uint32_t n = 5, m = 9;
+  const NodeValue node = [](uint32_t ri, uint32_t gi, uint32_t bi, int c) {
+    const double r = ri / 4.0, g = gi / 4.0, b = bi / 4.0;
+    return c == 0   ? std::pow(r, 2.2) * (1 + g) + b
+           : c == 1 ? std::sin(5 * r) * std::cos(2 * b) + g * g * g
+                    : r * g * b - std::sqrt(g) + 1 - std::sqrt(r);
+  };
+  double weight[m][n];
+  for (uint32_t j = 0; j < m; ++j)
+    for (uint32_t i = 0; i < n; ++i) {
+      std::vector<double> unit(n, 0.0);
+      unit[i] = 1;
+      weight[j][i] = CatmullRom(unit, double(j) / (m - 1));
+    }
+  for (const bool is3D : {false, true}) {
+    COv3DLUT lut = Make(n, is3D, node);
+    ASSERT_TRUE(lut.Resample(m));
+    const uint32_t along = is3D ? n : 1;
+    for (uint32_t e = 0; e < lut.EntryCount(); ++e) {
+      const uint32_t r = e % m, g = e / m % m, b = e / m / m;
+      for (int c = 0; c < 3; ++c) {
+        double expected = 0;
+        for (uint32_t k = 0; k < along; ++k)
+          for (uint32_t j = 0; j < along; ++j)
+            for (uint32_t i = 0; i < n; ++i)
+              expected +=
+                  weight[r][i] * (is3D ? weight[g][j] * weight[b][k] : 1) * float(node(i, j, k, c));
+        ASSERT_NEAR(At(lut, e)[c], expected, 1e-6) << is3D << " " << e << " " << c;
+      }
+    }
+  }
+}
+
+using Upsampling = LUTTest;
+
+// Each reader that upsamples goes to the power of two above, up to its cap, and the identity stays
+// the identity; a kept Truelight shaper goes to the power of two above its own length. The setting,
+// read at every parse, upsamples as the argument does.
+TEST_F(Upsampling, ReadersGoToThePowerOfTwoAboveUpToTheirCaps) {
+  const auto code = [](uint32_t n, uint32_t i) { return i * 1023 / (n - 1); };
+  const auto truelight = [](uint32_t n, uint32_t shaperLength) {
+    std::vector<Rgb> shaper = IdentityRamp(shaperLength);
+    shaper[0].fill(0.1f);  // not the identity: kept
+    return TruelightText(n, shaper, [w = float(n - 1)](uint32_t r, uint32_t g, uint32_t b) {
+      return Rgb{float(r) / w, float(g) / w, float(b) / w};
+    });
+  };
+  const auto mesh = [&code](uint32_t exponent, uint32_t n) {
+    return MeshText("3DMESH\nMesh " + std::to_string(exponent) + " 10\n", n,
+                    [&](uint32_t r, uint32_t g, uint32_t b) {
+                      return Codes{code(n, r), code(n, g), code(n, b)};
+                    });
+  };
+  const auto packed = [&code](uint32_t exponent, uint32_t n) {
+    const auto bytes =
+        Packed10Bytes(exponent % 2 == 0, exponent, [&](uint32_t r, uint32_t g, uint32_t b) {
+          return PackWord(code(n, r), code(n, g), code(n, b));
+        });
+    return std::string(bytes.begin(), bytes.end());
+  };
+  const struct {
+    std::string bytes;
+    uint32_t before, after, shaper = 0;  // shaper: its length when upsampled
+    bool bySetting = false;
+  } cases[] = {
+      {truelight(17, 5), 17, 32, 8},
+      {truelight(33, 17), 33, 64, 32},
+      {truelight(129, 4), 129, 128, 4},
+      {mesh(4, 17), 17, 32},
+      {mesh(5, 33), 33, 64},
+      {mesh(7, 129), 129, 128},
+      {packed(4, 17), 17, 32},
+      {packed(5, 33), 33, 64},
+      {packed(6, 65), 65, 128},
+      {packed(1, 3), 3, 4, 0, true},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.bytes.substr(0, 4) << " " << c.before);
+    if (c.bySetting) host::Settings::Instance().SetBool(host::kSettingAlwaysUpsampleToPoT, true);
+    COv3DLUT lut;
+    ASSERT_TRUE(Parse(lut, c.bytes, {.upsample = !c.bySetting}));
+    const uint32_t n = c.after;
+    ASSERT_EQ(lut.Size(), n);
+    double worst = 0;
+    for (uint32_t i = 0; i < lut.EntryCount(); ++i) {
+      const uint32_t node[3] = {i % n, i / n % n, i / n / n};
+      for (int ch = 0; ch < 3; ++ch)
+        worst = std::max(worst, std::fabs(lut.Table()[4 * i + ch] - double(node[ch]) / (n - 1)));
+    }
+    EXPECT_LT(worst, 2e-3);
+    EXPECT_EQ(lut.InputShaper() ? lut.InputShaper()->Size() : 0u, c.shaper);
+    EXPECT_FLOAT_EQ(lut.DomainMin()[0], c.shaper ? 0.5f / float(n) : 0.0f);
+    host::Settings::Instance().Remove(host::kSettingAlwaysUpsampleToPoT);
+    ASSERT_TRUE(Parse(lut, c.bytes));
+    EXPECT_EQ(lut.Size(), c.before);
+  }
 }
 
 }  // namespace

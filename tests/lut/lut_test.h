@@ -11,6 +11,7 @@
 
 #include "formats/format_samples.h"
 #include "host/settings.h"
+#include "lut/formats/reader.h"
 #include "lut/lut3d.h"
 #include "lut/lut_cache.h"
 #include "support/lut_samples.h"
@@ -32,6 +33,18 @@ inline bool Parse(Tincta::COv3DLUT& lut, std::string_view text, SParseArgs args 
   return Parse(lut, std::vector<uint8_t>(text.begin(), text.end()), args);
 }
 
+using Reader = Tincta::EReadOutcome (*)(Tincta::COv3DLUT&, const uint8_t*, uint32_t,
+                                        const Tincta::SParseOptions&);
+/// One reader alone on exactly `text.size()` heap bytes, with the arguments.
+inline Tincta::EReadOutcome ReadAlone(Reader reader, Tincta::COv3DLUT& lut, std::string_view text,
+                                      SParseArgs args = {}) {
+  const std::vector<uint8_t> bytes(text.begin(), text.end());
+  return reader(lut, bytes.data(), uint32_t(bytes.size()),
+                {.upsampleToPowerOfTwo = args.upsample,
+                 .kindFilter = args.kind,
+                 .allowTransformText = args.allowTransformText});
+}
+
 /// Entry (r, g, b) of a 3-D table, or entry r of a 1-D table.
 inline Tincta::Vec4 At(const Tincta::COv3DLUT& lut, size_t r, size_t g = 0, size_t b = 0) {
   const size_t n = lut.Size();
@@ -50,16 +63,6 @@ inline std::string Replace(std::string text, std::string_view from, std::string_
   const size_t at = text.find(from);
   EXPECT_NE(at, std::string::npos) << from;
   return at == std::string::npos ? text : text.replace(at, from.size(), to);
-}
-
-/// The pieces of `text` between the separators.
-inline std::vector<std::string> Split(std::string_view text, char separator) {
-  std::vector<std::string> pieces(1);
-  for (const char c : text) {
-    if (c == separator) pieces.emplace_back();
-    if (c != separator) pieces.back() += c;
-  }
-  return pieces;
 }
 
 class LUTTest : public testing::Test {

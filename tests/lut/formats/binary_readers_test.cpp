@@ -3,7 +3,6 @@
 #include <bit>
 #include <cmath>
 #include <cstring>
-#include <tuple>
 
 #include "lut/otx3_writer.h"
 #include "lut_test.h"
@@ -39,8 +38,7 @@ TEST_F(BinaryReaders, FloatImagesAreReadOrRefused) {
       {Image("OVTX", 5, 1), 5, only1D},
       {Image("OVTX", 3, 3), 3, only3D},
       {Image("OTX2", 65536, 1), 65536},
-      {Image("OTX3", 1, 1, 9), 1},  // bytes past the table are ignored
-      {Image("OVTX", 2, 1, -1, 1), 0},
+      {Image("OTX3", 1, 1, 9), 1},      // bytes past the table are ignored
       {Image("OTX3", 2, 1, -1, 1), 0},  // enciphered: no cipher here
       {Image("OTX2", 65537, 1), 0},
       {Image("OTX2", 257, 3, 4), 0},
@@ -117,72 +115,48 @@ uint32_t Word(uint32_t r, uint32_t g, uint32_t b) {
                   (b * 89 + r * 5) % 1024);
 }
 
-TEST_F(BinaryReaders, PackedCubesOfBothByteOrdersGiveTheSameTable) {
-  auto lowBits = Packed10Bytes(false, 1, Word);
-  lowBits[768] = 0x21;  // only the low five bits of the grid exponent count
-  lowBits[769] = 0xFF;
-  const std::pair<std::vector<uint8_t>, uint32_t> cases[] = {{Packed10Bytes(true, 0, Word), 2},
-                                                             {Packed10Bytes(false, 0, Word), 2},
-                                                             {Packed10Bytes(true, 2, Word), 5},
-                                                             {Packed10Bytes(false, 4, Word), 17},
-                                                             {lowBits, 3}};
-  for (const auto& [bytes, n] : cases) {
-    COv3DLUT lut;
-    ASSERT_TRUE(Parse(lut, bytes)) << n;
-    ASSERT_EQ(lut.Size(), n);
-    for (uint32_t i = 0; i < n * n * n; ++i) {
-      const uint32_t w = Word(i % n, i / n % n, i / n / n);
-      const Tincta::Vec4 expected{float((w >> 20) / 1023.0), float((w >> 10 & 1023) / 1023.0),
-                                  float((w & 1023) / 1023.0), 1};
-      ASSERT_EQ(At(lut, i), expected) << i;
-    }
-    EXPECT_EQ(lut.DomainMin(), (Tincta::Vec4{0, 0, 0, 0}));
-  }
-}
-
-TEST_F(BinaryReaders, BrokenPackedCubesFailAndLeaveNothing) {
+TEST_F(BinaryReaders, PackedCubesOfBothByteOrdersGiveTheSameTableOrNothing) {
   const auto good = Packed10Bytes(true, 1, Word, 800);  // 800 + 27 x 4 = 908 bytes
   const auto with = [&good](size_t at, uint8_t value) {
     auto bytes = good;
     bytes[at] = value;
     return bytes;
   };
-  // No marker, data one byte past the end, offset beyond the file, 513 points, a cut word.
-  for (const auto& bytes : {with(663, 0xFE), with(7, 33), with(4, 0xFF), with(769, 9),
-                            std::vector<uint8_t>(good.begin(), good.end() - 1)}) {
+  auto lowBits = Packed10Bytes(false, 1, Word);
+  lowBits[768] = 0x21;  // only the low five bits of the grid exponent count
+  lowBits[769] = 0xFF;
+  const struct {
+    std::vector<uint8_t> bytes;
+    uint32_t n;  // 0: refused
+    ELUTKindFilter kind = ELUTKindFilter::Any;
+  } cases[] = {
+      {Packed10Bytes(true, 0, Word), 2},
+      {Packed10Bytes(false, 0, Word), 2},
+      {Packed10Bytes(true, 2, Word), 5},
+      {Packed10Bytes(false, 4, Word), 17},
+      {lowBits, 3},
+      {good, 3, ELUTKindFilter::Only3D},
+      // No marker, data one byte past the end, offset beyond the file, 513 points, a cut word.
+      {with(663, 0xFE), 0},
+      {with(7, 33), 0},
+      {with(4, 0xFF), 0},
+      {with(769, 9), 0},
+      {std::vector<uint8_t>(good.begin(), good.end() - 1), 0},
+      {good, 0, ELUTKindFilter::Only1D},
+  };
+  for (const auto& [bytes, n, kind] : cases) {
+    SCOPED_TRACE(testing::Message() << bytes.size() << " bytes, " << n);
     COv3DLUT lut;
-    EXPECT_FALSE(Parse(lut, bytes));
-    ExpectCleared(lut);
-  }
-  COv3DLUT lut;
-  EXPECT_FALSE(Parse(lut, good, {.kind = Tincta::ELUTKindFilter::Only1D}));
-  EXPECT_TRUE(Parse(lut, good, {.kind = Tincta::ELUTKindFilter::Only3D}));
-}
-
-TEST_F(BinaryReaders, PackedCubesGoToThePowerOfTwoAboveWhenAskedOrSet) {
-  const std::pair<uint32_t, uint32_t> sizes[] = {{0, 2}, {1, 4}, {2, 8}, {4, 32}, {6, 128}};
-  for (const auto& [exponent, size] : sizes) {
-    const uint32_t n = (1u << exponent) + 1;
-    const auto identity = [n](uint32_t r, uint32_t g, uint32_t b) {
-      return PackWord(r * 1023 / (n - 1), g * 1023 / (n - 1), b * 1023 / (n - 1));
-    };
-    COv3DLUT lut;
-    ASSERT_TRUE(
-        Parse(lut, Packed10Bytes(exponent % 2 == 0, exponent, identity), {.upsample = true}));
-    ASSERT_EQ(lut.Size(), size) << n;
-    for (uint32_t i = 0; i < size; ++i)
-      EXPECT_NEAR(At(lut, 0, 0, i)[2], double(i) / (size - 1), 2e-3) << n << " " << i;
-  }
-  // The setting is read at every parse and ORed into the argument.
-  const std::tuple<const char*, bool, uint32_t> steps[] = {
-      {nullptr, false, 5}, {"true", false, 8}, {"false", false, 5}, {"yes", false, 8},
-      {nullptr, false, 5}, {nullptr, true, 8}, {"off", true, 8}};
-  for (const auto& [setting, argument, size] : steps) {
-    if (setting) host::Settings::Instance().SetString(host::kSettingAlwaysUpsampleToPoT, setting);
-    if (!setting) host::Settings::Instance().Remove(host::kSettingAlwaysUpsampleToPoT);
-    COv3DLUT lut;
-    ASSERT_TRUE(Parse(lut, Packed10Bytes(false, 2, Word), {.upsample = argument}));
-    EXPECT_EQ(lut.Size(), size) << (setting ? setting : "absent") << argument;
+    ASSERT_EQ(Parse(lut, bytes, {.kind = kind}), n > 0);
+    ASSERT_EQ(lut.Size(), n);
+    if (n == 0) ExpectCleared(lut);
+    for (uint32_t i = 0; i < n * n * n; ++i) {
+      const uint32_t w = Word(i % n, i / n % n, i / n / n);
+      const Vec4 expected{float((w >> 20) / 1023.0), float((w >> 10 & 1023) / 1023.0),
+                          float((w & 1023) / 1023.0), 1};
+      ASSERT_EQ(At(lut, i), expected) << i;
+    }
+    EXPECT_TRUE(n == 0 || lut.DomainMin() == (Vec4{0, 0, 0, 0}));
   }
 }
 

@@ -1,15 +1,27 @@
 // Which reader gets a buffer: the fixed order of the detector, which results are final, and the
-// fallback for text no reader takes, an ASC CDL correction baked into 1024 entries.
+// fallback for text no reader takes, an ASC CDL correction baked into 1024 entries. Also the fuzz
+// targets' seeds, valid files of every format, written to CRANDLE_WRITE_FUZZ_SEEDS when it names a
+// folder (fuzz/corpus/ is made this way) and read on several threads at once beside LUT cache
+// look-ups.
 #include <algorithm>
+#include <atomic>
+#include <cctype>
 #include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <thread>
 
+#include "lut/formats/xml_lut_element.h"
 #include "lut_test.h"
+#include "support/temp_dir.h"
 
 namespace crandle_test {
 namespace {
 
 using Tincta::COv3DLUT;
 using Tincta::ELUTKindFilter;
+namespace fs = std::filesystem;
 
 using Detection = LUTTest;
 
@@ -36,27 +48,24 @@ TEST_F(Detection, EachTextGoesToTheReaderItsFirstLinesName) {
       {packedText, 1024},
       {packedText + " ", 0},
       {"OVTX" + std::string(12, '\x01'), 0},  // 16 bytes: text
-      {"just some words\n", 0},
       {"", 0},
   };
-  for (const auto& [text, size] : cases) {
-    COv3DLUT lut;
-    EXPECT_EQ(Parse(lut, text), size > 0) << text.substr(0, 80);
-    EXPECT_EQ(lut.Size(), size) << text.substr(0, 80);
-    EXPECT_EQ(lut.Is3D(), size > 0 && size != 1024) << text.substr(0, 80);
-  }
-}
-
-TEST_F(Detection, AFailedReadDropsTheTableAndShaperItHeld) {
+  // Each read, failed or not, first drops the table and shaper that the object held.
   std::vector<Rgb> shaper = IdentityRamp(4);
   shaper[1] = {0.5f, 0.5f, 0.5f};
+  for (const auto& [text, size] : cases) {
+    SCOPED_TRACE(text.substr(0, 80));
+    COv3DLUT lut;
+    ASSERT_TRUE(Parse(lut, TruelightText(2, shaper, NodeColours(2))));
+    const std::weak_ptr<const COv3DLUT> held = lut.SharedInputShaper();
+    ASSERT_FALSE(held.expired());
+    EXPECT_EQ(Parse(lut, text), size > 0);
+    EXPECT_EQ(lut.Size(), size);
+    EXPECT_EQ(lut.Is3D(), size > 0 && size != 1024);
+    EXPECT_TRUE(held.expired() && !lut.InputShaper());
+    if (size == 0) ExpectCleared(lut);
+  }
   COv3DLUT lut;
-  ASSERT_TRUE(Parse(lut, TruelightText(2, shaper, NodeColours(2))));
-  const std::weak_ptr<const COv3DLUT> held = lut.SharedInputShaper();
-  ASSERT_FALSE(held.expired());
-  EXPECT_FALSE(Parse(lut, "# Truelight Cube v2.0\n# iDims 2\n"));
-  ExpectCleared(lut);
-  EXPECT_TRUE(held.expired());
   EXPECT_FALSE(lut.ParseLUTData(nullptr, 10, false, Tincta::ELUTKindFilter::Any, true));
 }
 
@@ -79,18 +88,9 @@ TEST_F(Detection, TextNoReaderTakesIsBakedAsACorrectionOrRefused) {
            "<SatNode><Saturation> 1.0 "
            "</Saturation></SatNode></ColorCorrection></ColorDecision></ColorDecisionList>",
        true},
-      {"<ColorCorrectionCollection><Description>a</Description><ColorCorrection>" + sop +
-           "</ColorCorrection></ColorCorrectionCollection>",
-       true},
       {CDLText("1 1", "0 0 0", "1 1 1"), false},
-      {CDLText("1 1 nan", "0 0 0", "1 1 1"), false},
       {CDLText("1 1 1", "0 0 0", "1 1 1", "<SatNode><Saturation>0.5</Saturation></SatNode>"),
        false},
-      {"<ColorCorrectionCollection><ColorCorrection>" + sop +
-           "</ColorCorrection><ColorCorrection>" + sop +
-           "</ColorCorrection></ColorCorrectionCollection>",
-       false},
-      {"<Grade>" + sop + "</Grade>", false},
   };
   for (const auto& [text, accepted] : cases) {
     EXPECT_EQ(Parse(lut, text), accepted) << text;
@@ -99,6 +99,71 @@ TEST_F(Detection, TextNoReaderTakesIsBakedAsACorrectionOrRefused) {
   // Only where text is allowed and a 1-D table may come out.
   EXPECT_FALSE(Parse(lut, CDLText("1 1 1", "0 0 0", "1 1 1"), {.kind = ELUTKindFilter::Only3D}));
   EXPECT_FALSE(Parse(lut, CDLText("1 1 1", "0 0 0", "1 1 1"), {.allowTransformText = false}));
+}
+
+using Corpus = LUTTest;
+
+std::unique_ptr<COv3DLUT> ReadElement(const std::string& bytes) {
+  pugi::xml_document document;
+  if (!document.load_buffer(bytes.data(), bytes.size())) return nullptr;
+  return Tincta::ReadXMLLUTElement(document.document_element());
+}
+
+// Every seed loads, and is written when asked; the seeds read on eight threads at once give the
+// serial tables, while the same threads look an element's hash up in the LUT cache: found, the
+// cached table and shaper are shared whatever the element's own children say. The user counts end
+// as they began.
+TEST_F(Corpus, SeedsLoadAndReadAlikeOnEightThreadsBesideCacheLookUps) {
+  TempDir dir;
+  COv3DLUT loaded;  // a Truelight cube with a shaper, in the cache under its content digest
+  ASSERT_TRUE(loaded.LoadFromFile(dir.Write("hashed.cub", ParseLUTDataSeeds()[3].bytes), false,
+                                  ELUTKindFilter::Any, true));
+  ASSERT_NE(loaded.InputShaper(), nullptr);
+  auto& cache = Tincta::COvLUTCache::Instance();
+  const int64_t users = cache.UsersOf(loaded.CacheKey());
+  const uint64_t inUse = cache.InUseBytes();
+  std::string key = loaded.CacheKey();  // the content digest, compared without regard to case
+  for (char& c : key)
+    c = char(std::tolower(static_cast<unsigned char>(c)));
+  const std::string element = "<lut><hash>\"" + key + "\"</hash><size>\"bad\"</size></lut>";
+  const char* folder = std::getenv("CRANDLE_WRITE_FUZZ_SEEDS");
+  const auto seeds = ParseLUTDataSeeds();
+  std::vector<Tincta::Md5Digest> serial;
+  for (const auto& [target, list] :
+       {std::pair{"parse_lut_data", seeds}, std::pair{"xml_lut_element", XMLLUTElementSeeds()}}) {
+    for (const SSeed& seed : list) {
+      COv3DLUT lut;
+      const bool lutData = std::string_view(target) == "parse_lut_data";
+      ASSERT_TRUE(lutData ? Parse(lut, seed.bytes, {.upsample = true}) : !!ReadElement(seed.bytes))
+          << seed.name;
+      if (lutData) serial.push_back(lut.ContentDigest());
+      if (!folder || !*folder) continue;
+      fs::create_directories(fs::path(folder) / target);
+      std::ofstream(fs::path(folder) / target / seed.name, std::ios::binary) << seed.bytes;
+    }
+  }
+  std::atomic<int> wrong{0};
+  std::vector<std::thread> threads;
+  for (size_t t = 0; t < 8; ++t) {
+    threads.emplace_back([&, t] {
+      for (size_t i = 0; i < 20 * seeds.size(); ++i) {
+        const size_t which = (i + t) % seeds.size();  // threads start apart
+        COv3DLUT lut;
+        const auto found = ReadElement(element);
+        const COv3DLUT copy(loaded);
+        wrong += !Parse(lut, seeds[which].bytes, {.upsample = true}) ||
+                 lut.ContentDigest() != serial[which] || !found ||
+                 found->Table() != loaded.Table() || found->InputShaper() != loaded.InputShaper() ||
+                 found->CacheKey() != loaded.CacheKey() || copy.Table() != loaded.Table() ||
+                 cache.UsersOf(loaded.CacheKey()) <= users;
+      }
+    });
+  }
+  for (std::thread& thread : threads)
+    thread.join();
+  EXPECT_EQ(wrong.load(), 0);
+  EXPECT_EQ(cache.UsersOf(loaded.CacheKey()), users);
+  EXPECT_EQ(cache.InUseBytes(), inUse);
 }
 
 }  // namespace

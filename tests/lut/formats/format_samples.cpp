@@ -1,5 +1,6 @@
 #include "format_samples.h"
 
+#include <bit>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -20,12 +21,6 @@ void Append(std::string& out, const Pieces&... pieces) {
 void PutLittle32(std::string& bytes, uint32_t value) {
   for (int shift = 0; shift < 32; shift += 8)
     bytes.push_back(char(uint8_t(value >> shift)));
-}
-
-void PutFloat(std::string& bytes, float value) {
-  uint32_t bits;
-  std::memcpy(&bits, &value, 4);
-  PutLittle32(bytes, bits);
 }
 
 // Node i of an n-point grid in file order: red fastest, or blue fastest for mesh order.
@@ -49,11 +44,9 @@ NodeFunction NodeColours(uint32_t size) {
 
 CodeFunction NodeCodesOf(uint32_t size, uint32_t levels) {
   return [size, levels](uint32_t r, uint32_t g, uint32_t b) {
-    const Rgb colour = NodeColour(r, g, b, size);
-    Codes codes{};
-    for (int c = 0; c < 3; ++c)
-      codes[c] = uint32_t(std::lround(colour[c] * float(levels - 1)));
-    return codes;
+    const Rgb c = NodeColour(r, g, b, size);
+    const auto code = [levels](float v) { return uint32_t(std::lround(v * float(levels - 1))); };
+    return Codes{code(c[0]), code(c[1]), code(c[2])};
   };
 }
 
@@ -143,10 +136,10 @@ std::vector<uint8_t> FloatImageBytes(const SFloatImage& image, uint64_t entries,
     PutLittle32(bytes, word);
   for (const Rgb* v : {&image.min, &image.max})
     for (const float f : *v)
-      if (image.magic != "OVTX") PutFloat(bytes, f);
+      if (image.magic != "OVTX") PutLittle32(bytes, std::bit_cast<uint32_t>(f));
   for (uint64_t i = 0; i < entries; ++i)
     for (const float f : rgb(i))
-      PutFloat(bytes, f);
+      PutLittle32(bytes, std::bit_cast<uint32_t>(f));
   return {bytes.begin(), bytes.end()};
 }
 
@@ -196,6 +189,7 @@ std::vector<SSeed> ParseLUTDataSeeds() {
   const auto cubeNode = [](uint64_t i) {
     return NodeColour(uint32_t(i % 2), uint32_t(i / 2 % 2), uint32_t(i / 4), 2);
   };
+  const auto curveNode = [](uint64_t i) { return Rgb{float(i) / 3.0f, float(i) / 3.0f, 0.5f}; };
   const auto ramp = [](uint32_t step) {
     return [step](uint32_t r, uint32_t g, uint32_t b) {
       return PackWord(r * step, g * step, b * step);
@@ -226,11 +220,7 @@ std::vector<SSeed> ParseLUTDataSeeds() {
       {"look.xml", XMLLookText(2, NodeColours(2), "0, 0, 0", "1, 1, 1")},
       {"cdl.cc", CDLText("1.1 1.0 0.9", "0.01 0 -0.01", "1.0 1.2 0.8")},
       {"float_ovtx.bin", text(FloatImageBytes({"OVTX", 2, 3}, 8, cubeNode))},
-      {"float_otx2.bin", text(FloatImageBytes({"OTX2", 4, 1}, 4,
-                                              [](uint64_t i) {
-                                                const float v = float(i) / 3.0f;
-                                                return Rgb{v, v, 0.5f};
-                                              }))},
+      {"float_otx2.bin", text(FloatImageBytes({"OTX2", 4, 1}, 4, curveNode))},
       {"float_otx3.bin", text(FloatImageBytes({"OTX3", 2, 3}, 8, cubeNode))},
   };
 }

@@ -17,15 +17,14 @@ using Codes = std::array<uint32_t, 3>;
 using NodeFunction = std::function<Rgb(uint32_t r, uint32_t g, uint32_t b)>;
 using CodeFunction = std::function<Codes(uint32_t r, uint32_t g, uint32_t b)>;
 
-/// A colour that differs per node and channel, so that a wrong entry order shows.
+/// A colour that differs per node and channel, so that a wrong entry order shows; as a function,
+/// and as integer codes below `levels`.
 Rgb NodeColour(uint32_t r, uint32_t g, uint32_t b, uint32_t size);
 NodeFunction NodeColours(uint32_t size);
-/// NodeColour as integer codes below `levels`.
 CodeFunction NodeCodesOf(uint32_t size, uint32_t levels);
 
-/// The float a reader gets back from "%.6f" of `value`.
+/// The float a reader gets back from "%.6f" of `value`, and "%.6f %.6f %.6f" of a colour.
 float Printed(float value);
-/// "%.6f %.6f %.6f".
 std::string RgbLine(const Rgb& rgb);
 /// Entries i / (n - 1) on every channel.
 std::vector<Rgb> IdentityRamp(uint32_t n);
@@ -52,9 +51,7 @@ uint32_t PackWord(uint32_t red, uint32_t green, uint32_t blue);
 /// `entries` RGB triples.
 struct SFloatImage {
   std::string magic;
-  uint32_t size = 0;
-  uint32_t kind = 1;
-  uint32_t enciphered = 0;
+  uint32_t size = 0, kind = 1, enciphered = 0;
   Rgb min{0, 0, 0}, max{1, 1, 1};
 };
 std::vector<uint8_t> FloatImageBytes(const SFloatImage& image, uint64_t entries,
@@ -71,8 +68,7 @@ std::string CDLText(std::string_view slope, std::string_view offset, std::string
 
 /// One named input of a fuzz target's seed corpus.
 struct SSeed {
-  std::string name;
-  std::string bytes;
+  std::string name, bytes;
 };
 /// Small valid inputs of every format that `ParseLUTData` reads.
 std::vector<SSeed> ParseLUTDataSeeds();
