@@ -42,7 +42,8 @@ TEST(CPUTextureUnits, UploadRules) {
   };
   const SCase cases[] = {
       {"3-D of 256^3 texels", 1, 256, 256, 256, kTexture3D, 4, false, true, 0, 4096},
-      {"3-D of one texel more than 256^3", 1, 256, 256, 257, kTexture3D, 4, false, false},
+      {"3-D of one texel more than 256^3", 1, 97, 257, 673, kTexture3D, 4, false, false},
+      {"1-D of one texel more than 256^3", 7, 0x1000001, 1, 1, kTexture1D, 4, false, false},
       {"1 channel", 2, 8, 8, 8, kTexture3D, 1, false, true, 0, 32},
       {"2 channels", 2, 8, 8, 8, kTexture3D, 2, false, false},
       {"unit 8", 8, 8, 1, 1, kTexture1D, 4, false, false},

@@ -275,8 +275,9 @@ INSTANTIATE_TEST_SUITE_P(Tiers, SamplerTest, testing::Values(false, true),
                          [](const auto& tier) { return tier.param ? "AVX2" : "SSE"; });
 
 // The tables differ only by the fused a + (b - a) x f of the 256-bit one, which moves one
-// interpolation by at most 1 ulp of the operands (all in [-0.05, 1.05]): 2 are allowed, 3 for the
-// three levels of trilinear sampling.
+// interpolation by at most 1 ulp of the operands (all in [-0.05, 1.05]). Trilinear sampling has
+// three levels, but the later ones scale the earlier differences by fractions below 1, so both
+// kinds stay within 2 ulp.
 TEST(KernelTiers, AgreeUpToTheFusedInterpolation) {
   EXPECT_STREQ(ActiveCPUKernels().name, KernelTierName(ProcessorFeatures()));  // what runs
   if (!AVX2RunsHere()) GTEST_SKIP() << "this processor has no AVX2 + FMA";
@@ -303,7 +304,7 @@ TEST(KernelTiers, AgreeUpToTheFusedInterpolation) {
           << name << " float " << i << ": " << a[i] << " vs " << b[i];
     }
   };
-  compare("3-D", 3.0, [&](const SCPUKernelTable& k, float* out) {
+  compare("3-D", 2.0, [&](const SCPUKernelTable& k, float* out) {
     k.applyLUT3D(units.Unit(2), mapping, source.data(), out, pixels);
   });
   compare("1-D", 2.0, [&](const SCPUKernelTable& k, float* out) {
