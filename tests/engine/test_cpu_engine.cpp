@@ -31,7 +31,7 @@ using namespace Tincta;
 // A refused upload leaves the unit as it was. A flipped rectangle is addressed bottom up; a 2-D
 // texture's rows are copied to a power-of-two pitch (zero beyond the row), found by a shift.
 TEST(CPUTextureUnits, UploadRules) {
-  std::vector<float> texels(17 * 3);
+  std::vector<float> texels(65536 * 4);  // a first row of the widest four-channel case
   for (size_t i = 0; i < texels.size(); ++i)
     texels[i] = float(i + 1);
   struct SCase {

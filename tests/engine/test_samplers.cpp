@@ -146,12 +146,16 @@ TEST_P(SamplerTest, SamplersFollowTheModel) {
 // Lane for lane the programs give the samplers' answers at the mapped coordinates, keep alpha,
 // write nothing past the last pixel and give the same in place; the exchanging ones give the
 // exchange of the result of the exchanged source, bit for bit, and leave the source exchanged.
+// The 1-D program runs on a curve with curve pairs and on one too wide for them.
 TEST_P(SamplerTest, ProgramsMatchTheSamplersForEveryTail) {
   std::mt19937 rng(14);
   const std::vector<float> curve = RandomTable(37, rng), cube = RandomTable(9 * 9 * 9, rng);
   const std::vector<float> shaper = RandomTable(21, rng, 0.0f, 1.0f);
+  const std::vector<float> wide = RandomTable(kMaxCurvePairWidth + 1, rng);
   COvCPUTextureUnits units;
   ASSERT_TRUE(units.bUpload(1, 37, 1, 1, kTexture1D, 4, curve.data(), false));
+  ASSERT_TRUE(units.bUpload(4, kMaxCurvePairWidth + 1, 1, 1, kTexture1D, 4, wide.data(), false));
+  ASSERT_TRUE(units.Unit(1).curvePairs != nullptr && units.Unit(4).curvePairs == nullptr);
   ASSERT_TRUE(units.bUpload(2, 9, 9, 9, kTexture3D, 4, cube.data(), false));
   ASSERT_TRUE(units.bUpload(3, 21, 21, 21, kTexture3D, 4, shaper.data(), false));
   SLUTDomainMapping mapping;
@@ -162,9 +166,10 @@ TEST_P(SamplerTest, ProgramsMatchTheSamplersForEveryTail) {
   const SCPUKernelTable& k = Kernels();
   // Program i, plain or exchanging.
   auto run = [&](int i, bool exchanging, float* in, float* out, size_t n) {
-    if (i == 0) {
-      exchanging ? k.applyLUT1DExchanging(units.Unit(1), mapping, in, out, n)
-                 : k.applyLUT1D(units.Unit(1), mapping, in, out, n);
+    if (i == 0 || i == 3) {
+      const SCPUTextureUnit& table = units.Unit(i == 0 ? 1 : 4);
+      exchanging ? k.applyLUT1DExchanging(table, mapping, in, out, n)
+                 : k.applyLUT1D(table, mapping, in, out, n);
     } else if (i == 1) {
       exchanging ? k.applyLUT3DExchanging(units.Unit(2), mapping, in, out, n)
                  : k.applyLUT3D(units.Unit(2), mapping, in, out, n);
@@ -183,12 +188,14 @@ TEST_P(SamplerTest, ProgramsMatchTheSamplersForEveryTail) {
     if (count > 3) source[4 * 3 + 1] = kInf;
 
     // What the samplers give, pixel by pixel: want[i] for program i.
-    std::vector<float> want[3] = {source, source, source};
+    std::vector<float> want[4] = {source, source, source, source};
     for (size_t p = 0; p < count; ++p) {
-      float mapped[3][8], shaped[3][8], curves[3][32], shaperOut[3][32], direct[32], viaShaper[32];
+      float mapped[3][8], shaped[3][8], curves[3][32], wideCurves[3][32], shaperOut[3][32],
+          direct[32], viaShaper[32];
       for (int c = 0; c < 3; ++c) {
         std::fill_n(mapped[c], 8, source[4 * p + c] * mapping.scale[c] + mapping.offset[c]);
         k.sample1D(units.Unit(1), mapped[c], curves[c]);
+        k.sample1D(units.Unit(4), mapped[c], wideCurves[c]);
         k.sample1D(units.Unit(3), mapped[c], shaperOut[c]);
         std::fill_n(shaped[c], 8, shaperOut[c][c]);
       }
@@ -198,6 +205,7 @@ TEST_P(SamplerTest, ProgramsMatchTheSamplersForEveryTail) {
         want[0][4 * p + c] = curves[c][c];
         want[1][4 * p + c] = direct[c];
         want[2][4 * p + c] = viaShaper[c];
+        want[3][4 * p + c] = wideCurves[c][c];
       }
     }
 
@@ -208,7 +216,7 @@ TEST_P(SamplerTest, ProgramsMatchTheSamplersForEveryTail) {
       EXPECT_EQ(std::memcmp(got.data(), expected.data(), 4 * got.size()), 0)
           << "program " << i << " " << how << ", " << count << " pixels";
     };
-    for (int i = 0; i < 3; ++i) {
+    for (int i = 0; i < 4; ++i) {
       std::vector<float> in = source, out(4 * (count + 3), kGuard);
       run(i, false, in.data(), out.data(), count);
       expectBits(out, want[i], i, "apart");

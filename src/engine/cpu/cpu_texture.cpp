@@ -53,6 +53,19 @@ bool COvCPUTexture::bCopyRows(const void* source, size_t rowBytes, uint32_t heig
   return true;
 }
 
+bool COvCPUTexture::bBuildCurvePairs(const float* texels, uint32_t width) {
+  if (width == 0 || !pairs_.Allocate(size_t{width} * 3 * 2 * sizeof(float), 32)) return false;
+  auto* pairs = reinterpret_cast<float*>(pairs_.Data());
+  for (uint32_t c = 0; c < 3; ++c) {
+    float* plane = pairs + size_t{c} * width * 2;
+    for (uint32_t i = 0; i < width; ++i) {
+      plane[2 * i] = texels[4 * size_t{i} + c];
+      plane[2 * i + 1] = texels[4 * size_t{i + 1 < width ? i + 1 : i} + c];
+    }
+  }
+  return true;
+}
+
 bool COvCPUTextureUnits::bUpload(uint32_t unit, uint32_t width, uint32_t height, uint32_t depth,
                                  uint32_t target, uint32_t channels, const void* data, bool flip) {
   if (unit >= kCPUTextureUnitCount || !IsKnownTarget(target)) return false;
@@ -110,6 +123,11 @@ bool COvCPUTextureUnits::bUpload(uint32_t unit, uint32_t width, uint32_t height,
   record.rowStride.Broadcast(stride);
   record.data = first;
   record.dataSecond = first;
+  if (channels == 4 && width <= kMaxCurvePairWidth) {
+    if (!copy) copy = std::make_unique<COvCPUTexture>();
+    if (!copy->bBuildCurvePairs(first, width)) return false;
+    record.curvePairs = copy->CurvePairs();
+  }
 
   units_[unit] = record;
   copies_[unit] = std::move(copy);

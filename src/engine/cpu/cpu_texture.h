@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <memory>
 
+#include "foundation/heap_buffer.h"
+
 namespace Tincta {
 
 /// Texture kinds, numbered as OpenGL numbers them.
@@ -19,6 +21,9 @@ inline constexpr uint32_t kTextureRectangle = 0x84F5;
 inline constexpr uint32_t kCPUTextureUnitCount = 8;
 /// Most texels of a 3-D texture (256^3).
 inline constexpr uint64_t kMaxCPU3DTexels = 0x1000000;
+/// Widest four-channel table that gets curve pairs (see `SCPUTextureUnit::curvePairs`): the
+/// longest 1-D LUT.
+inline constexpr uint32_t kMaxCurvePairWidth = 65536;
 
 /// One value repeated in eight lanes, so that a 128-bit kernel loads the first four and a
 /// 256-bit kernel all eight without a broadcast in the inner loop.
@@ -39,6 +44,10 @@ struct SCPUTextureUnit {
   const float* data = nullptr;
   /// A second copy of the data pointer (both point at the last row of a flipped rectangle).
   const float* dataSecond = nullptr;
+  /// Four-channel tables up to kMaxCurvePairWidth wide: for red, green and blue in turn, `width`
+  /// pairs (data[i].c, data[i + 1].c), the last pair repeating its texel, so that a lookup of one
+  /// channel of a 1-D table reads both neighbours in one 64-bit load. Null otherwise.
+  const float* curvePairs = nullptr;
   /// Bytes from one row to the next (width x channels x 4), negative when flipped.
   SLanes<int32_t> rowStride{};
   /// width x height (3-D only).
@@ -72,8 +81,9 @@ struct SCPUTextureUnit {
   bool IsLoaded() const { return data != nullptr; }
 };
 
-/// A texture that the engine keeps a copy of: 2-D textures, whose rows the engine re-lays at a
-/// power-of-two pitch so that a row is found by a shift.
+/// What the engine keeps of a texture: the copy of a 2-D texture, whose rows the engine re-lays at
+/// a power-of-two pitch so that a row is found by a shift, and the curve pairs of a four-channel
+/// table.
 class COvCPUTexture {
  public:
   COvCPUTexture() = default;
@@ -85,12 +95,18 @@ class COvCPUTexture {
   /// rest of each row is zero). False, texture unchanged, when the memory is not there.
   bool bCopyRows(const void* source, size_t rowBytes, uint32_t height, size_t pitch);
 
+  /// Builds the curve pairs of the `width` four-channel texels at `texels`. False, pairs
+  /// unchanged, when the memory is not there.
+  bool bBuildCurvePairs(const float* texels, uint32_t width);
+
   const float* Data() const { return data_; }
   size_t Bytes() const { return bytes_; }
+  const float* CurvePairs() const { return reinterpret_cast<const float*>(pairs_.Data()); }
 
  private:
   float* data_ = nullptr;
   size_t bytes_ = 0;
+  COvHeapBuffer pairs_;
 };
 
 /// The engine's eight texture units.
@@ -100,7 +116,8 @@ class COvCPUTextureUnits {
   /// copied) and must live until the rendering that uses it has ended. Fails, leaving the unit as
   /// it was, for a unit above 7, a target other than 1-D, 2-D, 3-D or rectangle, unit 0 with
   /// anything but a rectangle, 1 or 4 channels not given, a zero extent, a null table, a 3-D
-  /// texture of more than 16,777,216 texels, or rows too long for a 32-bit stride.
+  /// texture of more than 16,777,216 texels, rows too long for a 32-bit stride, or no memory for
+  /// the engine's copy or curve pairs.
   bool bUpload(uint32_t unit, uint32_t width, uint32_t height, uint32_t depth, uint32_t target,
                uint32_t channels, const void* data, bool flip);
 

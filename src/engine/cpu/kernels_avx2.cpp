@@ -119,8 +119,9 @@ inline __m256 Trilinear(const SCPUTextureUnit& unit, const STrilinearLookups& lo
 
 // One 1-D lookup per channel for eight lanes: the red curve at the red coordinate, the green
 // curve at the green one, the blue curve at the blue one, as planes. Only T[i].c and T[i + 1].c
-// of channel c are needed, so each is one gather of single floats; lane for lane this is the 1-D
-// sampler's result with the other channels dropped.
+// of channel c are needed: both come in one 64-bit load from the unit's curve pairs (two 4-lane
+// gathers per channel), or from two 8-lane gathers of single floats for a table too wide for
+// pairs. Lane for lane this is the 1-D sampler's result with the other channels dropped.
 struct SCurveLookups {
   __m256i index[3];  // in floats: 4 x the texel index
   __m256 fraction[3];
@@ -136,7 +137,32 @@ inline void PrepareCurves(const SCPUTextureUnit& unit, const __m256 coordinates[
   }
 }
 
+// Gathers the pairs of lanes 0, 1, 4, 5 and of lanes 2, 3, 6, 7 (the order in which AVX2 unzips
+// two vectors of pairs within their 128-bit halves), so that the unzipped lanes come out in order.
+inline void CurvesFromPairs(const SCPUTextureUnit& unit, const SCurveLookups& lookups,
+                            __m256 planes[3]) {
+  const __m256i order = _mm256_setr_epi32(0, 1, 4, 5, 2, 3, 6, 7);
+  const __m256d all = _mm256_castsi256_pd(_mm256_set1_epi64x(-1));
+  for (size_t c = 0; c < 3; ++c) {
+    const auto* pairs = reinterpret_cast<const double*>(unit.curvePairs) + c * unit.width;
+    const __m256i texel =
+        _mm256_permutevar8x32_epi32(_mm256_srli_epi32(lookups.index[c], 2), order);
+    // The masked form: GCC warns that the plain one reads an uninitialised source.
+    const __m256 first = _mm256_castpd_ps(_mm256_mask_i32gather_pd(
+        _mm256_setzero_pd(), pairs, _mm256_castsi256_si128(texel), all, 8));
+    const __m256 second = _mm256_castpd_ps(_mm256_mask_i32gather_pd(
+        _mm256_setzero_pd(), pairs, _mm256_extracti128_si256(texel, 1), all, 8));
+    const __m256 low = _mm256_shuffle_ps(first, second, _MM_SHUFFLE(2, 0, 2, 0));
+    const __m256 high = _mm256_shuffle_ps(first, second, _MM_SHUFFLE(3, 1, 3, 1));
+    planes[c] = Lerp(low, high, lookups.fraction[c]);
+  }
+}
+
 inline void Curves(const SCPUTextureUnit& unit, const SCurveLookups& lookups, __m256 planes[3]) {
+  if (unit.curvePairs != nullptr) {
+    CurvesFromPairs(unit, lookups, planes);
+    return;
+  }
   for (int c = 0; c < 3; ++c) {
     const __m256 low = _mm256_i32gather_ps(unit.data + c, lookups.index[c], 4);
     const __m256 high = _mm256_i32gather_ps(unit.data + 4 + c, lookups.index[c], 4);
