@@ -3,7 +3,6 @@
 #include <bit>
 #include <cstring>
 #include <limits>
-#include <new>
 
 #include "engine/cpu/cpu_kernels.h"
 
@@ -29,32 +28,23 @@ void SetAxis(SCPUTextureUnit& unit, int axis, uint32_t extent) {
 
 }  // namespace
 
-COvCPUTexture::~COvCPUTexture() {
-  if (data_) ::operator delete[](data_, std::align_val_t(kCopyAlignment));
-}
-
 bool COvCPUTexture::bCopyRows(const void* source, size_t rowBytes, uint32_t height, size_t pitch) {
   if (pitch < rowBytes || pitch % 4 != 0) return false;
   if (height != 0 && pitch > std::numeric_limits<size_t>::max() / height) return false;
-  const size_t bytes = pitch * height;
-  auto* block = static_cast<float*>(
-      ::operator new[](bytes == 0 ? 1 : bytes, std::align_val_t(kCopyAlignment), std::nothrow));
-  if (!block) return false;
+  if (!rows_.Allocate(pitch * height, kCopyAlignment)) return false;
   const SCPUKernelTable& kernels = ActiveCPUKernels();
   const auto* from = static_cast<const char*>(source);
-  auto* to = reinterpret_cast<char*>(block);
+  auto* to = reinterpret_cast<char*>(rows_.Data());
   for (uint32_t row = 0; row < height; ++row) {
     kernels.copyBlock(to + row * pitch, from + row * rowBytes, rowBytes);
     kernels.fill32(to + row * pitch + rowBytes, 0, (pitch - rowBytes) / 4);
   }
-  if (data_) ::operator delete[](data_, std::align_val_t(kCopyAlignment));
-  data_ = block;
-  bytes_ = bytes;
   return true;
 }
 
 bool COvCPUTexture::bBuildCurvePairs(const float* texels, uint32_t width) {
-  if (width == 0 || !pairs_.Allocate(size_t{width} * 3 * 2 * sizeof(float), 32)) return false;
+  if (width == 0 || !pairs_.Allocate(size_t{width} * 3 * 2 * sizeof(float), kCopyAlignment))
+    return false;
   auto* pairs = reinterpret_cast<float*>(pairs_.Data());
   for (uint32_t c = 0; c < 3; ++c) {
     float* plane = pairs + size_t{c} * width * 2;

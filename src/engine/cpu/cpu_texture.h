@@ -89,7 +89,6 @@ class COvCPUTexture {
   COvCPUTexture() = default;
   COvCPUTexture(const COvCPUTexture&) = delete;
   COvCPUTexture& operator=(const COvCPUTexture&) = delete;
-  ~COvCPUTexture();
 
   /// Copies `height` rows of `rowBytes` bytes from `source` into rows `pitch` bytes apart (the
   /// rest of each row is zero). False, texture unchanged, when the memory is not there.
@@ -99,13 +98,11 @@ class COvCPUTexture {
   /// unchanged, when the memory is not there.
   bool bBuildCurvePairs(const float* texels, uint32_t width);
 
-  const float* Data() const { return data_; }
-  size_t Bytes() const { return bytes_; }
+  const float* Data() const { return reinterpret_cast<const float*>(rows_.Data()); }
   const float* CurvePairs() const { return reinterpret_cast<const float*>(pairs_.Data()); }
 
  private:
-  float* data_ = nullptr;
-  size_t bytes_ = 0;
+  COvHeapBuffer rows_;
   COvHeapBuffer pairs_;
 };
 
