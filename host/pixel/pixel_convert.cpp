@@ -281,4 +281,20 @@ int IR_Convert(const void* src, size_t srcRowBytes, int srcFormatCode, void* dst
   return 0;
 }
 
+int IR_Transpose(const void* src, size_t srcRowBytes, void* dst, size_t dstRowBytes, uint32_t width,
+                 uint32_t height, size_t elementSize) {
+  if (src == nullptr || dst == nullptr || elementSize == 0) return 1;
+  if (width == 0 || height == 0) return 0;
+  if (srcRowBytes < width * elementSize || dstRowBytes < height * elementSize) return 1;
+  const auto* from = static_cast<const uint8_t*>(src);
+  auto* to = static_cast<uint8_t*>(dst);
+  for (uint32_t y = 0; y < height; ++y) {
+    for (uint32_t x = 0; x < width; ++x) {
+      std::memcpy(to + x * dstRowBytes + y * elementSize, from + y * srcRowBytes + x * elementSize,
+                  elementSize);
+    }
+  }
+  return 0;
+}
+
 }  // namespace host

@@ -29,4 +29,11 @@ HOST_API int IR_Convert(const void* src, size_t srcRowBytes, int srcFormatCode, 
                         size_t dstRowBytes, int dstFormatCode, uint32_t width, uint32_t height,
                         int components);
 
+/// Transposes a `width` x `height` matrix of `elementSize`-byte elements (rows `srcRowBytes`
+/// apart) into a `height` x `width` one (rows `dstRowBytes` apart): element (x, y) of the source
+/// becomes element (y, x) of the destination. Returns 0, or a non-zero value for null memory, a
+/// zero element size or rows shorter than the extents need. The two must not overlap.
+HOST_API int IR_Transpose(const void* src, size_t srcRowBytes, void* dst, size_t dstRowBytes,
+                          uint32_t width, uint32_t height, size_t elementSize);
+
 }  // namespace host

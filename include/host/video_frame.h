@@ -11,6 +11,8 @@
 
 namespace host {
 
+class IGPUDevice;
+
 /// Frame bounds: four unsigned 32-bit words; the third and fourth are width and height.
 struct FrameBounds {
   uint32_t left = 0;
@@ -87,20 +89,46 @@ class ICompletionEventVideoFrame {
  public:
   static constexpr const char* kInterfaceName = "ICompletionEventVideoFrame";
   /// The device that holds the frame, shared; null when it has gone.
-  virtual std::shared_ptr<void> GetDevice() const = 0;
+  virtual std::shared_ptr<IGPUDevice> GetDevice() const = 0;
+  /// Marks the frame complete once the work queued on its device so far is done (whoever wrote
+  /// the frame calls it after queueing that work). 0, or a negative result of the device.
+  virtual int SignalCompletion() = 0;
+  /// Blocks until the last signalled completion (at once when none was signalled): 0, or a
+  /// negative result of the device.
+  virtual int WaitForCompletion() = 0;
 
  protected:
   ~ICompletionEventVideoFrame() = default;
 };
 
 /// Creates a frame in host memory with packed rows (row bytes = width x bytes per pixel) on a
-/// 64-byte aligned block. `clearPixels` zero-fills the pixels; `gpuResident` asks for device
-/// memory, which this host does not have (the call then fails). Returns 0 and fills `frame` on
-/// success; a negative result (`frame` untouched) for an unknown format, a zero size, a GPU
-/// request or missing memory.
+/// 64-byte aligned block. `clearPixels` zero-fills the pixels. `gpuResident` asks for a frame in
+/// the memory of the first GPU device (`EnumerateGPUDevices`), as `CreateGPUVideoFrame` makes it.
+/// Returns 0 and fills `frame` on success; a negative result (`frame` untouched) for an unknown
+/// format, a zero size, a GPU request without a device, or missing memory.
 HOST_API int CreateVideoFrame(InterfaceRef<IVideoFrame>& frame, PixelFormat format, uint32_t width,
                               uint32_t height, float pixelAspectRatio, ColorSpace colorSpace,
                               bool clearPixels, bool gpuResident);
+
+/// Creates a frame in the memory of `device`, answering `IVideoFrame`, `IGPUVideoFrame`,
+/// `IGPUVideoFrameMemoryAccess`, `IVideoFrame2DPixelMemoryAccess` (rows aligned as the device
+/// prefers) and `ICompletionEventVideoFrame`. BGRA 8-bit, 16-bit and 32-bit float only. Same
+/// results as `CreateVideoFrame` (`kFrameErrorNoDevice` for a null device).
+HOST_API int CreateGPUVideoFrame(InterfaceRef<IVideoFrame>& frame,
+                                 const std::shared_ptr<IGPUDevice>& device, PixelFormat format,
+                                 uint32_t width, uint32_t height, bool clearPixels,
+                                 float pixelAspectRatio = 1.0f,
+                                 ColorSpace colorSpace = ColorSpace::Unknown);
+
+/// Copies the pixels of a frame in host memory into a GPU frame of the same size and format, and
+/// returns when done. 0; `kFrameErrorInvalidArgument` for frames of different sizes or formats
+/// or a wrong kind of frame on either side; the device's negative result.
+HOST_API int UploadVideoFrame(const InterfaceRef<IVideoFrame>& hostFrame,
+                              InterfaceRef<IVideoFrame>& gpuFrame);
+/// Waits for the GPU frame's completion, then copies its pixels into a frame in host memory of
+/// the same size and format. Results as `UploadVideoFrame`.
+HOST_API int DownloadVideoFrame(const InterfaceRef<IVideoFrame>& gpuFrame,
+                                InterfaceRef<IVideoFrame>& hostFrame);
 
 /// Creates a frame that views memory the caller owns (rows `rowBytes` apart from `base`).
 /// `keepAlive` is held as long as the frame lives. Same results as `CreateVideoFrame`.
