@@ -4,9 +4,9 @@
 
 #include <string>
 
-#include "format_samples.h"
 #include "lut/cube_writer.h"
 #include "lut/lut3d.h"
+#include "support/format_samples.h"
 
 namespace {
 

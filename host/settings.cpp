@@ -4,23 +4,39 @@
 #include <charconv>
 #include <cstdlib>
 #include <fstream>
+#include <map>
+#include <mutex>
 
 namespace host {
 namespace {
 
 std::string_view Trim(std::string_view text) {
   const auto isBlank = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; };
-  while (!text.empty() && isBlank(text.front())) text.remove_prefix(1);
-  while (!text.empty() && isBlank(text.back())) text.remove_suffix(1);
+  while (!text.empty() && isBlank(text.front()))
+    text.remove_prefix(1);
+  while (!text.empty() && isBlank(text.back()))
+    text.remove_suffix(1);
   return text;
 }
 
 bool EqualsIgnoringCase(std::string_view a, std::string_view b) {
   if (a.size() != b.size()) return false;
   for (size_t i = 0; i < a.size(); ++i)
-    if (std::tolower(static_cast<unsigned char>(a[i])) != std::tolower(static_cast<unsigned char>(b[i])))
+    if (std::tolower(static_cast<unsigned char>(a[i])) !=
+        std::tolower(static_cast<unsigned char>(b[i])))
       return false;
   return true;
+}
+
+// The one process-wide set of values behind Settings::Instance().
+struct SState {
+  std::mutex mutex;
+  std::map<std::string, std::string, std::less<>> values;
+};
+
+SState& State() {
+  static SState state;
+  return state;
 }
 
 }  // namespace
@@ -44,21 +60,26 @@ bool Settings::GetBool(std::string_view key, bool defaultValue) const {
   return defaultValue;
 }
 
-void Settings::SetBool(std::string_view key, bool value) { SetString(key, value ? "true" : "false"); }
+void Settings::SetBool(std::string_view key, bool value) {
+  SetString(key, value ? "true" : "false");
+}
 
 std::optional<std::string> Settings::GetString(std::string_view key) const {
-  std::lock_guard lock(mutex_);
-  const auto found = values_.find(key);
-  if (found == values_.end()) return std::nullopt;
+  SState& state = State();
+  std::lock_guard lock(state.mutex);
+  const auto found = state.values.find(key);
+  if (found == state.values.end()) return std::nullopt;
   return found->second;
 }
 
 void Settings::SetString(std::string_view key, std::string_view value) {
-  std::lock_guard lock(mutex_);
-  values_.insert_or_assign(std::string(key), std::string(value));
+  SState& state = State();
+  std::lock_guard lock(state.mutex);
+  state.values.insert_or_assign(std::string(key), std::string(value));
 }
 
-unsigned long long Settings::GetUnsigned(std::string_view key, unsigned long long defaultValue) const {
+unsigned long long Settings::GetUnsigned(std::string_view key,
+                                         unsigned long long defaultValue) const {
   const auto text = GetString(key);
   if (!text) return defaultValue;
   unsigned long long value = 0;
@@ -67,13 +88,16 @@ unsigned long long Settings::GetUnsigned(std::string_view key, unsigned long lon
 }
 
 void Settings::Remove(std::string_view key) {
-  std::lock_guard lock(mutex_);
-  if (const auto found = values_.find(key); found != values_.end()) values_.erase(found);
+  SState& state = State();
+  std::lock_guard lock(state.mutex);
+  if (const auto found = state.values.find(key); found != state.values.end())
+    state.values.erase(found);
 }
 
 void Settings::Clear() {
-  std::lock_guard lock(mutex_);
-  values_.clear();
+  SState& state = State();
+  std::lock_guard lock(state.mutex);
+  state.values.clear();
 }
 
 bool Settings::LoadFile(const std::string& path, std::string* error) {

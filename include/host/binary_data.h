@@ -27,15 +27,20 @@ class HOST_API BinaryData {
   BinaryData() = default;
   /// Takes ownership of `block`, which `RecycledMemory::Allocate(size)` returned.
   BinaryData(void* block, size_t size) noexcept;
+  /// Takes `other`'s block, leaving `other` empty; assignment first gives back the block held.
   BinaryData(BinaryData&& other) noexcept;
   BinaryData& operator=(BinaryData&& other) noexcept;
   BinaryData(const BinaryData&) = delete;
   BinaryData& operator=(const BinaryData&) = delete;
+  /// Gives the block back to `RecycledMemory`.
   ~BinaryData();
 
+  /// The bytes, owned by this object and valid while it holds them; null when empty.
   const uint8_t* Data() const { return static_cast<const uint8_t*>(block_); }
   uint8_t* Data() { return static_cast<uint8_t*>(block_); }
+  /// Number of bytes; 0 when empty.
   size_t Size() const { return size_; }
+  /// True when no block is held.
   bool Empty() const { return block_ == nullptr; }
 
  private:

@@ -14,6 +14,7 @@ namespace host {
 
 /// A 128-bit identifier. Default-constructed, all sixteen bytes are zero.
 struct HOST_API Guid {
+  /// The sixteen bytes in memory order.
   std::array<uint8_t, 16> bytes{};
 
   /// Builds a Guid from sixteen bytes in memory order.
@@ -26,7 +27,9 @@ struct HOST_API Guid {
   /// Parses 32 hexadecimal digits of either case; anything else gives no value.
   static std::optional<Guid> FromString(std::string_view text);
 
+  /// True when all sixteen bytes are zero (the failure value of the module's identifier query).
   bool IsZero() const;
+  /// Byte-wise comparison in memory order.
   friend auto operator<=>(const Guid&, const Guid&) = default;
 };
 

@@ -14,9 +14,14 @@ namespace host {
 /// The host runs registered initialisers with `RunInitializers`, each after those it depends on.
 class HOST_API InitializerRegistrar {
  public:
+  /// Returns false when initialisation failed; a failed initialiser is not run again.
   using InitializeFunction = bool (*)();
+  /// Undoes what the initialiser did; may be null.
   using TerminateFunction = void (*)();
 
+  /// Registers `initialize` under `name` (copied), to run in the contexts of `contextFlags` after
+  /// every initialiser named in `dependencies`. Registering while initialisers run is allowed; the
+  /// new one waits for the next `RunInitializers`. Registration cannot fail.
   InitializerRegistrar(const char* name, uint32_t contextFlags,
                        std::initializer_list<const char*> dependencies,
                        InitializeFunction initialize, TerminateFunction terminate);

@@ -24,7 +24,10 @@ class IObject {
 template <class T>
 class InterfaceRef {
  public:
+  /// An empty reference.
   InterfaceRef() = default;
+  /// A reference that shares ownership of `object` and calls through `iface`, which must belong
+  /// to it; empty when either is null.
   InterfaceRef(std::shared_ptr<IObject> object, T* iface)
       : object_(std::move(object)), iface_(iface) {}
 
@@ -34,14 +37,19 @@ class InterfaceRef {
     return InterfaceRef(std::move(object), iface);
   }
 
+  /// True when the object or the interface pointer is null.
   bool IsEmpty() const { return !object_ || !iface_; }
+  /// True when not empty.
   explicit operator bool() const { return !IsEmpty(); }
 
+  /// The interface; raises the null-pointer exception when the reference is empty.
   T* operator->() const {
     if (IsEmpty()) DoThrowNullPtrException(T::kInterfaceName);
     return iface_;
   }
+  /// The interface pointer, null when there is none; the object keeps it alive, not the caller.
   T* Get() const { return iface_; }
+  /// The object behind the interface, null when there is none.
   const std::shared_ptr<IObject>& Object() const { return object_; }
 
   /// Another interface of the same object; an empty reference (object kept) when it lacks it.
@@ -52,6 +60,7 @@ class InterfaceRef {
     return InterfaceRef<U>(object_, static_cast<U*>(object_->QueryInterface(U::kInterfaceName)));
   }
 
+  /// Drops the reference, making it empty.
   void Reset() {
     object_.reset();
     iface_ = nullptr;

@@ -7,6 +7,7 @@
 
 namespace host {
 
+/// How serious a message is, least first.
 enum class LogLevel { Trace, Info, Warning, Error };
 
 /// Receives each message; must be thread-safe.

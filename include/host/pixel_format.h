@@ -11,8 +11,8 @@ namespace host {
 
 /// A host pixel format: two 32-bit words, compared word by word.
 struct PixelFormat {
-  uint32_t code = 0;
-  uint32_t variant = 0;
+  uint32_t code = 0;     ///< the channel layout, four characters ("BGRA")
+  uint32_t variant = 0;  ///< bits per channel
   friend bool operator==(const PixelFormat&, const PixelFormat&) = default;
 };
 

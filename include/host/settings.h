@@ -1,8 +1,6 @@
 // The host's settings service.
 #pragma once
 
-#include <map>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -25,16 +23,23 @@ class HOST_API Settings {
  public:
   /// The process-wide instance.
   static Settings& Instance();
+  /// One instance per process: neither copied nor assigned.
+  Settings(const Settings&) = delete;
+  Settings& operator=(const Settings&) = delete;
 
   /// The boolean under `key`: "1", "true", "yes", "on" are true and "0", "false", "no", "off"
   /// false (any case); `defaultValue` when the key is absent or holds anything else.
   bool GetBool(std::string_view key, bool defaultValue) const;
+  /// Stores "true" or "false" under `key`, replacing what it held.
   void SetBool(std::string_view key, bool value);
 
+  /// The text under `key` as it was set (no trimming beyond the file's), none when absent.
   std::optional<std::string> GetString(std::string_view key) const;
+  /// Stores a copy of `value` under `key`, replacing what it held.
   void SetString(std::string_view key, std::string_view value);
   /// An unsigned number under `key`, `defaultValue` when absent or not a number.
   unsigned long long GetUnsigned(std::string_view key, unsigned long long defaultValue) const;
+  /// Removes `key`; nothing happens when it is absent.
   void Remove(std::string_view key);
   /// Removes every key (tests start from a clean state).
   void Clear();
@@ -48,9 +53,7 @@ class HOST_API Settings {
   std::string ResolveLUTPath(std::string_view relativePath) const;
 
  private:
-  Settings();
-  mutable std::mutex mutex_;
-  std::map<std::string, std::string, std::less<>> values_;
+  Settings();  // the state lives in settings.cpp, one per process
 };
 
 }  // namespace host

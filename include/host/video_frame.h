@@ -27,9 +27,13 @@ struct FrameBounds {
 class IVideoFrame {
  public:
   static constexpr const char* kInterfaceName = "IVideoFrame";
+  /// The frame's position and size in pixels.
   virtual FrameBounds GetBounds() const = 0;
+  /// Width of a pixel over its height (1 for square pixels).
   virtual float GetPixelAspectRatio() const = 0;
+  /// The layout of the pixels in memory.
   virtual PixelFormat GetPixelFormat() const = 0;
+  /// The colour space the frame declares; `Unknown` when it declares none.
   virtual ColorSpace GetColorSpace() const = 0;
 
  protected:
@@ -138,8 +142,8 @@ HOST_API int CreateVideoFrameView(InterfaceRef<IVideoFrame>& frame, PixelFormat 
                                   ColorSpace colorSpace = ColorSpace::Unknown);
 
 /// Result codes of frame creation.
-inline constexpr int kFrameErrorInvalidArgument = -1;
-inline constexpr int kFrameErrorOutOfMemory = -2;
-inline constexpr int kFrameErrorNoDevice = -3;
+inline constexpr int kFrameErrorInvalidArgument = -1;  ///< unknown format, zero size, null memory
+inline constexpr int kFrameErrorOutOfMemory = -2;      ///< no memory for the pixel block
+inline constexpr int kFrameErrorNoDevice = -3;         ///< device memory asked of this host
 
 }  // namespace host

@@ -6,9 +6,9 @@
 #include <filesystem>
 #include <memory>
 
-#include "cli_runner.h"
 #include "crandle/crandle.h"
 #include "foundation/utf16.h"
+#include "support/cli_runner.h"
 #include "support/lut_samples.h"
 #include "support/temp_dir.h"
 

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "cli_runner.h"
+#include "support/cli_runner.h"
 #include "support/lut_samples.h"
 #include "support/temp_dir.h"
 

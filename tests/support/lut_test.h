@@ -1,0 +1,80 @@
+// What the LUT tests share: parsing bytes with given arguments, entry access, the check that a
+// failed read left nothing behind, text edits, and a fixture that leaves the LUT cache and the
+// settings the readers consult as it found them.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+#include "host/settings.h"
+#include "lut/formats/reader.h"
+#include "lut/lut3d.h"
+#include "lut/lut_cache.h"
+#include "support/format_samples.h"
+#include "support/lut_samples.h"
+
+namespace crandle_test {
+
+struct SParseArgs {
+  bool upsample = false;
+  Tincta::ELUTKindFilter kind = Tincta::ELUTKindFilter::Any;
+  bool allowTransformText = true;
+};
+
+/// ParseLUTData on exactly `bytes.size()` heap bytes, so that the sanitizers see any overread.
+inline bool Parse(Tincta::COv3DLUT& lut, const std::vector<uint8_t>& bytes, SParseArgs args = {}) {
+  return lut.ParseLUTData(bytes.data(), uint32_t(bytes.size()), args.upsample, args.kind,
+                          args.allowTransformText);
+}
+inline bool Parse(Tincta::COv3DLUT& lut, std::string_view text, SParseArgs args = {}) {
+  return Parse(lut, std::vector<uint8_t>(text.begin(), text.end()), args);
+}
+
+using Reader = Tincta::EReadOutcome (*)(Tincta::COv3DLUT&, const uint8_t*, uint32_t,
+                                        const Tincta::SParseOptions&);
+/// One reader alone on exactly `text.size()` heap bytes, with the arguments.
+inline Tincta::EReadOutcome ReadAlone(Reader reader, Tincta::COv3DLUT& lut, std::string_view text,
+                                      SParseArgs args = {}) {
+  const std::vector<uint8_t> bytes(text.begin(), text.end());
+  return reader(lut, bytes.data(), uint32_t(bytes.size()),
+                {.upsampleToPowerOfTwo = args.upsample,
+                 .kindFilter = args.kind,
+                 .allowTransformText = args.allowTransformText});
+}
+
+/// Entry (r, g, b) of a 3-D table, or entry r of a 1-D table.
+inline Tincta::Vec4 At(const Tincta::COv3DLUT& lut, size_t r, size_t g = 0, size_t b = 0) {
+  const size_t n = lut.Size();
+  const float* entry = lut.Table() + 4 * (r + n * g + n * n * b);
+  return {entry[0], entry[1], entry[2], entry[3]};
+}
+
+inline void ExpectCleared(const Tincta::COv3DLUT& lut) {
+  EXPECT_EQ(lut.Size(), 0u);
+  EXPECT_EQ(lut.Table(), nullptr);
+  EXPECT_EQ(lut.InputShaper(), nullptr);
+}
+
+/// `text` with its first `from` replaced by `to`.
+inline std::string Replace(std::string text, std::string_view from, std::string_view to) {
+  const size_t at = text.find(from);
+  EXPECT_NE(at, std::string::npos) << from;
+  return at == std::string::npos ? text : text.replace(at, from.size(), to);
+}
+
+class LUTTest : public testing::Test {
+ protected:
+  void SetUp() override { Reset(); }
+  void TearDown() override { Reset(); }
+  static void Reset() {
+    for (const char* key : {host::kSettingLUTBaseDirectory, host::kSettingAlwaysUpsampleToPoT})
+      host::Settings::Instance().Remove(key);
+    Tincta::COvLUTCache::Instance().SetByteBudget(Tincta::COvLUTCache::kDefaultByteBudget);
+    Tincta::COvLUTCache::Instance().EvictUnused();
+  }
+};
+
+}  // namespace crandle_test
