@@ -126,15 +126,14 @@ GPUDeviceTexture::~GPUDeviceTexture() = default;
 #if !defined(CRANDLE_HAVE_CUDA)
 std::vector<std::shared_ptr<IGPUDevice>> EnumerateCudaDevices(GPUBackendStatus& status) {
   status = {kGPUFrameworkCUDA, "CUDA driver", false, false,
-            "not built in (the CUDA toolkit was not found when the library was configured)"};
+            "the library was built without the CUDA toolkit"};
   return {};
 }
 #endif
 
 #if !defined(CRANDLE_HAVE_OPENCL)
 std::vector<std::shared_ptr<IGPUDevice>> EnumerateOpenCLDevices(GPUBackendStatus& status) {
-  status = {kGPUFrameworkOpenCL, "OpenCL", false, false,
-            "not built in (OpenCL was not found when the library was configured)"};
+  status = {kGPUFrameworkOpenCL, "OpenCL", false, false, "the library was built without OpenCL"};
   return {};
 }
 #endif
