@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <new>
 #include <utility>
+#include <vector>
 
 namespace host {
 
@@ -28,14 +29,18 @@ size_t CBlockPool::SizeClass(size_t size) {
   return (size + kMiB - 1) / kMiB * kMiB;
 }
 
-void CBlockPool::CollectPassedLocked() {
+void CBlockPool::CollectPassedLocked(std::vector<SBlock>& surplus) {
   for (auto it = fenced_.begin(); it != fenced_.end();) {
     if (!it->fence(false)) {
       ++it;
       continue;
     }
-    idle_.emplace(it->block.size, it->block);
-    idleBytes_ += it->block.size;
+    if (idleBytes_ + it->block.size > retainBytes_) {
+      surplus.push_back(it->block);
+    } else {
+      idle_.emplace(it->block.size, it->block);
+      idleBytes_ += it->block.size;
+    }
     it = fenced_.erase(it);
   }
 }
@@ -43,16 +48,21 @@ void CBlockPool::CollectPassedLocked() {
 bool CBlockPool::Acquire(size_t size, SBlock& block) {
   const size_t sizeClass = SizeClass(size);
   if (size == 0 || sizeClass == 0) return false;
+  std::vector<SBlock> surplus;
+  bool reused = false;
   {
     std::lock_guard lock(mutex_);
-    CollectPassedLocked();
+    CollectPassedLocked(surplus);
     if (auto found = idle_.find(sizeClass); found != idle_.end()) {
       block = found->second;
       idle_.erase(found);
       idleBytes_ -= block.size;
-      return true;
+      reused = true;
     }
   }
+  for (const SBlock& extra : surplus)
+    operations_.free(extra);
+  if (reused) return true;
   SBlock made;
   if (!operations_.allocate(sizeClass, made)) {
     // Idle blocks of other classes may be what the driver is missing.
@@ -81,9 +91,10 @@ void CBlockPool::Release(const SBlock& block) {
 
 void CBlockPool::Trim() {
   std::multimap<size_t, SBlock> idle;
+  std::vector<SBlock> surplus;
   {
     std::lock_guard lock(mutex_);
-    CollectPassedLocked();
+    CollectPassedLocked(surplus);
     idle.swap(idle_);
     idleBytes_ = 0;
   }

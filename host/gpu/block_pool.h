@@ -10,6 +10,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <vector>
 
 #include "host/gpu.h"
 
@@ -57,7 +58,9 @@ class CBlockPool {
     SBlock block;
     Fence fence;
   };
-  void CollectPassedLocked();
+  // Moves blocks whose fence has passed to the idle list; those past the retained bytes go to
+  // `surplus`, for the caller to free.
+  void CollectPassedLocked(std::vector<SBlock>& surplus);
 
   SOperations operations_;
   uint64_t retainBytes_;

@@ -771,6 +771,59 @@ TEST_P(GPUBackendTest, ResetChangesTheStampAndKernelsLoadAgain) {
     EXPECT_EQ(out[i], expected[i]) << i;
 }
 
+// Launches of one kernel from several threads: each sets its own arguments and bindings, which
+// must reach its own launch only.
+TEST_P(GPUBackendTest, ConcurrentLaunchesKeepTheirOwnArguments) {
+  const GPUKernel* kernel = LoadKernel(*device_, kTestModule, kTestEntry);
+  const GPUTexture* flatSlot = LoadTexture(*device_, kTestModule, "sample2D");
+  const GPUTexture* cubeSlot = LoadTexture(*device_, kTestModule, "sample3D");
+  ASSERT_TRUE(kernel && flatSlot && cubeSlot);
+  constexpr int kThreads = 4, kLaunches = 25;
+  // Per thread: a one-texel picture, a one-texel table, one coordinate and the output.
+  const DevicePointer memory = Allocate(kThreads * 256);
+  ASSERT_TRUE(memory);
+  for (int t = 0; t < kThreads; ++t) {
+    const uint8_t pixel[4] = {uint8_t(t), uint8_t(t + 10), uint8_t(t + 20), uint8_t(t + 30)};
+    const float texel[4] = {float(t), 0.5f, -1.0f, 2.0f};
+    const float coordinate[4] = {0.5f, 0.5f, 0.5f, 0.0f};
+    const DevicePointer base = memory + t * 256;
+    ASSERT_EQ(device_->CopyHostToDevice(base, 0, pixel, 0, 4, 1), 0);
+    ASSERT_EQ(device_->CopyHostToDevice(base + 16, 0, texel, 0, 16, 1), 0);
+    ASSERT_EQ(device_->CopyHostToDevice(base + 32, 0, coordinate, 0, 16, 1), 0);
+  }
+  std::atomic<int> wrong{0};
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&, t] {
+      const DevicePointer base = memory + t * 256;
+      for (int i = 0; i < kLaunches; ++i) {
+        GPUTextureBindings bindings;
+        const float bias = float(100 * t + i);
+        const GPUKernelArgument arguments[] = {
+            GPUKernelArgument::Pointer(base + 32), GPUKernelArgument::Pointer(base + 64),
+            GPUKernelArgument::UInt32(1),          GPUKernelArgument::UInt32(1),
+            GPUKernelArgument::Int32(0),           GPUKernelArgument::Float32(bias)};
+        float out[8] = {};
+        if (device_->BindTexture(bindings, flatSlot, base, 0, 4, 1, 1, kPixelFormat_BGRA_4444_8u,
+                                 0) != 0 ||
+            device_->Bind3DTexture(bindings, cubeSlot, base + 16, 16, 1, 1, 1,
+                                   kPixelFormat_BGRA_4444_32f, 0) != 0 ||
+            device_->Launch(kernel, {1, 1, 1}, {1, 1, 1}, bindings, arguments) != 0 ||
+            device_->CopyDeviceToHost(out, 0, base + 64, 0, sizeof out, 1) != 0) {
+          ++wrong;
+          continue;
+        }
+        const float expected[8] = {float(t),        float(t + 10), float(t + 20), float(t + 30),
+                                   float(t) + bias, 0.5f + bias,   -1.0f + bias,  2.0f + bias};
+        if (std::memcmp(out, expected, sizeof out) != 0) ++wrong;
+      }
+    });
+  }
+  for (std::thread& thread : threads)
+    thread.join();
+  EXPECT_EQ(wrong.load(), 0);
+}
+
 TEST_P(GPUBackendTest, FramesRoundTripAHostFrameByteForByte) {
   for (PixelFormat format :
        {kPixelFormat_BGRA_4444_8u, kPixelFormat_BGRA_4444_16u, kPixelFormat_BGRA_4444_32f}) {
