@@ -13,6 +13,7 @@
 #include "crandle/crandle.h"
 #include "foundation/cpu_features.h"
 #include "foundation/utf16.h"
+#include "gpu_report.h"
 #include "lut_report.h"
 
 namespace crandle_tool {
@@ -73,6 +74,7 @@ void PrintSystem() {
               features.sse41 ? "yes" : "no", features.sse42 ? "yes" : "no",
               features.avx ? "yes" : "no", features.avx2 ? "yes" : "no",
               features.fma ? "yes" : "no", features.osSavesYmm ? "yes" : "no");
+  PrintGPUSystem();
 }
 
 int RunInfo(const SInfoOptions& options) {
@@ -108,8 +110,9 @@ void AddInfoCommand(CLI::App& app) {
   command->add_flag(
       "--from-bytes", options->fromBytes,
       "Read each file into memory and parse the bytes (as a host does for embedded LUTs)");
-  command->add_flag("--system", options->system,
-                    "Also print the processor features and the kernel tier in use");
+  command->add_flag(
+      "--system", options->system,
+      "Also print the processor features, the kernel tier in use and the GPU devices");
   command->callback([options] {
     if (options->paths.empty() && !options->system) throw CLI::CallForHelp();
     const int status = RunInfo(*options);
