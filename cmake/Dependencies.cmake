@@ -25,3 +25,6 @@ endif()
 
 # OpenGL through EGL: the texture upload is built only when the headers are there.
 find_package(OpenGL COMPONENTS OpenGL EGL)
+
+# The CUDA toolkit compiles the host GPU library's CUDA kernels; without it that back end is left out.
+include(CudaKernels)
