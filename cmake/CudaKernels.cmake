@@ -1,6 +1,7 @@
 # The host GPU library's CUDA driver back end: the toolkit is needed only at build time, where nvcc
 # compiles each kernel module into a fatbin that the library embeds. The driver is opened at run
 # time, so a build machine without a GPU builds and tests the back end all the same.
+include_guard(GLOBAL)
 
 option(CRANDLE_GPU_CUDA "Build the host GPU library's CUDA driver back end when a CUDA toolkit is found" ON)
 set(CRANDLE_CUDA_ARCHITECTURES "80;90" CACHE STRING
@@ -27,12 +28,15 @@ else()
   message(STATUS "CUDA driver back end: not built (CRANDLE_GPU_CUDA is OFF)")
 endif()
 
-#   crandle_add_cuda_kernels(<target> KERNEL_DIR <dir> INCLUDE_DIR <dir>)
+#   crandle_add_cuda_kernels(<name> KERNEL_DIR <dir> INCLUDE_DIR <dir> TABLE_INCLUDE_DIR <dir>)
 # Compiles every <dir>/<MODULE>.cu into a fatbin (one cubin per architecture plus PTX of the newest
-# for later GPUs), embeds each as a byte array, and adds to <target> a table from module name to
-# image. The folder is globbed at configure time, so a new module needs no CMake change.
+# for later GPUs), embeds each as a byte array, and makes the object library <name> holding them
+# and the table from module name to image (`CudaKernelImages`, declared in
+# gpu/cuda/cuda_kernel_images.h under TABLE_INCLUDE_DIR). The fatbins' folder is the library's
+# CRANDLE_FATBIN_DIR property. The kernel folder is globbed at configure time, so a new module
+# needs no CMake change.
 function(crandle_add_cuda_kernels target)
-  cmake_parse_arguments(ARG "" "KERNEL_DIR;INCLUDE_DIR" "" ${ARGN})
+  cmake_parse_arguments(ARG "" "KERNEL_DIR;INCLUDE_DIR;TABLE_INCLUDE_DIR" "" ${ARGN})
   file(GLOB kernel_sources CONFIGURE_DEPENDS "${ARG_KERNEL_DIR}/*.cu")
   file(GLOB kernel_headers CONFIGURE_DEPENDS "${ARG_INCLUDE_DIR}/*.h")
   list(SORT kernel_sources)
@@ -99,5 +103,9 @@ ${table_body}}
 
 }  // namespace host
 ")
-  target_sources(${target} PRIVATE "${out_dir}/cuda_kernel_table.cpp" ${generated_sources})
+  add_library(${target} OBJECT "${out_dir}/cuda_kernel_table.cpp" ${generated_sources})
+  target_include_directories(${target} PRIVATE "${ARG_TABLE_INCLUDE_DIR}")
+  set_target_properties(${target} PROPERTIES
+    CXX_VISIBILITY_PRESET hidden
+    CRANDLE_FATBIN_DIR "${out_dir}")
 endfunction()
