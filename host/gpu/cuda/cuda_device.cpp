@@ -70,10 +70,12 @@ class CCudaEvent final : public IGPUEvent {
       driver.EventDestroy(event);
       return nullptr;
     }
-    auto made = std::shared_ptr<CCudaEvent>(
-        new (std::nothrow) CCudaEvent(context, context->generation.load(), event));
-    if (!made) driver.EventDestroy(event);
-    return made;
+    try {
+      return std::make_shared<CCudaEvent>(context, context->generation.load(), event);
+    } catch (const std::bad_alloc&) {
+      driver.EventDestroy(event);
+      return nullptr;
+    }
   }
 
   int Wait() override {
