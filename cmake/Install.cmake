@@ -13,21 +13,6 @@
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
-# The SONAME moves with the major version; 0 while the interface may still change.
-set(CRANDLE_SOVERSION 0)
-set_target_properties(crandle_module crandle_host PROPERTIES
-  VERSION ${PROJECT_VERSION}
-  SOVERSION ${CRANDLE_SOVERSION})
-set_target_properties(crandle_module PROPERTIES EXPORT_NAME crandle INSTALL_RPATH "$ORIGIN")
-set_target_properties(crandle_host PROPERTIES EXPORT_NAME host)
-
-# A consumer of the module includes crandle/crandle.h, which includes the host's headers, and
-# links the host library beside the module.
-target_include_directories(crandle_module INTERFACE
-  $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
-target_link_libraries(crandle_module INTERFACE crandle_host)
-target_compile_features(crandle_host INTERFACE cxx_std_20)
-
 install(TARGETS crandle_module crandle_host
   EXPORT crandleTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development
