@@ -14,8 +14,8 @@
 #include "engine/gpu/hw_texture.h"
 #include "engine/gpu/lut_binding_link.h"
 #include "foundation/heap_buffer.h"
-#include "host/frame_interfaces.h"
 #include "host/gpu.h"
+#include "host/video_frame.h"
 
 namespace CRANDLE::detail {
 namespace {
