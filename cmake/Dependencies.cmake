@@ -25,3 +25,24 @@ endif()
 
 # OpenGL through EGL: the texture upload is built only when the headers are there.
 find_package(OpenGL COMPONENTS OpenGL EGL)
+
+# GPU back ends of the host library. Either may be missing: the library is then built without
+# it and reports it as not built in.
+option(CRANDLE_GPU_OPENCL "Build the host GPU library's OpenCL back end when OpenCL is found" ON)
+option(CRANDLE_GPU_CUDA "Build the host GPU library's CUDA driver back end when nvcc is found" ON)
+set(CRANDLE_HAVE_OPENCL OFF)
+if(CRANDLE_GPU_OPENCL)
+  find_package(OpenCL 2.0)
+  if(OpenCL_FOUND)
+    set(CRANDLE_HAVE_OPENCL ON)
+  endif()
+endif()
+# The CUDA back end needs only the compiler (kernels are built into embedded fatbins) and the
+# driver API's header; the driver itself is opened at run time.
+set(CRANDLE_HAVE_CUDA OFF)
+if(CRANDLE_GPU_CUDA)
+  find_package(CUDAToolkit)
+  if(CUDAToolkit_FOUND AND CUDAToolkit_NVCC_EXECUTABLE)
+    set(CRANDLE_HAVE_CUDA ON)
+  endif()
+endif()

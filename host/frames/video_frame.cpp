@@ -4,8 +4,10 @@
 #include <cstring>
 #include <new>
 #include <string_view>
+#include <vector>
 
 #include "host/binary_data.h"
+#include "host/gpu.h"
 
 namespace host {
 namespace {
@@ -81,7 +83,14 @@ int CreateVideoFrame(InterfaceRef<IVideoFrame>& frame, PixelFormat format, uint3
   const size_t bytesPerPixel = BytesPerPixel(format);
   if (bytesPerPixel == 0 || width == 0 || height == 0 || !IsUsableAspectRatio(pixelAspectRatio))
     return kFrameErrorInvalidArgument;
-  if (gpuResident) return kFrameErrorNoDevice;
+  if (gpuResident) {
+    // Device frames hold BGRA only; that refusal does not depend on a device being there.
+    if (format.code != kPixelFormat_BGRA_4444_8u.code) return kFrameErrorInvalidArgument;
+    const std::vector<std::shared_ptr<IGPUDevice>> devices = EnumerateGPUDevices();
+    if (devices.empty()) return kFrameErrorNoDevice;
+    return CreateGPUVideoFrame(frame, devices.front(), format, width, height, clearPixels,
+                               pixelAspectRatio, colorSpace);
+  }
 
   const size_t rowBytes = size_t(width) * bytesPerPixel;  // cannot overflow: width < 2^32
   size_t bytes = 0;

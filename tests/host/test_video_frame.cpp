@@ -68,7 +68,7 @@ TEST(CreateVideoFrame, FailuresLeaveTheReferenceAlone) {
       {k8, 4, 0, 1, false, kFrameErrorInvalidArgument},
       {k8, 4, 4, NAN, false, kFrameErrorInvalidArgument},
       {k8, 4, 4, -1, false, kFrameErrorInvalidArgument},
-      {k8, 4, 4, 1, true, kFrameErrorNoDevice},
+      {kPixelFormat_RGB_101010_10u_BE, 4, 4, 1, true, kFrameErrorInvalidArgument},  // not on GPUs
       {k32, 0xFFFFFFFFu, 0xFFFFFFFFu, 1, false, kFrameErrorOutOfMemory},  // beyond 64 bits
       {k32, 0xFFFFFFFFu, 0xFFFFu, 1, false, kFrameErrorOutOfMemory}};     // beyond the allocator
   for (const auto& [format, width, height, aspect, gpu, result] : cases) {
