@@ -99,10 +99,10 @@ inline constexpr uint32_t kHwBindBound = 2;        ///< the key carries "Bound"
 /// Finds the table in `device`'s asset cache under its key (HwTextureCacheKey) or uploads it
 /// there, then binds it to the texture slot `textureName` of `module` in `bindings`: a 3-D
 /// texture when `depth` > 1, else a 2-D one. `data` holds the texels (16 bytes each, rows of
-/// `width` texels); `byteCount` is what the caller says the data holds: a table needing more is
-/// refused, and only width x height x depth texels are ever read. `held` receives the device
-/// texture, which must outlive the launch's queueing (the cache may evict it meanwhile). False
-/// when the slot, the upload or the binding fails.
+/// `width` texels); only width x height x depth texels are ever read, whatever `byteCount` the
+/// caller hands over (the GPU path hands a shaper the cube's byte count). `held` receives the
+/// device texture, which must outlive the launch's queueing (the cache may evict it meanwhile).
+/// False when the slot, the upload or the binding fails.
 bool bOvLoadAndBindHwTexture(COvHwTexture& texture, const std::shared_ptr<host::IGPUDevice>& device,
                              const char* module, const char* textureName, const void* data,
                              uint32_t width, uint32_t height, uint32_t depth, uint64_t byteCount,
