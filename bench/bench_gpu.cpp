@@ -83,7 +83,6 @@ void ApplyGPU(benchmark::State& state, uint32_t framework, const std::string& ki
     WaitFor(destination);
   }
   state.SetBytesProcessed(int64_t(state.iterations()) * kFrameWidth * kFrameHeight * 16 * 2);
-  benchmark::AddCustomContext("device " + std::to_string(framework), device->GetInfo().name);
 }
 
 void DeviceCopy(benchmark::State& state, uint32_t framework) {
@@ -114,7 +113,9 @@ void DeviceCopy(benchmark::State& state, uint32_t framework) {
 const bool kRegistered = [] {
   for (uint32_t framework : {host::kGPUFrameworkOpenCL, host::kGPUFrameworkCUDA}) {
     const std::string backend = framework == host::kGPUFrameworkCUDA ? "cuda" : "opencl";
-    if (!host::GetGPUDevice(framework, 0)) continue;
+    const auto device = host::GetGPUDevice(framework, 0);
+    if (!device) continue;
+    benchmark::AddCustomContext(backend + " device", device->GetInfo().name);
     benchmark::RegisterBenchmark(("BM_DeviceCopy/" + backend).c_str(), DeviceCopy, framework)
         ->Unit(benchmark::kMillisecond)
         ->UseRealTime();

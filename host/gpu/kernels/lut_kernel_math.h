@@ -150,10 +150,23 @@ CRANDLE_DEVICE_FUNCTION crandle_lut_vec4 crandle_lut_blend4(float w0, crandle_lu
   return out;
 }
 
+/* The fraction of axis a (0 red, 1 green, 2 blue). */
+CRANDLE_DEVICE_FUNCTION float crandle_lut_pick(int a, float fr, float fg, float fb) {
+  return a == 0 ? fr : (a == 1 ? fg : fb);
+}
+
+/* The index of axis `axis` at a corner whose axes in `high` (bit per axis) take their upper
+   neighbour. */
+CRANDLE_DEVICE_FUNCTION crandle_uint crandle_lut_corner(crandle_lut_axis a, int axis, int high) {
+  return (high >> axis) & 1 ? a.high : a.low;
+}
+
 /* A cube of n entries per axis, tetrahedral at texture coordinates (red, green, blue): the cell
-   is cut along its main diagonal into six tetrahedra, chosen by the order of the three
-   fractions, and the four corners of the one holding the point are weighted by the fraction
-   differences. Ties go to the first case that admits them, which gives the same value. */
+   is cut along its main diagonal into six tetrahedra, and the point's one is the walk from the
+   cell's first corner to its last along the axes in decreasing order of their fractions f1 >= f2
+   >= f3, with weights 1 - f1, f1 - f2, f2 - f3 and f3. The order is found with selects, not
+   branches, so that neighbouring threads (or vector lanes) never diverge. Ties give the same
+   value whichever order they take. */
 CRANDLE_DEVICE_FUNCTION crandle_lut_vec4
 crandle_lut_tetrahedral(CRANDLE_GLOBAL const crandle_uchar* table, crandle_uint rowBytes,
                         crandle_uint n, float sRed, float sGreen, float sBlue) {
@@ -161,36 +174,24 @@ crandle_lut_tetrahedral(CRANDLE_GLOBAL const crandle_uchar* table, crandle_uint 
   const crandle_lut_axis g = crandle_lut_axis_of(sGreen, n);
   const crandle_lut_axis b = crandle_lut_axis_of(sBlue, n);
   const float fr = r.fraction, fg = g.fraction, fb = b.fraction;
-  const crandle_lut_vec4 c000 = crandle_lut_entry(table, rowBytes, n, r.low, g.low, b.low);
-  const crandle_lut_vec4 c111 = crandle_lut_entry(table, rowBytes, n, r.high, g.high, b.high);
-  if (fr > fg) {
-    if (fg > fb) {
-      return crandle_lut_blend4(
-          1.0f - fr, c000, fr - fg, crandle_lut_entry(table, rowBytes, n, r.high, g.low, b.low),
-          fg - fb, crandle_lut_entry(table, rowBytes, n, r.high, g.high, b.low), fb, c111);
-    }
-    if (fr > fb) {
-      return crandle_lut_blend4(
-          1.0f - fr, c000, fr - fb, crandle_lut_entry(table, rowBytes, n, r.high, g.low, b.low),
-          fb - fg, crandle_lut_entry(table, rowBytes, n, r.high, g.low, b.high), fg, c111);
-    }
-    return crandle_lut_blend4(
-        1.0f - fb, c000, fb - fr, crandle_lut_entry(table, rowBytes, n, r.low, g.low, b.high),
-        fr - fg, crandle_lut_entry(table, rowBytes, n, r.high, g.low, b.high), fg, c111);
-  }
-  if (fb > fg) {
-    return crandle_lut_blend4(
-        1.0f - fb, c000, fb - fg, crandle_lut_entry(table, rowBytes, n, r.low, g.low, b.high),
-        fg - fr, crandle_lut_entry(table, rowBytes, n, r.low, g.high, b.high), fr, c111);
-  }
-  if (fb > fr) {
-    return crandle_lut_blend4(
-        1.0f - fg, c000, fg - fb, crandle_lut_entry(table, rowBytes, n, r.low, g.high, b.low),
-        fb - fr, crandle_lut_entry(table, rowBytes, n, r.low, g.high, b.high), fr, c111);
-  }
-  return crandle_lut_blend4(1.0f - fg, c000, fg - fr,
-                            crandle_lut_entry(table, rowBytes, n, r.low, g.high, b.low), fr - fb,
-                            crandle_lut_entry(table, rowBytes, n, r.high, g.high, b.low), fb, c111);
+  const int rg = fr > fg, gb = fg > fb, rb = fr > fb, bg = fb > fg, br = fb > fr;
+  const int first = rg ? ((gb || rb) ? 0 : 2) : (bg ? 2 : 1);
+  const int third = rg ? (gb ? 2 : 1) : ((bg || br) ? 0 : 2);
+  const int second = 3 - first - third;
+  const float f1 = crandle_lut_pick(first, fr, fg, fb);
+  const float f2 = crandle_lut_pick(second, fr, fg, fb);
+  const float f3 = crandle_lut_pick(third, fr, fg, fb);
+  const int one = 1 << first;
+  const int two = one | (1 << second);
+  const crandle_lut_vec4 c0 = crandle_lut_entry(table, rowBytes, n, r.low, g.low, b.low);
+  const crandle_lut_vec4 c1 =
+      crandle_lut_entry(table, rowBytes, n, crandle_lut_corner(r, 0, one),
+                        crandle_lut_corner(g, 1, one), crandle_lut_corner(b, 2, one));
+  const crandle_lut_vec4 c2 =
+      crandle_lut_entry(table, rowBytes, n, crandle_lut_corner(r, 0, two),
+                        crandle_lut_corner(g, 1, two), crandle_lut_corner(b, 2, two));
+  const crandle_lut_vec4 c3 = crandle_lut_entry(table, rowBytes, n, r.high, g.high, b.high);
+  return crandle_lut_blend4(1.0f - f1, c0, f1 - f2, c1, f2 - f3, c2, f3, c3);
 }
 
 /* A frame pixel (blue, green, red, alpha) as floats: 8- and 16-bit samples map full scale to 1. */
