@@ -13,16 +13,15 @@
 #include <cstdint>
 #include <limits>
 #include <memory>
-#include <string_view>
 
 #include "api/apply_paths.h"
 #include "api/lut_handle.h"
 #include "crandle/crandle.h"
 #include "engine/cpu/cpu_compositing_engine.h"
 #include "engine/cpu/cpu_kernels.h"
-#include "engine/cpu/operator_names.h"
 #include "engine/cpu/script_parser.h"
 #include "engine/frame_buffer/complex_frame_buffer.h"
+#include "engine/lut_binding.h"
 #include "foundation/heap_buffer.h"
 #include "host/pixel_convert.h"
 
@@ -107,12 +106,6 @@ int CreateWorkingFrame(const FrameRef& like, uint32_t width, uint32_t height, Fr
                                 like->GetPixelAspectRatio(), like->GetColorSpace(), false, false);
 }
 
-const char* LUTKind(const COv3DLUT& lut) {
-  if (lut.Is3D() && lut.InputShaper() != nullptr) return Tincta::kLUTKind1D3D.data();
-  if (lut.Is3D()) return Tincta::kLUTKind3D.data();
-  return Tincta::kLUTKind1D.data();
-}
-
 }  // namespace
 
 int ApplyLUTOnCPU(const FrameRef& source, const std::shared_ptr<void>& lut, FrameRef& destination) {
@@ -170,34 +163,30 @@ int ApplyLUTOnCPU(const FrameRef& source, const std::shared_ptr<void>& lut, Fram
   const auto inFrame = WrapFrame(inBlock, in, width, height);
   const auto outFrame = WrapFrame(outBlock, out, width, height);
 
-  const char* kind = LUTKind(*table);
-  const COv3DLUT& domain = table->InputShaper() ? *table->InputShaper() : *table;
+  const Tincta::ELUTKind kind = Tincta::LUTKindOf(*table);
+  const char* kindName = Tincta::LUTKindName(kind).data();
   const auto parameters = std::make_shared<Tincta::COvScriptParser>();
-  parameters->bSetParameter("__scale1.x", domain.TextureScale()[0]);
-  parameters->bSetParameter("__scale1.y", domain.TextureScale()[1]);
-  parameters->bSetParameter("__scale1.z", domain.TextureScale()[2]);
-  parameters->bSetParameter("__scale1.w", 1.0);
-  parameters->bSetParameter("__offset1.x", domain.TextureOffset()[0]);
-  parameters->bSetParameter("__offset1.y", domain.TextureOffset()[1]);
-  parameters->bSetParameter("__offset1.z", domain.TextureOffset()[2]);
-  parameters->bSetParameter("__offset1.w", 0.0);
+  for (const Tincta::SDomainParameter& parameter :
+       Tincta::DomainParameters(Tincta::DomainMappingOf(*table))) {
+    parameters->bSetParameter(parameter.name, parameter.value);
+  }
 
   Tincta::COvCPUCompositingEngine engine;
   engine.SetFrameBufferColorSpace(source->GetColorSpace());
   // The renderer reads red first; a source already in the working layout keeps the exchange.
   engine.SetRedBlueExchange(true);
-  const bool shaped = std::string_view(kind) == Tincta::kLUTKind1D3D;
+  const Tincta::SLUTTextureUnits units = Tincta::LUTTextureUnits(kind);
   const uint32_t size = table->Size();
   // Upload results are not checked: a refused table leaves its unit empty, and the rendering
   // then fails.
-  engine.bUploadTexture(shaped ? 2 : 1, size, size, size,
+  engine.bUploadTexture(units.table, size, size, size,
                         table->Is3D() ? Tincta::kTexture3D : Tincta::kTexture1D, 4, table->Table(),
                         false);
-  if (shaped) {
+  if (kind == Tincta::ELUTKind::k1D3D) {
     const COv3DLUT& shaper = *table->InputShaper();
     // Described as a cube of its size; the program reads it 1-D over its width.
-    engine.bUploadTexture(1, shaper.Size(), shaper.Size(), shaper.Size(), Tincta::kTexture3D, 4,
-                          shaper.Table(), false);
+    engine.bUploadTexture(units.shaper, shaper.Size(), shaper.Size(), shaper.Size(),
+                          Tincta::kTexture3D, 4, shaper.Table(), false);
   }
 
   for (uint32_t first = 0; first < height; first += stripRows) {
@@ -206,8 +195,8 @@ int ApplyLUTOnCPU(const FrameRef& source, const std::shared_ptr<void>& lut, Fram
         Convert(sourcePixels, sourceCode, in, host::kIRFormat_BGRA_32f, width, first, rows) != 0) {
       return kResultConversionFailed;
     }
-    if (!engine.bRender(outFrame.get(), inFrame.get(), &kind, 1, parameters.get(), false, 1.0f, 0,
-                        first, width, rows, nullptr)) {
+    if (!engine.bRender(outFrame.get(), inFrame.get(), &kindName, 1, parameters.get(), false, 1.0f,
+                        0, first, width, rows, nullptr)) {
       // A failed rendering exchanged nothing; the whole source is exchanged before anything is
       // rendered, so finish that here.
       SwapRedBlue(in, width, first, height);

@@ -12,7 +12,7 @@
 #include "engine/gpu/gpu_handle_cache.h"
 #include "engine/gpu/hw_compositing_engine.h"
 #include "engine/gpu/hw_texture.h"
-#include "engine/gpu/lut_binding_link.h"
+#include "engine/lut_binding.h"
 #include "foundation/heap_buffer.h"
 #include "host/gpu.h"
 #include "host/video_frame.h"
@@ -77,7 +77,7 @@ class CVariant {
         destination_(destination),
         engine_(device) {}
 
-  int Run(Tincta::gpu_binding::ELUTKind kind);
+  int Run(Tincta::ELUTKind kind);
 
  private:
   int BindSource();
@@ -145,8 +145,8 @@ int CVariant::Launch(uint32_t width, uint32_t height) {
   return launched;
 }
 
-int CVariant::Run(Tincta::gpu_binding::ELUTKind kind) {
-  using Tincta::gpu_binding::ELUTKind;
+int CVariant::Run(Tincta::ELUTKind kind) {
+  using Tincta::ELUTKind;
   const host::FrameBounds bounds = source_->GetBounds();
   operator_ = COvHwCompositingEngine::ChooseLUTOperator(texture_.Kind(),
                                                         texture_.InputShaper() != nullptr, method_);
@@ -219,7 +219,7 @@ int ApplyLUTOnGPU(const FrameRef& source, const std::shared_ptr<void>& lut,
 
   const TexturePtr texture(new COvHwTexture(table, device), Tincta::CustomDeleter<COvHwTexture>());
   CVariant variant(device, source, *texture, block->pointer, method, destination);
-  return variant.Run(Tincta::gpu_binding::LUTKindOf(table));
+  return variant.Run(Tincta::LUTKindOf(table));
 }
 
 }  // namespace CRANDLE::detail

@@ -6,11 +6,11 @@
 
 #include "api/apply_paths.h"
 #include "api/lut_handle.h"
-#include "api/lut_naming.h"
 #include "crandle/crandle.h"
 #include "foundation/utf16.h"
 #include "host/binary_data.h"
 #include "look/look_reference.h"
+#include "lut/lut_identifier.h"
 #include "lut/otx3_writer.h"
 
 namespace CRANDLE {
@@ -94,7 +94,7 @@ int GetLUTDisplayName(const std::shared_ptr<void>& lut, std::string& nameUtf8) {
   return Guarded([&] {
     const std::shared_ptr<void> held = lut;
     if (!held) return kResultEmptyArgument;
-    nameUtf8 = detail::DisplayNameOf(*detail::LUTOf(held));
+    nameUtf8 = Tincta::LUTDisplayName(*detail::LUTOf(held));
     return kResultOK;
   });
 }
@@ -103,7 +103,7 @@ Guid GetLUTIdentifier(const std::shared_ptr<void>& lut) {
   const std::shared_ptr<void> held = lut;
   if (!held) return Guid();
   try {
-    return detail::IdentifierOf(*detail::LUTOf(held));
+    return Tincta::LUTIdentifier(*detail::LUTOf(held));
   } catch (...) {
     return Guid();
   }

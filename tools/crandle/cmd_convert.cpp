@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "api/lut_handle.h"
 #include "commands.h"
 #include "crandle/crandle.h"
 #include "foundation/utf16.h"
@@ -82,8 +83,7 @@ int RunConvert(const SConvertOptions& options) {
       throw CConvertError(options.input + ": " + ResultCodeText(parsed) + ": " +
                           ParseFailureReason(options.input, parsed));
     }
-    // The tool carries the module's code, so the handle's object is the library's LUT type.
-    const auto& lut = *static_cast<const Tincta::COv3DLUT*>(handle.get());
+    const Tincta::COv3DLUT& lut = *CRANDLE::detail::LUTOf(handle);
     Tincta::COv3DLUT baked;
     const Tincta::COv3DLUT* table = &lut;
     if (options.size != 0) {

@@ -5,14 +5,13 @@
 #include <fstream>
 #include <system_error>
 
+#include "api/lut_handle.h"
 #include "crandle/crandle.h"
-#include "lut/lut3d.h"
 
 namespace crandle_tool {
 
 SLUTReport DescribeLUT(const std::shared_ptr<void>& lut) {
-  // The tool carries the module's code, so a handle's object is the library's own LUT type.
-  const auto& table = *static_cast<const Tincta::COv3DLUT*>(lut.get());
+  const Tincta::COv3DLUT& table = *CRANDLE::detail::LUTOf(lut);
   SLUTReport report;
   const bool hasShaper = table.InputShaper() != nullptr;
   report.kind = !table.Is3D() ? "1D" : hasShaper ? "1D3D" : "3D";

@@ -16,10 +16,10 @@
 #include "engine/cpu/readout_worker.h"
 #include "engine/cpu/script_parser.h"
 #include "host/pixel_format.h"
-#include "lut/lut3d.h"
 
 namespace Tincta {
 
+class COv3DLUT;
 class COvComplexFrameBuffer;
 
 /// Renders on the calling thread; the per-pixel work is not split over threads. One engine

@@ -31,8 +31,8 @@ bool bCheckTable(const COvCPUTextureUnits& units, uint32_t index, bool needsCube
 
 bool bReadMapping(const COvScriptParser* parameters, SLUTDomainMapping& mapping,
                   std::string& error) {
-  static constexpr const char* kScale[3] = {"__scale1.x", "__scale1.y", "__scale1.z"};
-  static constexpr const char* kOffset[3] = {"__offset1.x", "__offset1.y", "__offset1.z"};
+  const auto& kScale = kDomainScaleParameters;
+  const auto& kOffset = kDomainOffsetParameters;
   for (int c = 0; c < 3; ++c) {
     const std::optional<double> scale =
         parameters ? parameters->Parameter(kScale[c]) : std::nullopt;
@@ -91,35 +91,40 @@ bool bPrepareLUTProgram(EOvOperator op, const COvCPUTextureUnits& units,
                         const COvScriptParser* parameters, SOvLUTProgram& program,
                         std::string& error) {
   if (op == EOvOperator::Lut) {
-    if (units.Unit(1).IsLoaded() && bIsCube(units.Unit(2))) {
+    const SLUTTextureUnits shaped = LUTTextureUnits(ELUTKind::k1D3D);
+    if (units.Unit(shaped.shaper).IsLoaded() && bIsCube(units.Unit(shaped.table))) {
       op = EOvOperator::LUTProgram1D3D;
-    } else if (bIsCube(units.Unit(1))) {
+    } else if (bIsCube(units.Unit(LUTTextureUnits(ELUTKind::k3D).table))) {
       op = EOvOperator::LUTProgram3D;
     } else {
       op = EOvOperator::LUTProgram1D;
     }
   }
-  SOvLUTProgram bound;
-  bound.kind = op;
+  ELUTKind kind = ELUTKind::k1D;
   switch (op) {
     case EOvOperator::LUTProgram1D:
-      if (!bCheckTable(units, 1, false, kLUTKind1D, error)) return false;
-      bound.table = &units.Unit(1);
+      kind = ELUTKind::k1D;
       break;
     case EOvOperator::LUTProgram3D:
-      if (!bCheckTable(units, 1, true, kLUTKind3D, error)) return false;
-      bound.table = &units.Unit(1);
+      kind = ELUTKind::k3D;
       break;
     case EOvOperator::LUTProgram1D3D:
-      if (!bCheckTable(units, 1, false, kLUTKind1D3D, error)) return false;
-      if (!bCheckTable(units, 2, true, kLUTKind1D3D, error)) return false;
-      bound.shaper = &units.Unit(1);
-      bound.table = &units.Unit(2);
+      kind = ELUTKind::k1D3D;
       break;
     default:
       error = "not a LUT program";
       return false;
   }
+  const SLUTTextureUnits where = LUTTextureUnits(kind);
+  const std::string_view name = LUTKindName(kind);
+  SOvLUTProgram bound;
+  bound.kind = op;
+  if (kind == ELUTKind::k1D3D) {
+    if (!bCheckTable(units, where.shaper, false, name, error)) return false;
+    bound.shaper = &units.Unit(where.shaper);
+  }
+  if (!bCheckTable(units, where.table, kind != ELUTKind::k1D, name, error)) return false;
+  bound.table = &units.Unit(where.table);
   if (!bReadMapping(parameters, bound.mapping, error)) return false;
   program = bound;
   return true;

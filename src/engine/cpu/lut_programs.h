@@ -33,8 +33,9 @@ struct SOvLUTProgram {
                      size_t pixels) const;
 };
 
-/// Binds the program named by `op` to `units` and `parameters`. "*lut" (`EOvOperator::Lut`)
-/// takes the program from the units: a cube in unit 2 behind a table in unit 1 is 1-D + 3-D, a
+/// Binds the program named by `op` to `units` and `parameters`, at the units and under the
+/// parameter names of engine/lut_binding.h. "*lut" (`EOvOperator::Lut`) takes the program from
+/// the units: a cube in unit 2 behind a table in unit 1 is 1-D + 3-D, a
 /// cube in unit 1 is 3-D, any other table in unit 1 is 1-D. False, with `error` saying why, when a
 /// unit the program reads is empty, holds a table of other than 4 channels or (for a cube) no
 /// 3-D table, or "__scale1" or "__offset1" lacks its x, y or z.

@@ -4,6 +4,8 @@
 
 #include <string_view>
 
+#include "engine/lut_binding.h"
+
 namespace Tincta {
 
 enum class EOvOperator {
@@ -39,10 +41,5 @@ struct SOvOperatorName {
 /// Recognises an operator name, without regard to case. A trailing "!" is taken off first and
 /// noted; "*opxform|" followed by anything names the "*opxform" operator.
 SOvOperatorName ParseOperatorName(std::string_view name);
-
-/// The LUT kind names that select the native LUT programs.
-inline constexpr std::string_view kLUTKind1D = "ORVANE.LUT.1D";
-inline constexpr std::string_view kLUTKind3D = "ORVANE.LUT.3D";
-inline constexpr std::string_view kLUTKind1D3D = "ORVANE.LUT.1D3D";
 
 }  // namespace Tincta

@@ -1,7 +1,7 @@
 #include "engine/gpu/hw_compositing_engine.h"
 
 #include "engine/gpu/gpu_handle_cache.h"
-#include "engine/gpu/lut_binding_link.h"
+#include "engine/lut_binding.h"
 
 namespace Tincta {
 namespace {
@@ -39,7 +39,7 @@ SHwLUTOperator COvHwCompositingEngine::ChooseLUTOperator(uint32_t kind, bool has
 
 SHwLUTConstants COvHwCompositingEngine::LUTConstants(const COv3DLUT& lut,
                                                      host::LUTInterpolationMethod method) {
-  const gpu_binding::SDomainMapping mapping = gpu_binding::DomainMappingOf(lut);
+  const SDomainMapping mapping = DomainMappingOf(lut);
   SHwLUTConstants constants;
   // Frames on a device are blue first; the rows follow them, so no pixel is reordered.
   constants.values = {mapping.scale[2],
@@ -68,16 +68,9 @@ int COvHwCompositingEngine::PrepareLUTOperator(const COvHwTexture& texture,
                                                SHwLUTOperator& chosen,
                                                const host::GPUKernel*& kernel) {
   chosen = ChooseLUTOperator(texture.Kind(), texture.InputShaper() != nullptr, method);
-  const gpu_binding::SDomainMapping mapping = gpu_binding::DomainMappingOf(texture);
-  static constexpr const char* kScale[4] = {"__scale1.x", "__scale1.y", "__scale1.z", "__scale1.w"};
-  static constexpr const char* kOffset[4] = {"__offset1.x", "__offset1.y", "__offset1.z",
-                                             "__offset1.w"};
-  for (int c = 0; c < 3; ++c) {
-    parameters_->bSetParameter(kScale[c], mapping.scale[c]);
-    parameters_->bSetParameter(kOffset[c], mapping.offset[c]);
-  }
-  parameters_->bSetParameter(kScale[3], 1.0);
-  parameters_->bSetParameter(kOffset[3], 0.0);
+  const SDomainMapping mapping = DomainMappingOf(texture);
+  for (const SDomainParameter& parameter : DomainParameters(mapping))
+    parameters_->bSetParameter(parameter.name, parameter.value);
   if (chosen.tetrahedral) {
     const double size = mapping.size;
     parameters_->bSetParameter("__textureSize.x", size);

@@ -1,5 +1,6 @@
 // Format conversions of the complex frame buffer: the converting copy, copy conversion and
-// conversion in place.
+// conversion in place. They are the frame buffer's members but live with the converters, whose
+// list they need, so that frame buffers never reach up to the converters.
 #include <cstring>
 #include <new>
 

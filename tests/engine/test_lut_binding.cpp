@@ -1,0 +1,86 @@
+// The binding from a LUT to the engines: kind, texture units and domain mapping, with expected
+// values worked out by hand from domains whose scale and offset are exact in binary.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <memory>
+#include <string>
+
+#include "engine/lut_binding.h"
+#include "lut/lut3d.h"
+
+namespace crandle_test {
+namespace {
+
+using namespace Tincta;
+
+// A table of `size` entries (or size^3) over min..max per channel (alpha 0..1).
+std::shared_ptr<COv3DLUT> Table(uint32_t size, bool is3D, const std::array<float, 3>& min,
+                                const std::array<float, 3>& max) {
+  auto lut = std::make_shared<COv3DLUT>();
+  EXPECT_TRUE(lut->Allocate(size, is3D));
+  lut->SetDomain({min[0], min[1], min[2], 0.0f}, {max[0], max[1], max[2], 1.0f});
+  return lut;
+}
+
+// Scale (1 - 1/n) / (max - min) and offset 0.5/n - scale x min, worked out per channel:
+//   4 entries over R 0..1, G -1..3, B 0..0.5: scale 0.75, 0.1875, 1.5; offset 0.125, 0.3125, 0.125
+//   2 entries over R 0..1, G 0..2, B -2..2:   scale 0.5, 0.25, 0.125;  offset 0.25, 0.25, 0.5
+constexpr std::array<float, 3> kOwnMin = {0.0f, -1.0f, 0.0f}, kOwnMax = {1.0f, 3.0f, 0.5f};
+constexpr std::array<float, 3> kOwnScale = {0.75f, 0.1875f, 1.5f};
+constexpr std::array<float, 3> kOwnOffset = {0.125f, 0.3125f, 0.125f};
+constexpr std::array<float, 3> kShaperMin = {0.0f, 0.0f, -2.0f}, kShaperMax = {1.0f, 2.0f, 2.0f};
+constexpr std::array<float, 3> kShaperScale = {0.5f, 0.25f, 0.125f};
+constexpr std::array<float, 3> kShaperOffset = {0.25f, 0.25f, 0.5f};
+
+TEST(LUTBinding, KindUnitsAndDomainOfEveryShape) {
+  struct SCase {
+    const char* what;
+    bool is3D, shaped;
+    ELUTKind kind;
+    std::string name;
+    uint32_t tableUnit, shaperUnit;
+    std::array<float, 3> scale, offset;
+  };
+  const SCase cases[] = {
+      {"1-D", false, false, ELUTKind::k1D, "ORVANE.LUT.1D", 1, 0, kOwnScale, kOwnOffset},
+      // A 1-D LUT's shaper does not make it shaped, but its domain is the one that maps.
+      {"1-D with a shaper", false, true, ELUTKind::k1D, "ORVANE.LUT.1D", 1, 0, kShaperScale,
+       kShaperOffset},
+      {"3-D", true, false, ELUTKind::k3D, "ORVANE.LUT.3D", 1, 0, kOwnScale, kOwnOffset},
+      {"3-D with a shaper", true, true, ELUTKind::k1D3D, "ORVANE.LUT.1D3D", 2, 1, kShaperScale,
+       kShaperOffset},
+  };
+  for (const SCase& c : cases) {
+    SCOPED_TRACE(c.what);
+    const auto lut = Table(4, c.is3D, kOwnMin, kOwnMax);
+    if (c.shaped) lut->SetInputShaper(Table(2, false, kShaperMin, kShaperMax));
+
+    const ELUTKind kind = LUTKindOf(*lut);
+    EXPECT_EQ(kind, c.kind);
+    EXPECT_EQ(std::string(LUTKindName(kind).data()), c.name);  // usable as C text
+    EXPECT_EQ(LUTTextureUnits(kind).table, c.tableUnit);
+    EXPECT_EQ(LUTTextureUnits(kind).shaper, c.shaperUnit);
+
+    const SDomainMapping mapping = DomainMappingOf(*lut);
+    EXPECT_EQ(mapping.scale, c.scale);
+    EXPECT_EQ(mapping.offset, c.offset);
+    EXPECT_EQ(mapping.size, 4u);  // the LUT's own edge, never the shaper's
+    EXPECT_EQ(mapping.ScaleBGRA(), (std::array<float, 4>{c.scale[2], c.scale[1], c.scale[0], 1}));
+    EXPECT_EQ(mapping.OffsetBGRA(),
+              (std::array<float, 4>{c.offset[2], c.offset[1], c.offset[0], 0}));
+
+    const auto parameters = DomainParameters(mapping);
+    const char* const names[8] = {"__scale1.x",  "__scale1.y",  "__scale1.z",  "__scale1.w",
+                                  "__offset1.x", "__offset1.y", "__offset1.z", "__offset1.w"};
+    const double values[8] = {c.scale[0],  c.scale[1],  c.scale[2],  1.0,
+                              c.offset[0], c.offset[1], c.offset[2], 0.0};
+    for (int i = 0; i < 8; ++i) {
+      EXPECT_STREQ(parameters[i].name, names[i]);
+      EXPECT_EQ(parameters[i].value, values[i]) << names[i];
+    }
+  }
+}
+
+}  // namespace
+}  // namespace crandle_test
