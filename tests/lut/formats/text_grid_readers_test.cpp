@@ -11,7 +11,6 @@ namespace {
 
 using Tincta::COv3DLUT;
 using Tincta::ELUTKindFilter;
-using Tincta::EReadOutcome;
 using Tincta::EShaperLineOutcome;
 using Tincta::Vec4;
 
@@ -112,7 +111,7 @@ TEST_F(TextGrids, BrokenFilesFailAndLeaveNothing) {
   std::string foreignLine = mesh;
   foreignLine.insert(mesh.find('\n', mesh.find("Mesh")) + 20, "\n1 2\n");
   const auto kNot = EReadOutcome::NotThisFormat;
-  const auto truelight = Tincta::ReadTruelight, meshReader = Tincta::ReadMesh;
+  const Reader truelight = "Truelight", meshReader = "mesh";
   const struct {
     Reader reader;
     std::string text;
