@@ -15,6 +15,7 @@
 #include "engine/convert/convert_kernels.h"
 #include "engine/convert/converter_list.h"
 #include "engine/convert/optimized_frame_buffer_converter.h"
+#include "engine/cpu/cpu_kernels.h"
 #include "foundation/cpu_features.h"
 #include "support/frame_buffer_helpers.h"
 
@@ -69,7 +70,7 @@ std::vector<const SConvertKernels*> Tables() {
   const SProcessorFeatures hardware = DetectProcessorFeatures(nullptr);
   std::vector<const SConvertKernels*> tables;
   if (hardware.sse41) tables.push_back(&ConvertKernelsSse41());
-  if (hardware.Use256BitKernels()) tables.push_back(&ConvertKernelsAvx2());
+  if (SimdTierOf(hardware) == ESimdTier::kAVX2) tables.push_back(&ConvertKernelsAvx2());
   return tables;
 }
 
@@ -324,12 +325,12 @@ TEST(RoundTrip, EveryPrecisionWithinItsQuantisation) {
     }
 }
 
-// The resolver picks the record's tier. Threads that resolve the slots, share one block and build
-// a conversion table at once get the bytes of a serial run and leave the count as it was.
+// The resolver picks the process's tier, the one the CPU engine runs too. Threads that resolve the
+// slots, share one block and build a conversion table at once get the bytes of a serial run and
+// leave the count as it was.
 TEST(Concurrency, ResolverSharedBlocksAndTablesFromManyThreads) {
   if (!bConvertKernelsAvailable()) GTEST_SKIP() << "no SSE4.1";
-  EXPECT_STREQ(SelectedConvertKernelsName(),
-               ProcessorFeatures().Use256BitKernels() ? "avx2" : "sse4.1");
+  EXPECT_STREQ(SelectedConvertKernelsName(), ActiveCPUKernels().name);
   const auto source = FloatPicture(RandomLines(64, 4, 3));
   const auto run = [&] {
     const COvComplexFrameBuffer share(*source);
