@@ -5,7 +5,9 @@
 //
 // The steps run strip by strip (a few rows at a time, every step in order on each strip), so
 // that the rows a step has just written are still in the cache when the next step reads them:
-// a frame then crosses the memory bus about once each way instead of once per step. The two
+// a frame then crosses the memory bus about once each way instead of once per step. A frame in
+// another format is converted through a working frame of one strip, used again for every strip,
+// so that the converted pixels never leave the cache. The two
 // exchanges are the renderer's own (SetRedBlueExchange), which folds them into the LUT program's
 // pass over the pixels. What ends up in the frames is the same as running each step over the
 // whole frame in turn, failures included.
@@ -36,9 +38,12 @@ using Tincta::COvComplexFrameBuffer;
 using Tincta::COvSharedBuffer;
 
 constexpr size_t kWorkingPixelBytes = 16;
-// Bytes of working-layout pixels per strip: the source's and the destination's strips and a
-// mid-sized cube together stay within a core's second-level cache.
-constexpr size_t kStripBytes = 512 * 1024;
+// Bytes of working-layout pixels per strip where a side is converted: the source's and the
+// destination's strips and much of a mid-sized cube together stay within a core's second-level
+// cache. Frames in the working layout take one pass whatever the strip, so theirs are larger:
+// fewer renderings to set up, each still within the last-level cache.
+constexpr size_t kConvertedStripBytes = 128 * 1024;
+constexpr size_t kWorkingStripBytes = 4 * 1024 * 1024;
 
 // A frame's pixels as this path reads them.
 struct SPixels {
@@ -72,11 +77,15 @@ void SwapRedBlue(const SPixels& pixels, uint32_t width, uint32_t first, uint32_t
   }
 }
 
-// `rows` rows from row `first` on, as a conversion sees them.
+// The pixels from row `first` on.
+SPixels RowsFrom(const SPixels& pixels, uint32_t first) {
+  return SPixels{pixels.base + size_t(first) * pixels.rowBytes, pixels.rowBytes};
+}
+
 int Convert(const SPixels& from, int fromCode, const SPixels& to, int toCode, uint32_t width,
-            uint32_t first, uint32_t rows) {
-  return host::IR_Convert(from.base + first * from.rowBytes, from.rowBytes, fromCode,
-                          to.base + first * to.rowBytes, to.rowBytes, toCode, width, rows, 4);
+            uint32_t rows) {
+  return host::IR_Convert(from.base, from.rowBytes, fromCode, to.base, to.rowBytes, toCode, width,
+                          rows, 4);
 }
 
 using SharedBlock = std::shared_ptr<COvSharedBuffer>;
@@ -131,37 +140,40 @@ int ApplyLUTOnCPU(const FrameRef& source, const std::shared_ptr<void>& lut, Fram
   const uint32_t stripRows =
       width == 0 ? std::max<uint32_t>(height, 1)
                  : static_cast<uint32_t>(std::clamp<size_t>(
-                       kStripBytes / (size_t(width) * kWorkingPixelBytes), 1, height ? height : 1));
+                       (convertIn || convertOut ? kConvertedStripBytes : kWorkingStripBytes) /
+                           (size_t(width) * kWorkingPixelBytes),
+                       1, height ? height : 1));
 
+  // The working frames of converted sides hold one strip; a frame the host cannot make fails
+  // the call with its own result, as a whole working frame would.
+  const uint32_t workingRows = std::min(stripRows, height);
   int hostResult = 0;
-  FrameRef workingSource = source;
+  FrameRef workingSource;
+  SPixels in = sourcePixels;
   if (convertIn) {
-    FrameRef temporary;
-    hostResult = CreateWorkingFrame(source, width, height, temporary);
+    hostResult = CreateWorkingFrame(source, width, workingRows, workingSource);
     if (hostResult < 0) return hostResult;
-    workingSource = std::move(temporary);
+    in = PixelsOf(workingSource);
     // The first strip converts before anything else happens: a conversion fails on formats and
     // row bytes alone, so this is where a failure shows, with nothing else done yet.
     if (height != 0 &&
-        Convert(sourcePixels, sourceCode, PixelsOf(workingSource), host::kIRFormat_BGRA_32f, width,
-                0, std::min(stripRows, height)) != 0) {
+        Convert(sourcePixels, sourceCode, in, host::kIRFormat_BGRA_32f, width, workingRows) != 0) {
       return kResultConversionFailed;
     }
   }
-  FrameRef workingDestination = destination;
+  FrameRef workingDestination;
+  SPixels out = destinationPixels;
   if (convertOut) {
-    FrameRef temporary;
-    const int created = CreateWorkingFrame(destination, width, height, temporary);
+    const int created = CreateWorkingFrame(destination, width, workingRows, workingDestination);
     if (created < 0) return created;
     hostResult = created;
-    workingDestination = std::move(temporary);
+    out = PixelsOf(workingDestination);
   }
-  const SPixels in = convertIn ? PixelsOf(workingSource) : sourcePixels;
-  const SPixels out = convertOut ? PixelsOf(workingDestination) : destinationPixels;
-  const SharedBlock inBlock = WrapBlock(in, height);
-  const SharedBlock outBlock = WrapBlock(out, height);
-  const auto inFrame = WrapFrame(inBlock, in, width, height);
-  const auto outFrame = WrapFrame(outBlock, out, width, height);
+  // A failure part way leaves the caller's source exchanged in full, as if the exchange had run
+  // over the whole frame before the rendering.
+  auto finishExchange = [&](uint32_t first) {
+    if (!convertIn) SwapRedBlue(sourcePixels, width, first, height);
+  };
 
   const Tincta::ELUTKind kind = Tincta::LUTKindOf(*table);
   const char* kindName = Tincta::LUTKindName(kind).data();
@@ -192,19 +204,25 @@ int ApplyLUTOnCPU(const FrameRef& source, const std::shared_ptr<void>& lut, Fram
   for (uint32_t first = 0; first < height; first += stripRows) {
     const uint32_t rows = std::min(stripRows, height - first);
     if (convertIn && first != 0 &&
-        Convert(sourcePixels, sourceCode, in, host::kIRFormat_BGRA_32f, width, first, rows) != 0) {
+        Convert(RowsFrom(sourcePixels, first), sourceCode, in, host::kIRFormat_BGRA_32f, width,
+                rows) != 0) {
       return kResultConversionFailed;
     }
+    const SPixels stripIn = convertIn ? in : RowsFrom(in, first);
+    const SPixels stripOut = convertOut ? out : RowsFrom(out, first);
+    const SharedBlock inBlock = WrapBlock(stripIn, rows);
+    const SharedBlock outBlock = WrapBlock(stripOut, rows);
+    const auto inFrame = WrapFrame(inBlock, stripIn, width, rows);
+    const auto outFrame = WrapFrame(outBlock, stripOut, width, rows);
     if (!engine.bRender(outFrame.get(), inFrame.get(), &kindName, 1, parameters.get(), false, 1.0f,
-                        0, first, width, rows, nullptr)) {
-      // A failed rendering exchanged nothing; the whole source is exchanged before anything is
-      // rendered, so finish that here.
-      SwapRedBlue(in, width, first, height);
+                        0, 0, width, rows, nullptr)) {
+      // A failed rendering exchanged nothing.
+      finishExchange(first);
       return kResultLUTFailed;
     }
-    if (convertOut && Convert(out, host::kIRFormat_BGRA_32f, destinationPixels, destinationCode,
-                              width, first, rows) != 0) {
-      SwapRedBlue(in, width, first + rows, height);
+    if (convertOut && Convert(out, host::kIRFormat_BGRA_32f, RowsFrom(destinationPixels, first),
+                              destinationCode, width, rows) != 0) {
+      finishExchange(first + rows);
       return kResultConversionFailed;
     }
   }

@@ -3,9 +3,16 @@
 #include <cstring>
 #include <new>
 
+#if defined(__linux__)
+#include <sys/mman.h>
+#include <unistd.h>
+#endif
+
 namespace Tincta {
 
-COvHeapBuffer::~COvHeapBuffer() { Free(); }
+COvHeapBuffer::~COvHeapBuffer() {
+  Free();
+}
 
 bool COvHeapBuffer::Allocate(size_t bytes, size_t alignment) {
   if (alignment < kDefaultAlignment || (alignment & (alignment - 1)) != 0) return false;
@@ -51,6 +58,24 @@ void COvHeapBuffer::Free() {
   start_ = data_ = nullptr;
   size_ = 0;
   owned_ = false;
+}
+
+void HintLargePages(void* memory, size_t bytes) {
+#if defined(__linux__)
+  constexpr uintptr_t kLargePage = 2 * 1024 * 1024;
+  if (memory == nullptr || bytes < 2 * kLargePage) return;
+  // Only whole pages of the block are advised: the pages at its ends may hold other allocations.
+  const long pageSize = sysconf(_SC_PAGESIZE);
+  if (pageSize <= 0) return;
+  const auto page = static_cast<uintptr_t>(pageSize);
+  const auto start = reinterpret_cast<uintptr_t>(memory);
+  const uintptr_t first = (start + page - 1) / page * page;
+  const uintptr_t end = (start + bytes) / page * page;
+  if (end > first) madvise(reinterpret_cast<void*>(first), end - first, MADV_HUGEPAGE);
+#else
+  (void)memory;
+  (void)bytes;
+#endif
 }
 
 }  // namespace Tincta

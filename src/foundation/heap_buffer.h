@@ -81,4 +81,9 @@ struct CustomDeleter {
   }
 };
 
+/// Asks the system to back the whole pages of a large block that nothing has touched yet with
+/// large pages, so that filling it takes a few hundred page faults instead of one per 4 KiB.
+/// Only a hint: where the system has no such pages, or the block is small, nothing changes.
+void HintLargePages(void* memory, size_t bytes);
+
 }  // namespace Tincta

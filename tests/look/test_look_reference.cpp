@@ -74,6 +74,13 @@ TEST(LookGrid, ConversionAgainstADirectComputation) {
       {.name = "axes, scale and bias", .n = 5, .divisor = 1000, .scale = 0.5f, .bias = -0.125f},
       {.name = "divisor 0 acts as 1", .n = 3, .divisor = 0, .scale = 0.001f, .bias = 0.25f},
       {.name = "full scale is exactly 1", .n = 17, .fullScale = true},
+      // Large enough for the converted-sample table, with a last block of k shorter than the rest.
+      {.name = "every point of a mid-sized grid",
+       .n = 45,
+       .divisor = 4093,
+       .scale = 1.7f,
+       .bias = -0.3f},
+      {.name = "mid-sized grid, divisor 0", .n = 33, .divisor = 0, .scale = 3e-5f},
   };
   for (const SCase& c : cases) {
     SGridLayout layout{c.n, c.dataOffset, c.divisor, c.scale, c.bias, Mixed};
@@ -95,7 +102,7 @@ TEST(LookGrid, ConversionAgainstADirectComputation) {
     EXPECT_EQ(std::memcmp(image.get(), header, 40), 0) << c.name;
     // Red, the grid's slowest index, is the image's fastest. Large grids are probed every 23rd
     // point, which takes in both ends.
-    const uint32_t step = n > 17 ? 23 : 1;
+    const uint32_t step = n > 64 ? 23 : 1;
     for (uint32_t b = 0; b < n; b += step)
       for (uint32_t g = 0; g < n; g += step)
         for (uint32_t r = 0; r < n; r += step) {
