@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "cli_runner.h"
+#include "support/cli_runner.h"
 
 namespace crandle_test {
 namespace {
