@@ -1,7 +1,7 @@
 // The LUT kernels' formulas (lut_kernel_math.h, compiled here as host C++) against the
-// double-precision model, on every LUT kind, both cube methods and every frame format; the
-// constant block and the kernel parameters of the GPU operators against values worked out by
-// hand; the transposed table copy.
+// double-precision model, on every LUT kind, both cube methods and every frame format; the GPU
+// operators' kernel choice and parameters against values worked out by hand; device textures
+// loaded from files and their registry; the transposed table copy.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -14,10 +14,13 @@
 
 #include "engine/gpu/hw_compositing_engine.h"
 #include "engine/gpu/hw_texture.h"
-#include "engine/gpu/lut_kernel_model.h"
 #include "host/log.h"
+#include "host/pixel_convert.h"
 #include "lut/lut3d.h"
 #include "lut_kernel_math.h"
+#include "support/lut_kernel_model.h"
+#include "support/lut_samples.h"
+#include "support/temp_dir.h"
 
 namespace crandle_test {
 namespace {
@@ -26,279 +29,43 @@ using host::LUTInterpolationMethod;
 using Tincta::COv3DLUT;
 using Tincta::Vec4;
 
-// Smooth, mildly non-linear, with cross-talk: a colour transform such as a LUT holds.
-void Transform(const double* in, double* out) {
-  out[0] = 0.8 * std::pow(std::fabs(in[0]), 0.9) + 0.1 * in[1] + 0.05;
-  out[1] = 0.9 * in[1] * in[1] * 0.5 + 0.45 * in[1] + 0.1 * in[2];
-  out[2] = 0.7 * std::sin(1.2 * in[2]) + 0.1 * in[0];
-}
-
-std::shared_ptr<COv3DLUT> MakeCube(uint32_t n, Vec4 min, Vec4 max) {
-  auto lut = std::make_shared<COv3DLUT>();
-  EXPECT_TRUE(lut->Allocate(n, true));
-  lut->SetDomain(min, max);
-  float* e = lut->Table();
-  for (uint32_t i = 0; i < n * n * n; ++i) {
-    const double node[3] = {double(i % n) / (n - 1), double(i / n % n) / (n - 1),
-                            double(i / (n * n)) / (n - 1)};
-    double out[3];
-    Transform(node, out);
-    for (int c = 0; c < 3; ++c)
-      *e++ = float(out[c]);
-    *e++ = 1.0f;
-  }
-  return lut;
-}
-
-// Per channel a different curve; `texture` makes the outputs texture coordinates of a cube (a
-// shaper), else values.
-std::shared_ptr<COv3DLUT> MakeCurves(uint32_t n, Vec4 min, Vec4 max, bool texture) {
-  auto lut = std::make_shared<COv3DLUT>();
-  EXPECT_TRUE(lut->Allocate(n, false));
-  lut->SetDomain(min, max);
-  for (uint32_t i = 0; i < n; ++i) {
-    const double t = double(i) / (n - 1);
-    const double curve[3] = {std::pow(t, 0.45), t * t, 0.5 * t + 0.5 * std::sqrt(t)};
-    for (int c = 0; c < 3; ++c)
-      lut->Table()[4 * i + c] = float(texture ? 0.02 + 0.96 * curve[c] : 1.2 * curve[c] - 0.1);
-    lut->Table()[4 * i + 3] = 1.0f;
-  }
-  return lut;
-}
-
-struct SLUTCase {
-  const char* name;
-  EModelKind kind;
-  uint32_t size;
-  uint32_t shaperSize;
-  Vec4 min, max;
-};
-
-const SLUTCase kLUTCases[] = {
-    {"1D_4096", EModelKind::k1D, 4096, 0, {0, 0, 0, 0}, {1, 1, 1, 1}},
-    {"1D_17_domain", EModelKind::k1D, 17, 0, {-0.25f, 0, 0.1f, 0}, {1.5f, 2, 0.9f, 1}},
-    {"1D_2", EModelKind::k1D, 2, 0, {0, 0, 0, 0}, {1, 1, 1, 1}},
-    {"3D_2", EModelKind::k3D, 2, 0, {0, 0, 0, 0}, {1, 1, 1, 1}},
-    {"3D_17", EModelKind::k3D, 17, 0, {0, 0, 0, 0}, {1, 1, 1, 1}},
-    {"3D_33_domain", EModelKind::k3D, 33, 0, {-0.1f, 0.05f, 0, 0}, {1.2f, 0.95f, 4, 1}},
-    {"1D3D_1024_17", EModelKind::k1D3D, 17, 1024, {0, 0, 0, 0}, {1, 1, 1, 1}},
-    {"1D3D_domain", EModelKind::k1D3D, 9, 256, {-0.5f, 0, 0, 0}, {2, 1, 6, 1}},
-};
-
-struct SBuilt {
-  std::shared_ptr<COv3DLUT> lut;
-  SModelLUT model;
-  double low = 0, high = 0;  // range of the outputs the tables can give
-};
-
-SBuilt Build(const SLUTCase& lutCase, bool tetrahedral) {
-  const SLUTCase& c = lutCase;
-  SBuilt built;
-  if (c.kind == EModelKind::k1D) {
-    built.lut = MakeCurves(c.size, c.min, c.max, false);
-  } else {
-    // Behind a shaper the cube's domain does not matter: the shaper's holds.
-    built.lut = MakeCube(c.size, c.kind == EModelKind::k3D ? c.min : Vec4{0, 0, 0, 0},
-                         c.kind == EModelKind::k3D ? c.max : Vec4{1, 1, 1, 1});
-    if (c.kind == EModelKind::k1D3D) {
-      built.lut->SetInputShaper(MakeCurves(c.shaperSize, c.min, c.max, true));
-    }
-  }
-  const COv3DLUT& domain = built.lut->InputShaper() ? *built.lut->InputShaper() : *built.lut;
-  SModelLUT& m = built.model;
-  m.kind = c.kind;
-  m.tetrahedral = tetrahedral;
-  m.table = built.lut->Table();
-  m.size = built.lut->Size();
-  if (const COv3DLUT* shaper = built.lut->InputShaper()) {
-    m.shaper = shaper->Table();
-    m.shaperSize = shaper->Size();
-  }
-  // The model reads the LUT's red-first vectors and turns them blue first itself.
-  for (int lane = 0; lane < 4; ++lane) {
-    const int rgba = lane < 3 ? 2 - lane : 3;
-    m.scale[lane] = domain.TextureScale()[rgba];
-    m.offset[lane] = domain.TextureOffset()[rgba];
-  }
-  built.low = built.high = built.lut->Table()[0];
-  for (size_t i = 0; i < built.lut->EntryCount(); ++i)
-    for (int channel = 0; channel < 3; ++channel) {
-      built.low = std::min<double>(built.low, built.lut->Table()[4 * i + channel]);
-      built.high = std::max<double>(built.high, built.lut->Table()[4 * i + channel]);
-    }
-  return built;
-}
-
-// Input values in domain units for channel c: the domain's ends, the grid nodes near them,
-// beyond them, NaN, then random values over a little more than the domain.
-std::vector<double> Inputs(const SLUTCase& c, int channel, size_t count, std::mt19937& rng) {
-  const double lo = c.min[channel], hi = c.max[channel], span = hi - lo;
-  const uint32_t n = c.kind == EModelKind::k1D3D ? c.shaperSize : c.size;
-  std::vector<double> v = {lo,
-                           hi,
-                           lo + span / (n - 1),
-                           hi - span / (n - 1),
-                           lo + span * 0.5,
-                           lo - span,
-                           hi + span,
-                           std::numeric_limits<double>::quiet_NaN()};
-  std::uniform_real_distribution<double> value(lo - 0.1 * span, hi + 0.1 * span);
-  while (v.size() < count)
-    v.push_back(value(rng));
-  return v;
-}
-
-struct SFrame {
-  uint32_t bits;
-  uint32_t width, height;
-  size_t rowBytes;
-  std::vector<uint8_t> bytes;
-  SFrame(uint32_t b, uint32_t w, uint32_t h)
-      : bits(b), width(w), height(h), rowBytes(size_t(w + 3) * b / 2), bytes(rowBytes * h, 0) {}
-  double Top() const { return bits == 8 ? 255 : 65535; }
-  // Stores `v` (in [0, 1] units for integer formats) and returns what the frame now holds.
-  double Put(uint32_t x, uint32_t y, int c, double v) {
-    uint8_t* p = bytes.data() + y * rowBytes + x * (bits / 2) + c * (bits / 8);
-    if (bits == 32) {
-      const float f = float(v);
-      std::memcpy(p, &f, 4);
-      return f;
-    }
-    const double q = ModelQuantize(v, Top());
-    if (bits == 8)
-      *p = uint8_t(q);
-    else {
-      const uint16_t s = uint16_t(q);
-      std::memcpy(p, &s, 2);
-    }
-    return q / Top();
-  }
-  double Get(uint32_t x, uint32_t y, int c) const {
-    const uint8_t* p = bytes.data() + y * rowBytes + x * (bits / 2) + c * (bits / 8);
-    if (bits == 32) {
-      float f;
-      std::memcpy(&f, p, 4);
-      return f;
-    }
-    if (bits == 8) return *p;
-    uint16_t s;
-    std::memcpy(&s, p, 2);
-    return s;
-  }
-};
-
-class LUTKernelMathTest : public testing::TestWithParam<std::tuple<SLUTCase, bool, uint32_t>> {};
+class LUTKernelMathTest : public testing::TestWithParam<std::tuple<SModelCase, bool, uint32_t>> {};
 
 TEST_P(LUTKernelMathTest, PixelsFollowTheModel) {
   const auto& [c, tetrahedral, bits] = GetParam();
-  const SBuilt built = Build(c, tetrahedral);
-  const auto method =
-      tetrahedral ? LUTInterpolationMethod::Tetrahedral : LUTInterpolationMethod::Trilinear;
-  const Tincta::SHwLUTConstants constants =
-      Tincta::COvHwCompositingEngine::LUTConstants(*built.lut, method);
+  const auto lut = BuildModelCase(c);
+  const SModelLUT model = ModelOf(*lut, tetrahedral);
+  const Tincta::SHwLUTConstants constants = Tincta::COvHwCompositingEngine::LUTConstants(
+      *lut, tetrahedral ? LUTInterpolationMethod::Tetrahedral : LUTInterpolationMethod::Trilinear);
 
-  std::mt19937 rng(7 + bits);
   const uint32_t width = 64, height = 8;
-  SFrame source(bits, width, height), destination(bits, width, height);
-  std::vector<double> in[3];
-  for (int channel = 0; channel < 3; ++channel)
-    in[channel] = Inputs(c, 2 - channel, size_t(width) * height, rng);
-  // Channels are shifted against each other so that each one's edges meet the others' randoms.
-  for (uint32_t i = 0; i < width * height; ++i) {
-    const uint32_t x = i % width, y = i / width;
-    for (int channel = 0; channel < 3; ++channel) {
-      double v = in[channel][(i + 5 * channel) % in[channel].size()];
-      // Integer frames hold [0, 1]: their inputs are domain-relative.
-      if (bits != 32) {
-        const int rgb = 2 - channel;
-        v = (v - c.min[rgb]) / (c.max[rgb] - c.min[rgb]);
-        if (std::isnan(v)) v = 0.5;
-      }
-      source.Put(x, y, channel, v);
-    }
-    source.Put(x, y, 3, 0.25 + 0.5 * (i % 3));
-  }
+  const size_t rowBytes = size_t(width + 3) * bits / 2;  // rows with a gap after them
+  std::vector<uint8_t> source(rowBytes * height), destination(rowBytes * height);
+  const SPixelRows in{source.data(), rowBytes, bits, width, height};
+  const SPixelRows out{destination.data(), rowBytes, bits, width, height};
+  FillModelSource(c, in, 7 + bits);
 
   const int kind = c.kind == EModelKind::k1D   ? CRANDLE_LUT_1D
                    : c.kind == EModelKind::k3D ? CRANDLE_LUT_3D
                                                : CRANDLE_LUT_1D3D;
-  const auto* table = reinterpret_cast<const crandle_uchar*>(built.model.table);
-  const auto* shaper = reinterpret_cast<const crandle_uchar*>(built.model.shaper);
-  const crandle_uint tableRowBytes = built.model.size * 16;
   for (uint32_t y = 0; y < height; ++y)
     for (uint32_t x = 0; x < width; ++x)
-      crandle_lut_pixel(kind, tetrahedral, source.bytes.data(), crandle_uint(source.rowBytes), bits,
-                        shaper, built.model.shaperSize, table, tableRowBytes, built.model.size,
-                        reinterpret_cast<const crandle_uchar*>(constants.values.data()),
-                        destination.bytes.data(), crandle_uint(destination.rowBytes / (bits / 2)),
-                        bits, x, y);
-
-  const double range = built.high - built.low;
-  const double tolerance = 2e-6 * range;
-  for (uint32_t y = 0; y < height; ++y)
-    for (uint32_t x = 0; x < width; ++x) {
-      Bgra pixel;
-      for (int channel = 0; channel < 4; ++channel)
-        pixel[channel] =
-            bits == 32 ? source.Get(x, y, channel) : source.Get(x, y, channel) / source.Top();
-      const Bgra want = ModelPixel(built.model, pixel);
-      for (int channel = 0; channel < 4; ++channel) {
-        const double got = destination.Get(x, y, channel);
-        if (bits == 32) {
-          ASSERT_NEAR(got, want[channel], channel == 3 ? 0.0 : tolerance)
-              << c.name << " at (" << x << ", " << y << ") channel " << channel;
-        } else {
-          // Exact, unless the model lies within the tolerance of a rounding boundary.
-          const double low = ModelQuantize(want[channel] - tolerance, source.Top());
-          const double high = ModelQuantize(want[channel] + tolerance, source.Top());
-          ASSERT_TRUE(got >= low && got <= high)
-              << c.name << " at (" << x << ", " << y << ") channel " << channel << ": " << got
-              << " for " << want[channel] * source.Top();
-        }
-      }
-    }
+      crandle_lut_pixel(kind, tetrahedral, source.data(), crandle_uint(rowBytes), bits,
+                        reinterpret_cast<const crandle_uchar*>(model.shaper), model.shaperSize,
+                        reinterpret_cast<const crandle_uchar*>(model.table), model.size * 16,
+                        model.size, reinterpret_cast<const crandle_uchar*>(constants.values.data()),
+                        destination.data(), crandle_uint(rowBytes / (bits / 2)), bits, x, y);
+  ExpectFollowsModel(model, 2e-6 * OutputRange(*lut), in, out, c.name);
 }
 
-// The top of the domain reads the last entry exactly, the bottom the first, as texel-centre
-// addressing does; the CPU engine's clamp below the last texel is not the kernels'.
 INSTANTIATE_TEST_SUITE_P(KindsMethodsFormats, LUTKernelMathTest,
-                         testing::Combine(testing::ValuesIn(kLUTCases), testing::Bool(),
+                         testing::Combine(testing::ValuesIn(kModelCases), testing::Bool(),
                                           testing::Values(8u, 16u, 32u)),
                          [](const auto& test) {
                            return std::string(std::get<0>(test.param).name) +
                                   (std::get<1>(test.param) ? "_tetrahedral_" : "_trilinear_") +
                                   std::to_string(std::get<2>(test.param));
                          });
-
-TEST(LUTKernelMath, DomainEndsReadTheEndEntriesExactly) {
-  for (const SLUTCase& c : kLUTCases)
-    for (bool tetrahedral : {false, true}) {
-      if (c.kind == EModelKind::k1D3D) continue;  // a shaper's ends are its own table's
-      const SBuilt built = Build(c, tetrahedral);
-      const auto constants = Tincta::COvHwCompositingEngine::LUTConstants(
-          *built.lut,
-          tetrahedral ? LUTInterpolationMethod::Tetrahedral : LUTInterpolationMethod::Trilinear);
-      SFrame source(32, 2, 1), destination(32, 2, 1);
-      for (int channel = 0; channel < 3; ++channel) {
-        source.Put(0, 0, channel, c.min[2 - channel]);
-        source.Put(1, 0, channel, c.max[2 - channel]);
-      }
-      const int kind = c.kind == EModelKind::k1D ? CRANDLE_LUT_1D : CRANDLE_LUT_3D;
-      for (uint32_t x = 0; x < 2; ++x)
-        crandle_lut_pixel(
-            kind, tetrahedral, source.bytes.data(), crandle_uint(source.rowBytes), 32, nullptr, 0,
-            reinterpret_cast<const crandle_uchar*>(built.model.table), built.model.size * 16,
-            built.model.size, reinterpret_cast<const crandle_uchar*>(constants.values.data()),
-            destination.bytes.data(), crandle_uint(destination.rowBytes / 16), 32, x, 0);
-      const uint32_t n = built.model.size;
-      const size_t lastEntry = c.kind == EModelKind::k1D ? n - 1 : size_t(n) * n * n - 1;
-      for (int channel = 0; channel < 3; ++channel) {
-        const int rgb = 2 - channel;
-        EXPECT_EQ(destination.Get(0, 0, channel), built.model.table[rgb]) << c.name;
-        EXPECT_EQ(destination.Get(1, 0, channel), built.model.table[4 * lastEntry + rgb]) << c.name;
-      }
-    }
-}
 
 // Operator choice and named parameters, as the GPU operators set them.
 TEST(HwCompositingEngine, ChoosesKernelsAndCodesByKindShaperAndMethod) {
@@ -333,9 +100,9 @@ TEST(HwCompositingEngine, ChoosesKernelsAndCodesByKindShaperAndMethod) {
 TEST(HwCompositingEngine, ParametersComeFromTheShaperAndSizesOnlyForTetrahedralCubes) {
   // Kernel loading needs a device; without one the operator fails as a missing kernel does.
   Tincta::COvHwCompositingEngine engine(nullptr);
-  auto cube = MakeCube(5, {0, 0, 0, 0}, {1, 1, 1, 1});
+  auto cube = SmoothCube(5, {0, 0, 0, 0}, {1, 1, 1, 1});
   // Shaper over [-1, 3] with 4 entries: scale (1 - 1/4) / 4 = 0.1875, offset 1/8 + 0.1875.
-  cube->SetInputShaper(MakeCurves(4, {-1, -1, -1, 0}, {3, 3, 3, 1}, true));
+  cube->SetInputShaper(SmoothCurves(4, {-1, -1, -1, 0}, {3, 3, 3, 1}, true));
   Tincta::COvHwTexture texture(*cube, nullptr);
   Tincta::SHwLUTOperator chosen;
   const host::GPUKernel* kernel = nullptr;
@@ -354,7 +121,7 @@ TEST(HwCompositingEngine, ParametersComeFromTheShaperAndSizesOnlyForTetrahedralC
   EXPECT_EQ(*p.Parameter("__textureSize.w"), 0.0);
 
   Tincta::COvHwCompositingEngine curves(nullptr);
-  Tincta::COvHwTexture oneD(*MakeCurves(8, {0, 0, 0, 0}, {1, 1, 1, 1}, false), nullptr);
+  Tincta::COvHwTexture oneD(*SmoothCurves(8, {0, 0, 0, 0}, {1, 1, 1, 1}, false), nullptr);
   curves.PrepareLUTOperator(oneD, LUTInterpolationMethod::Tetrahedral, chosen, kernel);
   EXPECT_EQ(chosen.module, "COMPOP_LUT1D");
   EXPECT_FALSE(curves.Parameters().Parameter("__textureSize.x").has_value());
@@ -385,6 +152,81 @@ TEST(HwTexture, TransposedCopyTurnsRowsOf1024TexelsIntoColumns) {
 
   ASSERT_TRUE(Tincta::bCopyTableForDevice(table.data(), 5, false, out));
   EXPECT_EQ(std::memcmp(out.data(), table.data(), 5 * 16), 0);
+  // The host's transpose refuses rows shorter than the texels they claim.
+  EXPECT_NE(host::IR_Transpose(table.data(), 47, out.data(), 32, 3, 2, 16), 0);
+  EXPECT_NE(host::IR_Transpose(nullptr, 48, out.data(), 32, 3, 2, 16), 0);
+}
+
+// Textures loaded from files: the kind filter, the kind a file decides, the registry key by
+// kind, the 1-D size limit; the registry keeps the latest of one key and loses each texture
+// with it. A texture over a loaded LUT borrows its table and leaves it intact.
+TEST(HwTexture, LoadsByKindRegistersUnderItsKeyAndBorrowsLoadedTables) {
+  using Tincta::COvHwTexture;
+  const TempDir dir;
+  std::string text = "LUT_1D_SIZE 1024\nDOMAIN_MIN -1 -1 -1\nDOMAIN_MAX 3 3 3\n";
+  for (int i = 0; i < 1024; ++i)
+    text += std::to_string(i / 1023.0) + " " + std::to_string(i / 1023.0) + " 0.5\n";
+  const std::string curves = dir.Write("curves.cube", text);
+  const std::string cube = dir.Write("cube.cube", CubeText3D(5));
+  const std::string missing = (dir.Path() / "missing.cube").string();
+  const struct {
+    const char* what;
+    const std::string& file;
+    uint32_t kind, sizeLimit, kindAfter, size;
+    const char* suffix;
+  } cases[] = {
+      {"3-D, kind from the file", cube, 0, 0, Tincta::kHwTexture3D, 5, "/3D"},
+      {"1-D, kind from the file", curves, 0, 0, Tincta::kHwTexture1D, 1024, "/1D"},
+      {"3-D refused as 1-D", cube, Tincta::kHwTexture1D, 0, Tincta::kHwTexture1D, 0, "/1D"},
+      {"1-D refused as 3-D", curves, Tincta::kHwTexture3D, 0, Tincta::kHwTexture3D, 0, "/3D"},
+      {"1-D as 2-D", curves, Tincta::kHwTexture2D, 0, Tincta::kHwTexture2D, 1024, "/2D"},
+      {"1-D resampled", curves, Tincta::kHwTextureRectangle, 256, Tincta::kHwTextureRectangle, 256,
+       "/RECT"},
+      {"3-D not resampled", cube, Tincta::kHwTexture3D, 2, Tincta::kHwTexture3D, 5, "/3D"},
+      {"missing file", missing, 0, 0, 0, 0, "/1D"},
+  };
+  Tincta::COvHwTextureRegistry registry;
+  for (const auto& c : cases) {
+    {
+      const COvHwTexture texture(c.file, c.kind, &registry, c.sizeLimit);
+      EXPECT_EQ(texture.bLoaded(), c.size != 0) << c.what;
+      EXPECT_EQ(texture.Kind(), c.kindAfter) << c.what;
+      EXPECT_EQ(texture.Size(), c.size) << c.what;
+      EXPECT_EQ(texture.OwnsTable(), 1u) << c.what;
+      EXPECT_EQ(registry.Find(c.file + c.suffix), &texture) << c.what;
+      EXPECT_EQ(registry.Count(), 1u) << c.what;
+      if (c.sizeLimit == 256) {
+        // Resampled along the same ramp, over the file's domain.
+        EXPECT_EQ(texture.DomainMin()[0], -1.0f);
+        EXPECT_EQ(texture.DomainMax()[2], 3.0f);
+        for (uint32_t i = 0; i < 256; i += 51)
+          EXPECT_NEAR(texture.Table()[4 * i + 1], i / 255.0, 1e-5) << i;
+      }
+    }
+    EXPECT_EQ(registry.Find(c.file + c.suffix), nullptr) << c.what;
+    EXPECT_EQ(registry.Count(), 0u) << c.what;
+  }
+  {
+    const COvHwTexture first(cube, 0, &registry);
+    {
+      const COvHwTexture second(cube, 0, &registry);
+      EXPECT_EQ(registry.Find(cube + "/3D"), &second);
+    }
+    EXPECT_EQ(registry.Find(cube + "/3D"), &first);
+    EXPECT_EQ(registry.Find(cube + "/1D"), nullptr);
+  }
+
+  const auto lut = SmoothCube(3, {0, 0, 0, 0}, {1, 1, 1, 1});
+  const float last = lut->Table()[4 * 26];
+  {
+    const COvHwTexture borrowed(*lut, nullptr);
+    EXPECT_EQ(borrowed.OwnsTable(), 0u);
+    EXPECT_EQ(borrowed.Table(), lut->Table());
+    EXPECT_EQ(borrowed.Kind(), Tincta::kHwTexture3D);
+    EXPECT_TRUE(borrowed.Name().empty());
+  }
+  ASSERT_EQ(lut->Size(), 3u);
+  EXPECT_EQ(lut->Table()[4 * 26], last);
 }
 
 }  // namespace
