@@ -1,0 +1,179 @@
+// Hostile inputs through the exported entry points, one row per input: small ones are kept in
+// tests/data/hostile/ as they are, large ones are made here from a recipe. Each reading runs in a
+// child process on a thread with a small stack, so that a crash, a stack overflow, a hang or a
+// large allocation shows as that child's exit status, its time or its peak resident size
+// instead of taking the test binary down.
+#include <fcntl.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "crandle/crandle.h"
+#include "foundation/utf16.h"
+#include "host/settings.h"
+#include "support/format_samples.h"
+#include "support/look_samples.h"
+#include "support/temp_dir.h"
+
+namespace crandle_test {
+namespace {
+
+namespace fs = std::filesystem;
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr double kSlowdown = 5.0;
+#else
+constexpr double kSlowdown = 1.0;
+#endif
+
+// Where an input is handed to the module.
+enum EEntry : unsigned { kBytes = 1, kPath = 2, kBoth = 3 };
+
+struct SMadeInput {
+  std::string bytes;  // handed over as bytes, and written to a file for the path entry
+  std::string path;   // when set, the path entry reads this instead of a file of `bytes`
+};
+
+using Recipe = std::function<SMadeInput(const TempDir&)>;
+
+struct SHostileRow {
+  const char* name;  // a file in tests/data/hostile/ when there is no recipe
+  Recipe recipe;
+  unsigned entries = kBoth;
+  int expected = CRANDLE::kResultLUTFailed;
+  bool upsample = false;  // the setting that makes every reader resample to a power of two
+  double seconds = 5.0;
+  uint64_t peakMiB = 1024;
+};
+
+std::string Repeat(std::string_view piece, size_t times) {
+  std::string out;
+  out.reserve(piece.size() * times);
+  for (size_t i = 0; i < times; ++i)
+    out += piece;
+  return out;
+}
+
+const std::string kCorrection =
+    "<ColorCorrection><SOPNode><Slope>1 1 1</Slope><Offset>0 0 0</Offset><Power>1 1 1</Power>"
+    "</SOPNode></ColorCorrection>";
+
+// A valid correction at the bottom of `depth` nested decisions: one correction, so it is read.
+SMadeInput DeepDecisionList(const TempDir&) {
+  return {"<ColorDecisionList>" + Repeat("<ColorDecision>", 85000) + kCorrection +
+              Repeat("</ColorDecision>", 85000) + "</ColorDecisionList>",
+          {}};
+}
+
+SMadeInput DeepXMLLook(const TempDir&) {
+  return {"<?xml version=\"1.0\"?><look><LUT/>" + Repeat("<a>", 100000) + Repeat("</a>", 100000) +
+              "</look>",
+          {}};
+}
+
+const std::vector<SHostileRow>& Rows() {
+  static const std::vector<SHostileRow> rows = {
+      {"cdl_correction_under_85000_nested_decisions", DeepDecisionList, kBoth, CRANDLE::kResultOK},
+      {"xml_look_100000_nested_elements", DeepXMLLook},
+  };
+  return rows;
+}
+
+struct SReading {
+  const SHostileRow* row;
+  std::string bytes;
+  std::string path;
+  unsigned entry;
+  int result = 0;
+};
+
+void* ReadOnSmallStack(void* argument) {
+  auto& reading = *static_cast<SReading*>(argument);
+  std::shared_ptr<void> lut;
+  reading.result = reading.entry == kBytes
+                       ? CRANDLE::ParseLUT(reading.bytes.data(), reading.bytes.size(), lut)
+                       : CRANDLE::ParseLUT(Tincta::Utf8ToUtf16(reading.path), lut);
+  return nullptr;
+}
+
+struct SOutcome {
+  int status = 0;
+  double seconds = 0;
+  uint64_t peakMiB = 0;
+};
+
+// Exit status 0: the expected result; 1: another result; a signal: a crash or the time limit.
+SOutcome RunInChild(SReading& reading, double seconds) {
+  const auto start = std::chrono::steady_clock::now();
+  const pid_t child = ::fork();
+  if (child == 0) {
+    ::alarm(unsigned(seconds) + 1);
+    if (reading.row->upsample)
+      host::Settings::Instance().SetBool(host::kSettingAlwaysUpsampleToPoT, true);
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    // Small enough that a recursion over the input's nesting overflows it.
+    pthread_attr_setstacksize(&attributes, 512 * 1024);
+    pthread_t thread;
+    if (pthread_create(&thread, &attributes, ReadOnSmallStack, &reading) != 0) ::_exit(3);
+    pthread_join(thread, nullptr);
+    ::_exit(reading.result == reading.row->expected ? 0 : 1);
+  }
+  SOutcome outcome;
+  rusage usage{};
+  ::wait4(child, &outcome.status, 0, &usage);
+  outcome.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  outcome.peakMiB = uint64_t(usage.ru_maxrss) / 1024;
+  return outcome;
+}
+
+void PrintTo(const SHostileRow& row, std::ostream* out) {
+  *out << row.name;
+}
+
+class HostileInput : public ::testing::TestWithParam<SHostileRow> {};
+
+TEST_P(HostileInput, EndsCleanlyQuicklyAndWithinMemory) {
+  const SHostileRow& row = GetParam();
+  TempDir dir;
+  SMadeInput input;
+  if (row.recipe) {
+    input = row.recipe(dir);
+  } else {
+    input.bytes = ReadFileBytes((fs::path(CRANDLE_TEST_DATA_DIR) / "hostile" / row.name).string());
+    ASSERT_FALSE(input.bytes.empty()) << "the regression file went missing";
+  }
+  for (const unsigned entry : {kBytes, kPath}) {
+    if (!(row.entries & entry)) continue;
+    SCOPED_TRACE(entry == kBytes ? "ParseLUT(bytes)" : "ParseLUT(path)");
+    SReading reading{&row, input.bytes, input.path, entry};
+    if (entry == kPath && reading.path.empty()) reading.path = dir.Write("input", input.bytes);
+    const SOutcome outcome = RunInChild(reading, row.seconds * kSlowdown);
+    ASSERT_TRUE(WIFEXITED(outcome.status))
+        << "ended by signal " << (WIFSIGNALED(outcome.status) ? WTERMSIG(outcome.status) : 0);
+    EXPECT_EQ(WEXITSTATUS(outcome.status), 0) << "another result than expected";
+    EXPECT_LT(outcome.seconds, row.seconds * kSlowdown);
+    EXPECT_LT(outcome.peakMiB, row.peakMiB) << "peak resident MiB";
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, HostileInput, ::testing::ValuesIn(Rows()),
+                         [](const ::testing::TestParamInfo<SHostileRow>& row) {
+                           std::string name = row.param.name;
+                           for (char& c : name)
+                             if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
+                           return name;
+                         });
+
+}  // namespace
+}  // namespace crandle_test
