@@ -81,10 +81,41 @@ SMadeInput DeepXMLLook(const TempDir&) {
           {}};
 }
 
+SMadeInput NamedPipe(const TempDir& dir) {
+  const fs::path pipe = dir.Path() / "pipe.cube";
+  EXPECT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  return {{}, pipe.string()};
+}
+
+// A look reference to a file that cannot hold a grid; the file itself is of the wrong kind.
+SMadeInput ReferenceTo(const std::string& target) {
+  const std::vector<uint8_t> record = MakeLookReference(Tincta::Utf8ToUtf16(target), 4096, 0);
+  return {std::string(record.begin(), record.end()), {}};
+}
+
+SMadeInput ReferenceToPipe(const TempDir& dir) {
+  return ReferenceTo(NamedPipe(dir).path);
+}
+
+SMadeInput Directory(const TempDir& dir) {
+  return {{}, dir.Path().string()};
+}
+
 const std::vector<SHostileRow>& Rows() {
   static const std::vector<SHostileRow> rows = {
       {"cdl_correction_under_85000_nested_decisions", DeepDecisionList, kBoth, CRANDLE::kResultOK},
       {"xml_look_100000_nested_elements", DeepXMLLook},
+      {"named_pipe", NamedPipe, kPath},
+      {"directory", Directory, kPath},
+      {"character_device",
+       [](const TempDir&) {
+         return SMadeInput{{}, "/dev/zero"};
+       },
+       kPath},
+      {"look_reference_to_named_pipe", ReferenceToPipe, kBytes},
+      {"look_reference_to_directory",
+       [](const TempDir& dir) { return ReferenceTo(dir.Path().string()); }, kBytes},
+      {"look_reference_to_dev_zero.aelt", nullptr, kBytes},
   };
   return rows;
 }
