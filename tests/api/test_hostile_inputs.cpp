@@ -101,6 +101,22 @@ SMadeInput Directory(const TempDir& dir) {
   return {{}, dir.Path().string()};
 }
 
+// A grid length the format cannot need, in a sparse file long enough to hold it.
+SMadeInput ReferenceWithHugeGridLength(const TempDir& dir) {
+  const std::string grid = dir.Write("huge.alok", "");
+  fs::resize_file(grid, 1'700'000'000);
+  const std::vector<uint8_t> record =
+      MakeLookReference(Tincta::Utf8ToUtf16(grid), 1'600'000'000, 0);
+  return {std::string(record.begin(), record.end()), {}};
+}
+
+// 257 points an axis, which resampling to a power of two shrinks to 256.
+SMadeInput Packed257(const TempDir&) {
+  const std::vector<uint8_t> bytes =
+      Packed10Bytes(false, 8, [](uint32_t r, uint32_t g, uint32_t b) { return PackWord(r, g, b); });
+  return {std::string(bytes.begin(), bytes.end()), {}};
+}
+
 const std::vector<SHostileRow>& Rows() {
   static const std::vector<SHostileRow> rows = {
       {"cdl_correction_under_85000_nested_decisions", DeepDecisionList, kBoth, CRANDLE::kResultOK},
@@ -116,6 +132,8 @@ const std::vector<SHostileRow>& Rows() {
       {"look_reference_to_directory",
        [](const TempDir& dir) { return ReferenceTo(dir.Path().string()); }, kBytes},
       {"look_reference_to_dev_zero.aelt", nullptr, kBytes},
+      {"look_reference_grid_length_1600000000", ReferenceWithHugeGridLength, kBytes},
+      {"packed_257_points_resampled_to_256", Packed257, kBoth, CRANDLE::kResultOK, true, 15.0},
   };
   return rows;
 }
