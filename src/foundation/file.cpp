@@ -21,7 +21,7 @@ EFileReadResult ReadWholeFile(const std::string& path, uint64_t sizeLimit,
   COvFile file;
   if (!file.Open(path)) {
     struct stat info {};
-    const bool exists = ::stat(path.c_str(), &info) == 0;
+    const bool exists = path.find('\0') == std::string::npos && ::stat(path.c_str(), &info) == 0;
     return exists && !S_ISREG(info.st_mode) ? EFileReadResult::NotRegular
                                             : EFileReadResult::NotFound;
   }
@@ -50,6 +50,8 @@ COvFile::~COvFile() {
 
 bool COvFile::Open(const std::string& path) {
   Close();
+  // The system would open the file named by the part before an embedded NUL.
+  if (path.find('\0') != std::string::npos) return false;
   // Opened without blocking and checked before use: opening a named pipe for reading would
   // otherwise wait for a writer forever, and a device or directory holds no LUT.
   const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);

@@ -117,6 +117,12 @@ SMadeInput Packed257(const TempDir&) {
   return {std::string(bytes.begin(), bytes.end()), {}};
 }
 
+// The part before the NUL names a readable cube; the whole path names nothing.
+SMadeInput PathWithNul(const TempDir& dir) {
+  const std::string cube = dir.Write("valid.cube", "LUT_1D_SIZE 2\n0 0 0\n1 1 1\n");
+  return {{}, cube + std::string(1, '\0') + "junk"};
+}
+
 const std::vector<SHostileRow>& Rows() {
   static const std::vector<SHostileRow> rows = {
       {"cdl_correction_under_85000_nested_decisions", DeepDecisionList, kBoth, CRANDLE::kResultOK},
@@ -134,6 +140,7 @@ const std::vector<SHostileRow>& Rows() {
       {"look_reference_to_dev_zero.aelt", nullptr, kBytes},
       {"look_reference_grid_length_1600000000", ReferenceWithHugeGridLength, kBytes},
       {"packed_257_points_resampled_to_256", Packed257, kBoth, CRANDLE::kResultOK, true, 15.0},
+      {"utf16_path_with_embedded_nul", PathWithNul, kPath},
   };
   return rows;
 }
