@@ -20,7 +20,7 @@
 #include "crandle/crandle.h"
 #include "engine/cpu/cpu_kernels.h"
 #include "engine/cpu/cpu_texture.h"
-#include "foundation/cpu_features.h"
+#include "foundation/simd_tier.h"
 #include "host/pixel_format.h"
 #include "host/video_frame.h"
 
@@ -162,8 +162,8 @@ void BM_InplaceSwap(benchmark::State& state) {
 void LUTKernel(benchmark::State& state, const Tincta::SCPUKernelTable& kernels, bool cube,
                uint32_t n) {
   const bool avx2 = std::strcmp(kernels.name, "avx2") == 0;
-  const Tincta::SProcessorFeatures& f = Tincta::ProcessorFeatures();
-  if (avx2 && !(f.avx && f.avx2 && f.fma && f.osSavesYmm)) {
+  const Tincta::ESimdTier hardware = Tincta::SimdTierOf(Tincta::DetectProcessorFeatures(nullptr));
+  if (avx2 && hardware != Tincta::ESimdTier::kAVX2) {
     state.SkipWithError("this processor has no AVX2 + FMA");
     return;
   }

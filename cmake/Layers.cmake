@@ -34,7 +34,7 @@ function(tincta_layer target)
     endif()
   endforeach()
 
-  set(view ${CMAKE_BINARY_DIR}/layer-include/${target})
+  set(view ${PROJECT_BINARY_DIR}/layer-include/${target})
   # Removes the links, never what they point at.
   file(REMOVE_RECURSE ${view})
   foreach(folder IN LISTS roots)

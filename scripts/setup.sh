@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
-# Installs the Debian packages that the build, the tests and the tool need, when any is missing.
+# Installs the Debian packages that the build, the tests and the tool need, when any is missing,
+# and the Python packages of the Python module (setup-python.sh).
 # Idempotent and quiet when everything is there.
 set -euo pipefail
+"$(dirname "$0")/setup-python.sh"
 
 packages=(
   build-essential cmake ninja-build pkg-config git

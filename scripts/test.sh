@@ -15,6 +15,10 @@ for preset in release asan; do
   ctest --preset "$preset" -j "$jobs"
 done
 
+echo "== python: install the module, test"
+python3 -m pip install -q --disable-pip-version-check --no-build-isolation .
+python3 -m pytest -q python/tests
+
 if [[ -x scripts/fuzz.sh ]]; then
   echo "== fuzz"
   ./scripts/fuzz.sh "${CRANDLE_FUZZ_SECONDS:-60}"

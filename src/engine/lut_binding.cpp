@@ -34,6 +34,8 @@ SDomainMapping DomainMappingOf(const COv3DLUT& lut) {
     mapping.scale[c] = domain.TextureScale()[c];
     mapping.offset[c] = domain.TextureOffset()[c];
   }
+  mapping.alphaScale = domain.TextureScale()[3];
+  mapping.alphaOffset = domain.TextureOffset()[3];
   mapping.size = lut.Size();
   return mapping;
 }

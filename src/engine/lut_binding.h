@@ -41,6 +41,10 @@ struct SDomainMapping {
   /// Red, green, blue.
   std::array<float, 3> scale{};
   std::array<float, 3> offset{};
+  /// The same domain's own texture scale and offset of alpha, which the GPU constant block
+  /// carries in its fourth lane (no kernel reads it).
+  float alphaScale = 1.0f;
+  float alphaOffset = 0.0f;
   /// Edge length of the LUT's own table (the cube's behind a shaper): the texture size that the
   /// tetrahedral kernels need.
   uint32_t size = 0;

@@ -6,6 +6,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "foundation/simd_tier.h"
+
 namespace Tincta {
 namespace {
 
@@ -34,17 +36,15 @@ SProcessorFeatures DetectProcessorFeatures(const char* isaOverride) {
   if (maxLeaf >= 7 && __get_cpuid_count(7, 0, &eax, &ebx, &ecx, &edx)) {
     features.avx2 = (ebx & bit_AVX2) != 0;
   }
-  features.wideVectorsSwitchedOff = isaOverride != nullptr && std::strcmp(isaOverride, "sse") == 0;
+  features.wideVectorsSwitchedOff =
+      isaOverride != nullptr && std::strcmp(isaOverride, SimdTierName(ESimdTier::kSSE)) == 0;
   return features;
 }
 
 const SProcessorFeatures& ProcessorFeatures() {
-  static const SProcessorFeatures features = DetectProcessorFeatures(std::getenv("CRANDLE_CPU_ISA"));
+  static const SProcessorFeatures features =
+      DetectProcessorFeatures(std::getenv("CRANDLE_CPU_ISA"));
   return features;
-}
-
-const char* KernelTierName(const SProcessorFeatures& features) {
-  return features.Use256BitKernels() ? "avx2" : "sse";
 }
 
 }  // namespace Tincta

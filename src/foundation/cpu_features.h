@@ -1,5 +1,6 @@
 // The processor-feature record: what the processor and the operating system support, detected
-// once per process, and whether the 256-bit kernels have been switched off.
+// once per process, and whether the 256-bit kernels have been switched off. Which kernels run
+// follows from it in foundation/simd_tier.h.
 #pragma once
 
 namespace Tincta {
@@ -15,11 +16,6 @@ struct SProcessorFeatures {
   bool osSavesYmm = false;
   /// Set by CRANDLE_CPU_ISA=sse: the 256-bit kernels are not used even where they would run.
   bool wideVectorsSwitchedOff = false;
-
-  /// The 256-bit AVX2 + FMA kernel tables may be used.
-  bool Use256BitKernels() const {
-    return avx && avx2 && fma && osSavesYmm && !wideVectorsSwitchedOff;
-  }
 };
 
 /// The record of this process: detected on first use, never changed afterwards.
@@ -28,8 +24,5 @@ const SProcessorFeatures& ProcessorFeatures();
 /// Detects the features of this processor, applying `isaOverride` ("sse" switches the 256-bit
 /// kernels off; "avx2", null or anything else leaves the detection as it is).
 SProcessorFeatures DetectProcessorFeatures(const char* isaOverride);
-
-/// "avx2" when the 256-bit kernels are in use, else "sse".
-const char* KernelTierName(const SProcessorFeatures& features);
 
 }  // namespace Tincta

@@ -4,29 +4,10 @@
 #include <cmath>
 #include <cstdio>
 
+#include "lut/formats/text_chars.h"
+#include "lut/formats/text_fields.h"
+
 namespace Tincta {
-namespace {
-
-std::string_view TrimBlanks(std::string_view text) {
-  const size_t first = text.find_first_not_of(" \t\r\n");
-  if (first == std::string_view::npos) return {};
-  const size_t last = text.find_last_not_of(" \t\r\n");
-  return text.substr(first, last - first + 1);
-}
-
-template <class Number>
-bool ParseDecimal(std::string_view text, Number& value) {
-  text = TrimBlanks(text);
-  if (!text.empty() && text.front() == '+') return false;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  return !text.empty() && error == std::errc() && end == text.data() + text.size();
-}
-
-bool IsBlank(char c) {
-  return c == ' ' || c == '\t' || c == '\n' || c == '\r';
-}
-
-}  // namespace
 
 void AppendEscapedText(std::string& out, std::string_view text) {
   for (const char c : text) {
@@ -63,8 +44,8 @@ void AppendLookTextElement(std::string& out, int indent, std::string_view name,
 
 void AppendPlainTextElement(std::string& out, int indent, std::string_view name,
                             std::string_view value) {
-  const bool quoted =
-      value.empty() || value.front() == '"' || IsBlank(value.front()) || IsBlank(value.back());
+  const bool quoted = value.empty() || value.front() == '"' || IsWhiteSpace(value.front()) ||
+                      IsWhiteSpace(value.back());
   if (quoted) {
     AppendLookTextElement(out, indent, name, value);
     return;
@@ -76,18 +57,15 @@ void AppendPlainTextElement(std::string& out, int indent, std::string_view name,
 }
 
 bool ParseLookUnsigned(std::string_view text, uint32_t& value) {
-  return ParseDecimal(text, value);
+  return ParseTrimmedNumber(text, value);
 }
 
 bool ParseLookSigned(std::string_view text, int64_t& value) {
-  return ParseDecimal(text, value);
+  return ParseTrimmedNumber(text, value);
 }
 
 bool ParseLookFloat(std::string_view text, float& value) {
-  text = TrimBlanks(text);
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  return !text.empty() && error == std::errc() && end == text.data() + text.size() &&
-         std::isfinite(value);
+  return ParseTrimmedNumber(text, value) && std::isfinite(value);
 }
 
 std::string ExactFloatText(float value) {

@@ -9,12 +9,10 @@
 #include <string_view>
 #include <vector>
 
+#include "lut/formats/text_chars.h"
+
 namespace Tincta {
 namespace {
-
-bool IsBlank(char c) {
-  return c == ' ' || c == '\t' || c == '\n' || c == '\r';
-}
 
 // Compares the name without its namespace prefix ("cdl:Slope" is "Slope"), ignoring case.
 bool LocalNameIs(const pugi::xml_node& node, std::string_view name) {
@@ -42,11 +40,11 @@ bool ParseNumbers(std::string_view text, double* values, size_t count) {
   size_t found = 0;
   size_t cursor = 0;
   while (true) {
-    while (cursor < text.size() && IsBlank(text[cursor]))
+    while (cursor < text.size() && IsWhiteSpace(text[cursor]))
       ++cursor;
     if (cursor == text.size()) break;
     size_t end = cursor;
-    while (end < text.size() && !IsBlank(text[end]))
+    while (end < text.size() && !IsWhiteSpace(text[end]))
       ++end;
     if (found == count) return false;
     double value = 0;

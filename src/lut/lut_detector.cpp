@@ -14,29 +14,32 @@
 namespace Tincta {
 namespace {
 
-using TextReader = EReadOutcome (*)(COv3DLUT&, const uint8_t*, uint32_t, const SParseOptions&);
+// Binary formats first (their magic is certain), then the XML look, then the text formats from the
+// most to the least particular; the colour-transformation fallback takes what the mesh reader does
+// not recognise.
+constexpr SLUTFormatReader kReaders[] = {
+    {"float image", IsFloatImage, ReadFloatImage},
+    {"packed 10-bit cube", IsPacked10Cube, ReadPacked10Cube},
+    {"XML look", IsXMLLook, ReadXMLLook},
+    {"cube", IsCube, ReadCube},
+    {"Truelight", IsTruelight, ReadTruelight},
+    {"mesh", IsMesh, ReadMesh},
+    {"colour transformation", IsColorTransformationAllowed, ReadColorTransformation},
+};
 
-EReadOutcome DetectAndRead(COv3DLUT& lut, const uint8_t* bytes, uint32_t length,
-                           const SParseOptions& options) {
-  if (IsFloatImage(bytes, length)) return ReadFloatImage(lut, bytes, length, options);
-  if (IsPacked10Cube(bytes, length)) return ReadPacked10Cube(lut, bytes, length, options);
-  if (LooksLikeXMLLook(bytes, length)) return ReadXMLLook(lut, bytes, length, options);
-
-  // The mesh reader hands over to the colour-transformation fallback where it finds nothing.
-  static constexpr TextReader kTextReaders[] = {ReadCube, ReadTruelight, ReadMesh,
-                                                ReadColorTransformation};
-  const std::string title = lut.Title();
-  for (TextReader reader : kTextReaders) {
-    const EReadOutcome outcome = reader(lut, bytes, length, options);
-    if (outcome != EReadOutcome::NotThisFormat) return outcome;
-    // A reader that gave up leaves nothing behind for the next one.
-    lut.Clear();
-    lut.SetTitle(title);
+bool DetectAndRead(COv3DLUT& lut, const uint8_t* bytes, uint32_t length,
+                   const SParseOptions& options) {
+  for (const SLUTFormatReader& reader : kReaders) {
+    if (reader.probe(bytes, length, options)) return reader.read(lut, bytes, length, options);
   }
-  return EReadOutcome::NotThisFormat;
+  return false;
 }
 
 }  // namespace
+
+std::span<const SLUTFormatReader> LUTFormatReaders() {
+  return kReaders;
+}
 
 bool COv3DLUT::ParseLUTData(const void* bytes, uint32_t length, bool upsampleToPowerOfTwo,
                             ELUTKindFilter kindFilter, bool allowTransformText) {
@@ -48,16 +51,16 @@ bool COv3DLUT::ParseLUTData(const void* bytes, uint32_t length, bool upsampleToP
   options.allowTransformText = allowTransformText;
 
   Clear();
-  EReadOutcome outcome = EReadOutcome::Failed;
+  bool loaded = false;
   if (bytes) {
     try {
-      outcome = DetectAndRead(*this, static_cast<const uint8_t*>(bytes), length, options);
+      loaded = DetectAndRead(*this, static_cast<const uint8_t*>(bytes), length, options);
     } catch (const std::exception&) {
       // Only memory exhaustion gets here; a read that runs out of memory fails like any other.
-      outcome = EReadOutcome::Failed;
+      loaded = false;
     }
   }
-  if (outcome == EReadOutcome::Loaded) return true;
+  if (loaded) return true;
   Clear();
   return false;
 }

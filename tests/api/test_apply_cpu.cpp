@@ -13,6 +13,7 @@
 #include <new>
 #include <random>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "api/apply_paths.h"
@@ -102,24 +103,23 @@ uint8_t* Row(const FrameRef& frame, uint32_t y) {
 // generator; returns what the frame holds, each channel in [0, 1] for the integer formats.
 Pixels Fill(const FrameRef& frame, double low, double high, std::mt19937* rng) {
   std::uniform_real_distribution<double> value(low, high), alpha(0.25, 0.75);
-  const host::FrameBounds b = frame->GetBounds();
+  const uint32_t width = frame->GetBounds().width;
   const PixelFormat format = frame->GetPixelFormat();
-  Pixels pixels(size_t(b.width) * b.height);
-  for (size_t i = 0; i < pixels.size(); ++i) {
-    uint8_t* row = Row(frame, uint32_t(i / b.width));
+  const double top = format == kByte ? 255 : format == kShort ? 65535 : 1;
+  Pixels pixels(size_t(width) * frame->GetBounds().height);
+  for (size_t i = 0; i < 4 * pixels.size(); ++i) {
+    uint8_t* row = Row(frame, uint32_t(i / 4 / width));
     auto* floats = reinterpret_cast<float*>(row);
     auto* shorts = reinterpret_cast<uint16_t*>(row);
-    for (size_t c = 0, at = 4 * (i % b.width); c < 4; ++c, ++at) {
-      if (rng != nullptr) {
-        const double v = c == 3 ? alpha(*rng) : value(*rng);
-        if (format == kFloat) floats[at] = float(v);
-        if (format == kByte) row[at] = uint8_t(std::lround(v * 255));
-        if (format == kShort) shorts[at] = uint16_t(std::lround(v * 65535));
-      }
-      pixels[i][c] = format == kFloat  ? floats[at]
-                     : format == kByte ? row[at] / 255.0
-                                       : shorts[at] / 65535.0;
-    }
+    const size_t at = i % (4 * width);
+    const double v = !rng ? 0 : i % 4 == 3 ? alpha(*rng) : value(*rng);
+    if (rng && format == kFloat) floats[at] = float(v);
+    if (rng && format == kByte) row[at] = uint8_t(std::lround(v * 255));
+    if (rng && format == kShort) shorts[at] = uint16_t(std::lround(v * 65535));
+    pixels[i / 4][i % 4] = (format == kFloat  ? floats[at]
+                            : format == kByte ? row[at]
+                                              : shorts[at]) /
+                           top;
   }
   return pixels;
 }
@@ -163,17 +163,14 @@ int Apply(const FrameRef& source, const std::shared_ptr<void>& lut, FrameRef& de
 // Temporary frames only for a frame that needs converting; a source in the working layout keeps
 // red and blue exchanged, any other is left alone; the interpolation method makes no difference.
 TEST(ApplyOnCPU, EveryPairOfFormats) {
-  struct SCase {
-    PixelFormat source, destination;
-    int temporaries;
-  };
   const uint32_t width = 64, height = 32;
   const std::shared_ptr<void> lut = AffineCube(9);
   std::mt19937 rng(31);
-  for (SCase c : {SCase{kFloat, kFloat, 0}, SCase{kByte, kFloat, 1}, SCase{kFloat, kByte, 1},
-                  SCase{kByte, kByte, 2}, SCase{kShort, kByte, 2}, SCase{kFloat, kShort, 1}}) {
-    FrameRef source = MakeFrame(c.source, width, height);
-    FrameRef destination = MakeFrame(c.destination, width, height);
+  const std::tuple<PixelFormat, PixelFormat, int> cases[] = {
+      {kFloat, kFloat, 0}, {kByte, kFloat, 1}, {kFloat, kByte, 1},
+      {kByte, kByte, 2},   {kShort, kByte, 2}, {kFloat, kShort, 1}};
+  for (const auto& [from, to, temporaries] : cases) {
+    FrameRef source = MakeFrame(from, width, height), destination = MakeFrame(to, width, height);
     const Pixels input = FillInside(source, 9, rng);
     host::RecycledMemory::Purge();  // so that a temporary frame shows as an allocation
     gLargeAllocations = 0;
@@ -181,11 +178,11 @@ TEST(ApplyOnCPU, EveryPairOfFormats) {
     const int status = Apply(source, lut, destination);
     gLargeThreshold = 0;
     ASSERT_EQ(status, 0);
-    EXPECT_TRUE(!CRANDLE_COUNTS_ALLOCATIONS || gLargeAllocations == c.temporaries)
+    EXPECT_TRUE(!CRANDLE_COUNTS_ALLOCATIONS || gLargeAllocations == temporaries)
         << gLargeAllocations << " frame-sized allocations";
     ExpectAffineResult(destination, input);
-    EXPECT_EQ(Snapshot(source), c.source == kFloat ? Exchanged(input) : input);
-    if (c.source != kFloat) {
+    EXPECT_EQ(Snapshot(source), from == kFloat ? Exchanged(input) : input);
+    if (from != kFloat) {
       const Pixels first = Snapshot(destination);
       ASSERT_EQ(Apply(source, lut, destination, 1), 0);
       EXPECT_EQ(Snapshot(destination), first) << "tetrahedral asked for";

@@ -1,6 +1,6 @@
 // MD5 through its incremental interface; CRC-32C against its check value and its two
 // implementations against each other; the processor-feature record behind that choice and the
-// kernel tables, against the kernel's own report, with its "sse" switch.
+// SIMD tier of the kernel tables, against the kernel's own report, with its "sse" switch.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -15,6 +15,7 @@
 #include "foundation/crc32c.h"
 #include "foundation/hex_codec.h"
 #include "foundation/md5.h"
+#include "foundation/simd_tier.h"
 
 namespace {
 
@@ -80,8 +81,40 @@ TEST(ProcessorFeatures, AgreeWithTheKernel) {
   EXPECT_EQ(features.avx2, flags.count("avx2") == 1);
   EXPECT_EQ(features.avx && features.osSavesYmm, flags.count("avx") == 1);  // the kernel's rule
   const bool wide = flags.count("avx") && flags.count("avx2") && flags.count("fma");
-  EXPECT_EQ(features.Use256BitKernels(), wide);
-  EXPECT_STREQ(Tincta::KernelTierName(features), wide ? "avx2" : "sse");
+  const char* tier = !flags.count("sse4_1") ? "scalar" : wide ? "avx2" : "sse";
+  EXPECT_STREQ(Tincta::SimdTierName(Tincta::SimdTierOf(features)), tier);
+}
+
+// Each requirement of a tier, taken away alone, drops the tier; tiers nest, so a processor
+// without SSE4.1 runs no vector kernel whatever else it reports.
+TEST(SimdTier, FollowsTheRecord) {
+  using Tincta::ESimdTier;
+  Tincta::SProcessorFeatures full;
+  full.sse41 = full.avx = full.avx2 = full.fma = full.osSavesYmm = true;
+  struct SCase {
+    const char* what;
+    bool Tincta::SProcessorFeatures::*change;
+    bool value;
+    ESimdTier tier;
+    const char* name;
+  };
+  const SCase cases[] = {
+      {"everything", &Tincta::SProcessorFeatures::sse42, true, ESimdTier::kAVX2, "avx2"},
+      {"no avx", &Tincta::SProcessorFeatures::avx, false, ESimdTier::kSSE, "sse"},
+      {"no avx2", &Tincta::SProcessorFeatures::avx2, false, ESimdTier::kSSE, "sse"},
+      {"no fma", &Tincta::SProcessorFeatures::fma, false, ESimdTier::kSSE, "sse"},
+      {"no ymm state", &Tincta::SProcessorFeatures::osSavesYmm, false, ESimdTier::kSSE, "sse"},
+      {"switched off", &Tincta::SProcessorFeatures::wideVectorsSwitchedOff, true, ESimdTier::kSSE,
+       "sse"},
+      {"no sse4.1", &Tincta::SProcessorFeatures::sse41, false, ESimdTier::kScalar, "scalar"},
+  };
+  for (const SCase& c : cases) {
+    Tincta::SProcessorFeatures features = full;
+    features.*c.change = c.value;
+    EXPECT_EQ(Tincta::SimdTierOf(features), c.tier) << c.what;
+    EXPECT_STREQ(Tincta::SimdTierName(Tincta::SimdTierOf(features)), c.name) << c.what;
+  }
+  EXPECT_EQ(Tincta::SimdTierOf(Tincta::SProcessorFeatures{}), ESimdTier::kScalar);
 }
 
 // Only the exact word "sse" switches the wide kernels off, and detection stays as it is.
@@ -92,7 +125,8 @@ TEST(ProcessorFeatures, OverrideSwitchesOnlyTheWideKernelsOff) {
     const bool off = std::string(value) == "sse";
     EXPECT_EQ(features.wideVectorsSwitchedOff, off) << value;
     EXPECT_EQ(features.avx2, detected.avx2) << value;
-    EXPECT_EQ(features.Use256BitKernels(), !off && detected.Use256BitKernels()) << value;
+    const bool wide = Tincta::SimdTierOf(detected) == Tincta::ESimdTier::kAVX2;
+    EXPECT_EQ(Tincta::SimdTierOf(features) == Tincta::ESimdTier::kAVX2, !off && wide) << value;
   }
 }
 
@@ -106,7 +140,7 @@ TEST(ProcessorFeatures, EnvironmentOverrideAtFirstUse) {
         ::setenv("CRANDLE_CPU_ISA", "avx2", 1);
         std::exit(features.wideVectorsSwitchedOff &&
                           Tincta::ProcessorFeatures().wideVectorsSwitchedOff &&
-                          std::string(Tincta::KernelTierName(features)) == "sse"
+                          Tincta::ActiveSimdTier() != Tincta::ESimdTier::kAVX2
                       ? 0
                       : 1);
       },

@@ -33,16 +33,28 @@ inline bool Parse(Tincta::COv3DLUT& lut, std::string_view text, SParseArgs args 
   return Parse(lut, std::vector<uint8_t>(text.begin(), text.end()), args);
 }
 
-using Reader = Tincta::EReadOutcome (*)(Tincta::COv3DLUT&, const uint8_t*, uint32_t,
-                                        const Tincta::SParseOptions&);
-/// One reader alone on exactly `text.size()` heap bytes, with the arguments.
-inline Tincta::EReadOutcome ReadAlone(Reader reader, Tincta::COv3DLUT& lut, std::string_view text,
-                                      SParseArgs args = {}) {
+/// What one reader makes of bytes on its own: someone else's (its probe declines them, and the
+/// detector would go on), a failed read, or a table.
+enum class EReadOutcome { NotThisFormat, Failed, Loaded };
+/// A reader by its name in the detector's table.
+using Reader = std::string_view;
+/// One reader alone, probe then read, on exactly `text.size()` heap bytes, with the arguments.
+inline EReadOutcome ReadAlone(Reader name, Tincta::COv3DLUT& lut, std::string_view text,
+                              SParseArgs args = {}) {
   const std::vector<uint8_t> bytes(text.begin(), text.end());
-  return reader(lut, bytes.data(), uint32_t(bytes.size()),
-                {.upsampleToPowerOfTwo = args.upsample,
-                 .kindFilter = args.kind,
-                 .allowTransformText = args.allowTransformText});
+  const Tincta::SParseOptions options{.upsampleToPowerOfTwo = args.upsample,
+                                      .kindFilter = args.kind,
+                                      .allowTransformText = args.allowTransformText};
+  for (const Tincta::SLUTFormatReader& reader : Tincta::LUTFormatReaders()) {
+    if (reader.name != name) continue;
+    if (!reader.probe(bytes.data(), uint32_t(bytes.size()), options)) {
+      return EReadOutcome::NotThisFormat;
+    }
+    return reader.read(lut, bytes.data(), uint32_t(bytes.size()), options) ? EReadOutcome::Loaded
+                                                                           : EReadOutcome::Failed;
+  }
+  ADD_FAILURE() << "no reader named " << name;
+  return EReadOutcome::Failed;
 }
 
 /// Entry (r, g, b) of a 3-D table, or entry r of a 1-D table.

@@ -4,6 +4,7 @@
 
 #include <OpenImageIO/imageio.h>
 
+#include <array>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
@@ -71,6 +72,16 @@ SReadBack ReadBack(const std::string& path) {
   EXPECT_TRUE(
       in->read_image(0, 0, 0, image.spec.nchannels, OIIO::TypeDesc::FLOAT, image.pixels.data()));
   return image;
+}
+
+// Every line of `text` read as three numbers.
+std::vector<std::array<double, 3>> Triples(const std::string& text) {
+  std::vector<std::array<double, 3>> triples;
+  for (size_t at = 0, end; (end = text.find('\n', at)) != std::string::npos; at = end + 1) {
+    std::array<double, 3>& t = triples.emplace_back();
+    EXPECT_EQ(std::sscanf(text.c_str() + at, "%lf %lf %lf", &t[0], &t[1], &t[2]), 3) << at;
+  }
+  return triples;
 }
 
 class ToolApply : public testing::Test {
@@ -196,21 +207,15 @@ TEST_F(ToolApply, EvalPrintsTheLUTsOutputPerLine) {
       RunTool("eval " + Quote(lut), "0 0 0\n# a comment\n\n0.5, 0.25, 0.75\n0.1 0.2 0.3\n");
   ASSERT_EQ(run.status, 0) << run.err;
   const double inputs[3][3] = {{0, 0, 0}, {0.5, 0.25, 0.75}, {0.1, 0.2, 0.3}};
-  size_t start = 0;
-  for (const auto& input : inputs) {
-    const size_t end = run.out.find('\n', start);
-    ASSERT_NE(end, std::string::npos) << run.out;
-    double got[3];
-    ASSERT_EQ(std::sscanf(run.out.substr(start, end - start).c_str(), "%lf %lf %lf", &got[0],
-                          &got[1], &got[2]),
-              3);
+  const auto got = Triples(run.out);
+  ASSERT_EQ(got.size(), 3u) << run.out;
+  ASSERT_EQ(run.out.back(), '\n');
+  for (int i = 0; i < 3; ++i) {
     double expected[3];
-    Affine(input[0], input[1], input[2], expected);
+    Affine(inputs[i][0], inputs[i][1], inputs[i][2], expected);
     for (int c = 0; c < 3; ++c)
-      EXPECT_NEAR(got[c], expected[c], 2e-6);
-    start = end + 1;
+      EXPECT_NEAR(got[i][c], expected[c], 2e-6) << i;
   }
-  EXPECT_EQ(start, run.out.size());
   const auto bad = RunTool("eval " + Quote(lut), "0 0 0\n1 2\n");
   EXPECT_EQ(bad.status, 1);
   EXPECT_NE(bad.err.find("line 2"), std::string::npos) << bad.err;
@@ -223,21 +228,16 @@ TEST_F(ToolApply, ConvertBakesAOneDimensionalLUTIntoACube) {
   ASSERT_EQ(run.status, 0) << run.err;
   const std::string text = crandle_test::ReadFileBytes(baked);
   ASSERT_EQ(text.rfind("LUT_3D_SIZE 5\r\n", 0), 0u);
-  size_t position = text.find('\n') + 1;
-  for (int b = 0; b < 5; ++b)
-    for (int g = 0; g < 5; ++g)
-      for (int r = 0; r < 5; ++r) {
-        double got[3];
-        ASSERT_EQ(std::sscanf(text.c_str() + position, "%lf %lf %lf", &got[0], &got[1], &got[2]),
-                  3);
-        double expected[3];
-        Affine(r / 4.0, g / 4.0, b / 4.0, expected);
-        // At 1.0 the sampler's clamp leaves 1% of the last step: under 1e-5 for 1024 entries.
-        for (int c = 0; c < 3; ++c)
-          EXPECT_NEAR(got[c], expected[c], 1e-5) << r << g << b;
-        position = text.find('\n', position) + 1;
-      }
-  EXPECT_EQ(position, text.size());
+  const auto got = Triples(text.substr(text.find('\n') + 1));
+  ASSERT_EQ(got.size(), 125u);
+  ASSERT_EQ(text.back(), '\n');
+  for (int i = 0; i < 125; ++i) {  // red fastest
+    double expected[3];
+    Affine(i % 5 / 4.0, i / 5 % 5 / 4.0, i / 25 / 4.0, expected);
+    // At 1.0 the sampler's clamp leaves 1% of the last step: under 1e-5 for 1024 entries.
+    for (int c = 0; c < 3; ++c)
+      EXPECT_NEAR(got[i][c], expected[c], 1e-5) << i;
+  }
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include "commands.h"
 #include "crandle/crandle.h"
 #include "foundation/utf16.h"
+#include "gpu_device.h"
 #include "image_file.h"
 #include "lut_report.h"
 #include "progress.h"
@@ -27,6 +28,7 @@ struct SApplyOptions {
   std::string depth;
   std::string frames;
   std::string interpolation = "trilinear";
+  std::string device = "cpu";
   bool verbose = false;
 };
 
@@ -78,9 +80,9 @@ struct SFrameSize {
   int height = 0;
 };
 
-void ApplyToFile(const SApplyOptions& options, const std::shared_ptr<void>& lut,
-                 host::LUTInterpolationMethod method, const std::string& inputPath,
-                 const std::string& outputPath, bool writePreview,
+void ApplyToFile(const SApplyOptions& options, const SDeviceChoice& device,
+                 const std::shared_ptr<void>& lut, host::LUTInterpolationMethod method,
+                 const std::string& inputPath, const std::string& outputPath, bool writePreview,
                  std::optional<SFrameSize>& firstSize) {
   SImage image;
   std::string error;
@@ -116,8 +118,17 @@ void ApplyToFile(const SApplyOptions& options, const std::shared_ptr<void>& lut,
   }
   const double readMs = MillisecondsSince(readStart);
   const Clock::time_point applyStart = Clock::now();
-  const int result = ApplyInStrips(lut, method, source, destination, options.threads);
+  SDeviceTimings deviceTimings;
+  std::string deviceError;
+  const int result =
+      device.device
+          ? ApplyOnGPU(device.device, lut, method, source, destination, deviceTimings, deviceError)
+          : ApplyInStrips(lut, method, source, destination, options.threads);
   const double applyMs = MillisecondsSince(applyStart);
+  if (!deviceError.empty()) {
+    throw CApplyError(inputPath + " on " + device.label + ": " + deviceError + " (" +
+                      std::to_string(result) + ")");
+  }
   if (result != CRANDLE::kResultOK) {
     throw CApplyError("applying the LUT to " + inputPath + " failed: " + ResultCodeText(result));
   }
@@ -136,7 +147,13 @@ void ApplyToFile(const SApplyOptions& options, const std::shared_ptr<void>& lut,
   if (pendingPreview && !pendingPreview->Commit(error)) {
     throw CApplyError("cannot write the preview " + options.preview + ": " + error);
   }
-  if (options.verbose) {
+  if (options.verbose && device.device) {
+    std::fprintf(stderr,
+                 "%s: read %.1f ms, on %s: upload %.2f ms, apply %.2f ms, download %.2f ms; "
+                 "write %.1f ms\n",
+                 inputPath.c_str(), readMs, device.label.c_str(), deviceTimings.uploadMs,
+                 deviceTimings.applyMs, deviceTimings.downloadMs, MillisecondsSince(writeStart));
+  } else if (options.verbose) {
     std::fprintf(stderr, "%s: read %.1f ms, apply %.1f ms (%u strips), write %.1f ms\n",
                  inputPath.c_str(), readMs, applyMs, options.threads,
                  MillisecondsSince(writeStart));
@@ -155,14 +172,27 @@ int RunApply(const SApplyOptions& options) {
   const auto method = options.interpolation == "tetrahedral"
                           ? host::LUTInterpolationMethod::Tetrahedral
                           : host::LUTInterpolationMethod::Trilinear;
+  SDeviceChoice device;
+  std::string deviceError;
+  if (!ChooseDevice(options.device, device, deviceError)) {
+    std::fprintf(stderr, "crandle apply: %s\n", deviceError.c_str());
+    return 1;
+  }
+  if (!device.device && method == host::LUTInterpolationMethod::Tetrahedral) {
+    std::fprintf(stderr,
+                 "crandle apply: --interp tetrahedral runs on GPU devices only (the CPU path is "
+                 "trilinear); choose one with --device: %s\n",
+                 GPUDeviceList().c_str());
+    return 1;
+  }
   const bool sequence = IsSequencePattern(options.input);
   try {
     std::optional<SFrameSize> firstSize;
     if (!sequence) {
       if (!options.frames.empty())
         throw CApplyError("--frames needs an input with a frame-number field such as %04d");
-      ApplyToFile(options, lut, method, options.input, options.output, !options.preview.empty(),
-                  firstSize);
+      ApplyToFile(options, device, lut, method, options.input, options.output,
+                  !options.preview.empty(), firstSize);
       return 0;
     }
     if (!IsSequencePattern(options.output)) {
@@ -172,7 +202,7 @@ int RunApply(const SApplyOptions& options) {
     if (!range) throw CApplyError("a sequence needs --frames A-B (for example --frames 1001-1048)");
     CProgress progress("applying", range->last - range->first + 1);
     for (long frame = range->first; frame <= range->last; ++frame) {
-      ApplyToFile(options, lut, method, FramePath(options.input, frame),
+      ApplyToFile(options, device, lut, method, FramePath(options.input, frame),
                   FramePath(options.output, frame),
                   frame == range->first && !options.preview.empty(), firstSize);
       progress.Step();
@@ -211,11 +241,17 @@ void AddApplyCommand(CLI::App& app) {
   command
       ->add_option(
           "--interp", options->interpolation,
-          "trilinear or tetrahedral; only GPU frames use it, the CPU path is always trilinear")
+          "trilinear or tetrahedral; tetrahedral needs a GPU device, the CPU path is trilinear")
       ->check(CLI::IsMember({"trilinear", "tetrahedral"}))
       ->capture_default_str();
+  command
+      ->add_option("--device", options->device,
+                   "Where to apply: cpu, opencl[:N], cuda[:N], or auto (the first CUDA device "
+                   "when there is one, else the CPU)")
+      ->capture_default_str();
   command->add_flag("--verbose", options->verbose,
-                    "Print how long reading, applying and writing took for each image");
+                    "Print how long reading, applying and writing took for each image (on a GPU "
+                    "device: uploading, applying and downloading)");
   command->callback([options] {
     if (const int status = RunApply(*options); status != 0) throw CLI::RuntimeError(status);
   });

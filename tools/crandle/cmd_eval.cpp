@@ -1,5 +1,6 @@
 // crandle eval: what does a LUT do to a colour? Lines of "R G B" in, the LUT's output out,
-// computed through the exported interface on a one-row float frame.
+// computed through the exported interface on a one-row float frame, in host memory or on a GPU
+// device.
 #include <cstdio>
 #include <cstring>
 #include <iostream>
@@ -10,6 +11,7 @@
 #include "commands.h"
 #include "crandle/crandle.h"
 #include "foundation/utf16.h"
+#include "gpu_device.h"
 #include "lut_report.h"
 #include "picture.h"
 
@@ -18,6 +20,8 @@ namespace {
 
 struct SEvalOptions {
   std::string lutPath;
+  std::string device = "cpu";
+  std::string interpolation = "trilinear";
 };
 
 // Three numbers separated by blanks, tabs or commas, nothing else; blank lines and '#' comments
@@ -34,6 +38,22 @@ bool ParseColour(const std::string& line, float rgb[3], bool& skip) {
 }
 
 int RunEval(const SEvalOptions& options) {
+  SDeviceChoice device;
+  std::string error;
+  if (!ChooseDevice(options.device, device, error)) {
+    std::fprintf(stderr, "crandle eval: %s\n", error.c_str());
+    return 1;
+  }
+  const auto method = options.interpolation == "tetrahedral"
+                          ? host::LUTInterpolationMethod::Tetrahedral
+                          : host::LUTInterpolationMethod::Trilinear;
+  if (!device.device && method == host::LUTInterpolationMethod::Tetrahedral) {
+    std::fprintf(stderr,
+                 "crandle eval: --interp tetrahedral runs on GPU devices only (the CPU path is "
+                 "trilinear); choose one with --device: %s\n",
+                 GPUDeviceList().c_str());
+    return 1;
+  }
   std::shared_ptr<void> lut;
   const int parsed = CRANDLE::ParseLUT(Tincta::Utf8ToUtf16(options.lutPath), lut);
   if (parsed != CRANDLE::kResultOK) {
@@ -72,10 +92,20 @@ int RunEval(const SEvalOptions& options) {
     pixels[4 * i + 2] = colours[3 * i + 0];
     pixels[4 * i + 3] = 1.0f;
   }
-  auto sourceFrame = source.View(0, 1);
-  auto destinationFrame = destination.View(0, 1);
-  const int result = CRANDLE::ApplyLUT(sourceFrame, lut, host::LUTInterpolationMethod::Trilinear,
-                                       destinationFrame);
+  int result;
+  if (device.device) {
+    SDeviceTimings timings;
+    result = ApplyOnGPU(device.device, lut, method, source, destination, timings, error);
+    if (!error.empty()) {
+      std::fprintf(stderr, "crandle eval: on %s: %s (%d)\n", device.label.c_str(), error.c_str(),
+                   result);
+      return 1;
+    }
+  } else {
+    auto sourceFrame = source.View(0, 1);
+    auto destinationFrame = destination.View(0, 1);
+    result = CRANDLE::ApplyLUT(sourceFrame, lut, method, destinationFrame);
+  }
   if (result != CRANDLE::kResultOK) {
     std::fprintf(stderr, "crandle eval: applying the LUT failed: %s\n",
                  ResultCodeText(result).c_str());
@@ -94,6 +124,16 @@ void AddEvalCommand(CLI::App& app) {
   CLI::App* command = app.add_subcommand(
       "eval", "Read lines of 'R G B' from standard input and print what the LUT makes of each");
   command->add_option("LUT", options->lutPath, "LUT file of any supported format")->required();
+  command
+      ->add_option("--device", options->device,
+                   "Where to apply: cpu, opencl[:N], cuda[:N], or auto (the first CUDA device "
+                   "when there is one, else the CPU)")
+      ->capture_default_str();
+  command
+      ->add_option("--interp", options->interpolation,
+                   "trilinear or tetrahedral; tetrahedral needs a GPU device")
+      ->check(CLI::IsMember({"trilinear", "tetrahedral"}))
+      ->capture_default_str();
   command->callback([options] {
     if (const int status = RunEval(*options); status != 0) throw CLI::RuntimeError(status);
   });

@@ -9,8 +9,10 @@
 
 #include "commands.h"
 #include "crandle/crandle.h"
-#include "foundation/cpu_features.h"
+#include "engine/convert/convert_kernels.h"
+#include "engine/cpu/cpu_kernels.h"
 #include "foundation/file.h"
+#include "foundation/simd_tier.h"
 #include "foundation/utf16.h"
 #include "gpu_report.h"
 #include "lut_report.h"
@@ -90,8 +92,10 @@ void PrintJson(const std::string& path, const SLUTReport& report) {
 void PrintSystem() {
   const Tincta::SProcessorFeatures& features = Tincta::ProcessorFeatures();
   std::printf(
-      "kernel tier   %s%s\n", Tincta::KernelTierName(features),
+      "simd tier     %s%s\n", Tincta::SimdTierName(Tincta::ActiveSimdTier()),
       features.wideVectorsSwitchedOff ? " (256-bit kernels switched off by CRANDLE_CPU_ISA)" : "");
+  std::printf("  engine      %s\n", Tincta::ActiveCPUKernels().name);
+  std::printf("  converters  %s\n", Tincta::SelectedConvertKernelsName());
   std::printf("processor     sse4.1 %s, sse4.2 %s, avx %s, avx2 %s, fma %s, os ymm state %s\n",
               features.sse41 ? "yes" : "no", features.sse42 ? "yes" : "no",
               features.avx ? "yes" : "no", features.avx2 ? "yes" : "no",
@@ -138,9 +142,9 @@ void AddInfoCommand(CLI::App& app) {
   command->add_flag(
       "--from-bytes", options->fromBytes,
       "Read each file into memory and parse the bytes (as a host does for embedded LUTs)");
-  command->add_flag(
-      "--system", options->system,
-      "Also print the processor features, the kernel tier in use and the GPU devices");
+  command->add_flag("--system", options->system,
+                    "Also print the processor features, the SIMD tier of each kernel family and "
+                    "the GPU devices");
   command->callback([options] {
     if (options->paths.empty() && !options->system) throw CLI::CallForHelp();
     const int status = RunInfo(*options);

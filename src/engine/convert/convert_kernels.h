@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "foundation/simd_tier.h"
+
 namespace Tincta {
 
 /// Each kernel converts `groups` whole groups of one line and writes exactly the groups' bytes
@@ -12,7 +14,7 @@ namespace Tincta {
 /// Float sources hold four floats per pixel; samples keep their order (channel exchange is the
 /// caller's business, except in the swapping 16-bit kernel).
 struct SConvertKernels {
-  /// Name of the instruction-set tier ("sse4.1", "avx2").
+  /// The tier's name (`SimdTierName`): "sse" or "avx2".
   const char* name;
   /// 4 pixels → 16 bytes: min(x, 1) × 255 rounded to nearest even, saturated to 0..255.
   void (*floatToRgba8)(const float* source, uint8_t* target, size_t groups);
@@ -35,19 +37,21 @@ struct SConvertKernels {
 
 /// The SSE4.1 table; call only when the processor has SSE4.1.
 const SConvertKernels& ConvertKernelsSse41();
-/// The AVX2 table; call only when `SProcessorFeatures::Use256BitKernels()` holds for this
-/// processor (ignoring the switch-off flag).
+/// The AVX2 table; call only where `SimdTierOf(DetectProcessorFeatures(nullptr))` is AVX2.
 const SConvertKernels& ConvertKernelsAvx2();
 
-/// Whether this processor can run any kernel table (SSE4.1 at least).
+/// The table that runs at `tier`; null at the scalar tier, where the general path converts.
+const SConvertKernels* ConvertKernelsFor(ESimdTier tier);
+
+/// Whether this process runs any kernel table (its tier is above scalar).
 bool bConvertKernelsAvailable();
 
 /// A table whose entries go through per-kernel slots: each slot starts at a resolver that, on
-/// the first call, picks the best variant from the processor-feature record, stores it in the
-/// slot and calls it. Only for a processor where `bConvertKernelsAvailable()` holds.
+/// the first call, takes the variant of `ActiveSimdTier()`, stores it in the slot and calls it.
+/// Only for a process where `bConvertKernelsAvailable()` holds.
 const SConvertKernels& DispatchedConvertKernels();
 
-/// Name of the tier that the slots pick on this processor ("sse4.1", "avx2"), or "none".
+/// Name of the tier whose kernels the slots take ("sse", "avx2"), or "scalar".
 const char* SelectedConvertKernelsName();
 
 }  // namespace Tincta

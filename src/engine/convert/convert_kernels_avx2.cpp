@@ -199,7 +199,7 @@ void StoreFence() {
   _mm_sfence();
 }
 
-constexpr SConvertKernels kAvx2Kernels = {"avx2",
+constexpr SConvertKernels kAvx2Kernels = {SimdTierName(ESimdTier::kAVX2),
                                           FloatToRgba8,
                                           FloatToRgb8,
                                           FloatToRgb10<false>,

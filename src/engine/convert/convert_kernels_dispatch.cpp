@@ -1,17 +1,17 @@
 // Resolver slots of the optimized converter's kernels: each slot starts at a resolver that
-// picks the variant once and overwrites itself with it.
+// takes the variant of the process's SIMD tier and overwrites itself with it.
 #include <atomic>
 #include <type_traits>
 #include <utility>
 
 #include "engine/convert/convert_kernels.h"
-#include "foundation/cpu_features.h"
 
 namespace Tincta {
 namespace {
 
-const SConvertKernels& BestKernels() {
-  return ProcessorFeatures().Use256BitKernels() ? ConvertKernelsAvx2() : ConvertKernelsSse41();
+// Reached only where a kernel table runs (`bConvertKernelsAvailable`).
+const SConvertKernels& ActiveKernels() {
+  return *ConvertKernelsFor(ActiveSimdTier());
 }
 
 template <auto kMember, class Function>
@@ -23,7 +23,7 @@ struct CKernelSlot<kMember, Result (*)(Arguments...)> {
   using Function = Result (*)(Arguments...);
 
   static Result Resolve(Arguments... arguments) {
-    const Function chosen = BestKernels().*kMember;
+    const Function chosen = ActiveKernels().*kMember;
     slot.store(chosen, std::memory_order_relaxed);
     return chosen(arguments...);
   }
@@ -38,10 +38,6 @@ template <auto kMember>
 constexpr auto SlotCall() {
   using Function = std::remove_reference_t<decltype(std::declval<SConvertKernels>().*kMember)>;
   return &CKernelSlot<kMember, Function>::Call;
-}
-
-const char* ResolvedName() {
-  return BestKernels().name;
 }
 
 constexpr SConvertKernels kDispatched = {
@@ -59,8 +55,20 @@ constexpr SConvertKernels kDispatched = {
 
 }  // namespace
 
+const SConvertKernels* ConvertKernelsFor(ESimdTier tier) {
+  switch (tier) {
+    case ESimdTier::kScalar:
+      return nullptr;
+    case ESimdTier::kSSE:
+      return &ConvertKernelsSse41();
+    case ESimdTier::kAVX2:
+      return &ConvertKernelsAvx2();
+  }
+  return nullptr;
+}
+
 bool bConvertKernelsAvailable() {
-  return ProcessorFeatures().sse41;
+  return ConvertKernelsFor(ActiveSimdTier()) != nullptr;
 }
 
 const SConvertKernels& DispatchedConvertKernels() {
@@ -68,7 +76,7 @@ const SConvertKernels& DispatchedConvertKernels() {
 }
 
 const char* SelectedConvertKernelsName() {
-  return bConvertKernelsAvailable() ? ResolvedName() : "none";
+  return SimdTierName(ActiveSimdTier());
 }
 
 }  // namespace Tincta

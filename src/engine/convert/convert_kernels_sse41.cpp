@@ -138,7 +138,7 @@ void StoreFence() {
   _mm_sfence();
 }
 
-constexpr SConvertKernels kSse41Kernels = {"sse4.1",
+constexpr SConvertKernels kSse41Kernels = {SimdTierName(ESimdTier::kSSE),
                                            FloatToRgba8,
                                            FloatToRgb8,
                                            FloatToRgb10<false>,

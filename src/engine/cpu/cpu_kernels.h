@@ -10,6 +10,7 @@
 #include <cstdint>
 
 #include "engine/cpu/cpu_texture.h"
+#include "foundation/simd_tier.h"
 
 namespace Tincta {
 
@@ -24,7 +25,7 @@ struct SLUTDomainMapping {
 };
 
 struct SCPUKernelTable {
-  /// "sse" or "avx2".
+  /// The tier's name (`SimdTierName`): "sse" or "avx2".
   const char* name;
 
   /// 1-D linear sampling of `unit` over its width at 8 coordinates `s`; writes 8 RGBA texels
@@ -72,8 +73,10 @@ struct SCPUKernelTable {
 const SCPUKernelTable& CPUKernelsSSE();
 /// The 256-bit table; call its kernels only where the processor-feature record allows them.
 const SCPUKernelTable& CPUKernelsAVX2();
-/// The table of this process, chosen once from the processor-feature record (CRANDLE_CPU_ISA=sse
-/// forces the 128-bit table).
+/// The table that runs at `tier`: the 256-bit one at AVX2, else the 128-bit one (the engine has
+/// no scalar table, so it needs SSE4.1).
+const SCPUKernelTable& CPUKernelsFor(ESimdTier tier);
+/// The table of this process: `CPUKernelsFor(ActiveSimdTier())`.
 const SCPUKernelTable& ActiveCPUKernels();
 
 }  // namespace Tincta

@@ -1,11 +1,13 @@
 #include "engine/cpu/cpu_kernels.h"
-#include "foundation/cpu_features.h"
 
 namespace Tincta {
 
+const SCPUKernelTable& CPUKernelsFor(ESimdTier tier) {
+  return tier == ESimdTier::kAVX2 ? CPUKernelsAVX2() : CPUKernelsSSE();
+}
+
 const SCPUKernelTable& ActiveCPUKernels() {
-  static const SCPUKernelTable& table =
-      ProcessorFeatures().Use256BitKernels() ? CPUKernelsAVX2() : CPUKernelsSSE();
+  static const SCPUKernelTable& table = CPUKernelsFor(ActiveSimdTier());
   return table;
 }
 

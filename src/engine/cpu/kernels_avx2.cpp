@@ -445,7 +445,7 @@ void ApplyLUT1D3DExchanging(const SCPUTextureUnit& shaper, const SCPUTextureUnit
 }
 
 constexpr SCPUKernelTable kTable{
-    "avx2",
+    SimdTierName(ESimdTier::kAVX2),
     Sample1D,
     Sample3D,
     Mix,

@@ -342,7 +342,7 @@ void ApplyLUT1D3DExchanging(const SCPUTextureUnit& shaper, const SCPUTextureUnit
 }
 
 constexpr SCPUKernelTable kTable{
-    "sse",
+    SimdTierName(ESimdTier::kSSE),
     Sample1D,
     Sample3D,
     Mix,

@@ -9,14 +9,16 @@ constexpr uint32_t kBakedEntries = 1024;
 
 }  // namespace
 
-EReadOutcome ReadColorTransformation(COv3DLUT& lut, const uint8_t* bytes, uint32_t length,
-                                     const SParseOptions& options) {
-  if (!options.allowTransformText || options.kindFilter == ELUTKindFilter::Only3D) {
-    return EReadOutcome::Failed;
-  }
+bool IsColorTransformationAllowed(const uint8_t*, uint32_t, const SParseOptions& options) {
+  return options.allowTransformText && options.kindFilter != ELUTKindFilter::Only3D;
+}
+
+bool ReadColorTransformation(COv3DLUT& lut, const uint8_t* bytes, uint32_t length,
+                             const SParseOptions& options) {
+  if (!IsColorTransformationAllowed(bytes, length, options)) return false;
   COvColorTransformation transformation;
-  if (!transformation.bParse(bytes, length)) return EReadOutcome::Failed;
-  if (!lut.Allocate(kBakedEntries, false)) return EReadOutcome::Failed;
+  if (!transformation.bParse(bytes, length)) return false;
+  if (!lut.Allocate(kBakedEntries, false)) return false;
   float* table = lut.Table();
   for (uint32_t i = 0; i < kBakedEntries; ++i) {
     const float value = float(double(i) / double(kBakedEntries - 1));
@@ -26,7 +28,7 @@ EReadOutcome ReadColorTransformation(COv3DLUT& lut, const uint8_t* bytes, uint32
     entry[3] = 1.0f;
   }
   lut.SetDomain({0, 0, 0, 1}, {1, 1, 1, 1});
-  return EReadOutcome::Loaded;
+  return true;
 }
 
 }  // namespace Tincta

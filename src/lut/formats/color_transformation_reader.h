@@ -4,11 +4,16 @@
 #include <cstdint>
 
 #include "lut/formats/reader.h"
-#include "lut/lut3d.h"
 
 namespace Tincta {
 
-/// Reads the text into `lut`, or reports that it is not this format.
-EReadOutcome ReadColorTransformation(COv3DLUT& lut, const uint8_t* bytes, uint32_t length, const SParseOptions& options);
+/// The detector's probe: the caller allows transformation text and a 1-D table. Whatever text
+/// reaches this last step is then this reader's to accept or refuse.
+bool IsColorTransformationAllowed(const uint8_t* bytes, uint32_t length,
+                                  const SParseOptions& options);
+
+/// Reads the text as a colour transformation and bakes it into `lut`.
+bool ReadColorTransformation(COv3DLUT& lut, const uint8_t* bytes, uint32_t length,
+                             const SParseOptions& options);
 
 }  // namespace Tincta

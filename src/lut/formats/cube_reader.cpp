@@ -5,18 +5,11 @@
 #include <string_view>
 
 #include "lut/formats/float_triple.h"
+#include "lut/formats/text_chars.h"
 #include "lut/formats/text_lines.h"
 
 namespace Tincta {
 namespace {
-
-// No line with fewer than five characters yields three numbers ("0 0 0", "1-2-3"), and each
-// data line is preceded by at least one line break.
-constexpr uint64_t kLeastBytesPerEntry = 6;
-
-bool IsScanfSpace(char c) {
-  return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' || c == '\r';
-}
 
 // Whether `line` begins, after white space, with `keyword`. A line that does not cannot match a
 // scanf format that starts with " keyword", so the data lines need not pay for two sscanf calls.
@@ -27,11 +20,40 @@ bool MayMatchKeyword(std::string_view line, std::string_view keyword) {
   return line.substr(start).starts_with(keyword);
 }
 
-}  // namespace
+// One walk over the lines serves the probe (no object: nothing is allocated or stored) and the
+// read. The text is someone else's when a data line meets no declared entries, which happens
+// before any size line and after a size line of 0 entries ("LUT_3D_INPUT_RANGE 0 1").
+class CCubeWalk {
+ public:
+  CCubeWalk(COv3DLUT* lut, const uint8_t* bytes, uint32_t length, const SParseOptions& options)
+      : lut_(lut),
+        bytes_(reinterpret_cast<const char*>(bytes), length),
+        lines_(bytes, length),
+        options_(options) {}
 
-EReadOutcome ReadCube(COv3DLUT& lut, const uint8_t* bytes, uint32_t length,
-                      const SParseOptions& options) {
-  CTextLines lines(bytes, length);
+  ETextWalk Walk();
+
+ private:
+  // Probing: whether a size line may still follow; without one, the walk can only end as a cube.
+  bool SizeLineMayFollow();
+
+  COv3DLUT* lut_;
+  std::string_view bytes_;
+  CTextLines lines_;
+  const SParseOptions& options_;
+  // Where the next "LUT_" lies in the text, for the probe; npos when none is left.
+  size_t nextKeyword_ = 0;
+};
+
+bool CCubeWalk::SizeLineMayFollow() {
+  const size_t cursor = bytes_.size() - size_t(lines_.RemainingBytes());
+  if (nextKeyword_ != std::string_view::npos && nextKeyword_ < cursor) {
+    nextKeyword_ = bytes_.find("LUT_", cursor);
+  }
+  return nextKeyword_ != std::string_view::npos;
+}
+
+ETextWalk CCubeWalk::Walk() {
   Vec4 domainMin{0, 0, 0, 1};
   Vec4 domainMax{1, 1, 1, 1};
   std::optional<std::string> title;
@@ -43,7 +65,7 @@ EReadOutcome ReadCube(COv3DLUT& lut, const uint8_t* bytes, uint32_t length,
   bool allocated = false;
 
   std::string_view line;
-  while (lines.Next(line)) {
+  while (lines_.Next(line)) {
     if (line.front() == '#') continue;
     if (line.starts_with("TITLE")) {
       char text[1024];
@@ -62,7 +84,7 @@ EReadOutcome ReadCube(COv3DLUT& lut, const uint8_t* bytes, uint32_t length,
       } else if (EqualsIgnoringCase(name, "MAX")) {
         domainMax = {r, g, b, 1.0f};
       } else {
-        return EReadOutcome::Failed;
+        return ETextWalk::Failed;
       }
       continue;
     }
@@ -70,29 +92,30 @@ EReadOutcome ReadCube(COv3DLUT& lut, const uint8_t* bytes, uint32_t length,
     unsigned declared = 0;
     if (mayBeSize && ScanLine(line, " LUT_%s %u ", word.data(), &declared) == 2) {
       const bool is3D = EqualsIgnoringCase(word.c_str(), "3D_SIZE");
-      if (is3D ? options.kindFilter == ELUTKindFilter::Only1D || declared > kMax3DSize
-               : options.kindFilter == ELUTKindFilter::Only3D || declared > kMax1DEntries) {
-        return EReadOutcome::Failed;
+      if (is3D ? options_.kindFilter == ELUTKindFilter::Only1D || declared > kMax3DSize
+               : options_.kindFilter == ELUTKindFilter::Only3D || declared > kMax1DEntries) {
+        return ETextWalk::Failed;
       }
       expected = is3D ? size_t(declared) * declared * declared : size_t(declared);
       stored = 0;
       // A table that the rest of the text is too short to fill cannot be completed whatever
-      // follows, unless a later size line replaces it; it is counted but never allocated, so a
-      // few bytes cannot ask for hundreds of megabytes.
-      allocated = expected != 0 && expected * kLeastBytesPerEntry <= lines.RemainingBytes();
+      // follows, unless a later size line replaces it; it is counted but never allocated.
+      allocated = expected != 0 && lines_.HasRoomForLines(expected);
+      if (!lut_) continue;
       if (allocated) {
-        if (!lut.Allocate(declared, is3D)) return EReadOutcome::Failed;
+        if (!lut_->Allocate(declared, is3D)) return ETextWalk::Failed;
       } else {
-        lut.Clear();
+        lut_->Clear();
       }
       continue;
     }
 
-    if (expected == 0) return EReadOutcome::NotThisFormat;
+    if (expected == 0) return ETextWalk::NotMine;
+    if (!lut_ && !SizeLineMayFollow()) return ETextWalk::Mine;
     float rgb[3];
     if (ScanFloatTriple(line, rgb) != 3) break;
-    if (allocated) {
-      float* entry = lut.Table() + 4 * stored;
+    if (allocated && lut_) {
+      float* entry = lut_->Table() + 4 * stored;
       entry[0] = rgb[0];
       entry[1] = rgb[1];
       entry[2] = rgb[2];
@@ -101,12 +124,23 @@ EReadOutcome ReadCube(COv3DLUT& lut, const uint8_t* bytes, uint32_t length,
     if (++stored == expected) break;
   }
 
-  if (expected == 0) return EReadOutcome::NotThisFormat;
+  if (expected == 0) return ETextWalk::NotMine;
+  if (!lut_) return ETextWalk::Mine;
   // An unallocated table never fills (see above); the test keeps that promise explicit.
-  if (stored < expected || !allocated) return EReadOutcome::Failed;
-  if (title) lut.SetTitle(std::move(*title));
-  lut.SetDomain(domainMin, domainMax);
-  return EReadOutcome::Loaded;
+  if (stored < expected || !allocated) return ETextWalk::Failed;
+  if (title) lut_->SetTitle(std::move(*title));
+  lut_->SetDomain(domainMin, domainMax);
+  return ETextWalk::Loaded;
+}
+
+}  // namespace
+
+bool IsCube(const uint8_t* bytes, uint32_t length, const SParseOptions& options) {
+  return CCubeWalk(nullptr, bytes, length, options).Walk() != ETextWalk::NotMine;
+}
+
+bool ReadCube(COv3DLUT& lut, const uint8_t* bytes, uint32_t length, const SParseOptions& options) {
+  return CCubeWalk(&lut, bytes, length, options).Walk() == ETextWalk::Loaded;
 }
 
 }  // namespace Tincta

@@ -4,11 +4,14 @@
 #include <cstdint>
 
 #include "lut/formats/reader.h"
-#include "lut/lut3d.h"
 
 namespace Tincta {
 
-/// Reads the text into `lut`, or reports that it is not this format.
-EReadOutcome ReadCube(COv3DLUT& lut, const uint8_t* bytes, uint32_t length, const SParseOptions& options);
+/// The detector's probe: a size line comes before the first data line, and no later size line
+/// of 0 entries hands the text on before the read would end.
+bool IsCube(const uint8_t* bytes, uint32_t length, const SParseOptions& options);
+
+/// Reads cube text that `IsCube` claimed into `lut`.
+bool ReadCube(COv3DLUT& lut, const uint8_t* bytes, uint32_t length, const SParseOptions& options);
 
 }  // namespace Tincta

@@ -30,40 +30,40 @@ Vec4 LoadDomainVector(const uint8_t* bytes) {
 
 }  // namespace
 
-bool IsFloatImage(const uint8_t* bytes, uint32_t length) {
+bool IsFloatImage(const uint8_t* bytes, uint32_t length, const SParseOptions&) {
   return length >= 17 &&
          (HasMagic(bytes, "OVTX") || HasMagic(bytes, "OTX2") || HasMagic(bytes, "OTX3"));
 }
 
-EReadOutcome ReadFloatImage(COv3DLUT& lut, const uint8_t* bytes, uint32_t length,
-                            const SParseOptions& options) {
-  if (!IsFloatImage(bytes, length)) return EReadOutcome::Failed;
+bool ReadFloatImage(COv3DLUT& lut, const uint8_t* bytes, uint32_t length,
+                    const SParseOptions& options) {
+  if (!IsFloatImage(bytes, length, options)) return false;
   const bool hasDomain = !HasMagic(bytes, "OVTX");
   const uint32_t size = LoadU32LE(bytes + 4);
   const uint32_t kind = LoadU32LE(bytes + 8);
   const uint32_t enciphered = LoadU32LE(bytes + 12);
 
-  if (enciphered != 0 && !HasMagic(bytes, "OTX3")) return EReadOutcome::Failed;
+  if (enciphered != 0 && !HasMagic(bytes, "OTX3")) return false;
   if (size > kMax1DEntries || (size > kMax3DSize && kind == kKind3D) ||
       (kind != kKind1D && kind != kKind3D)) {
-    return EReadOutcome::Failed;
+    return false;
   }
   const bool is3D = kind == kKind3D;
-  if (options.kindFilter == ELUTKindFilter::Only3D && !is3D) return EReadOutcome::Failed;
-  if (options.kindFilter == ELUTKindFilter::Only1D && is3D) return EReadOutcome::Failed;
-  if (size == 0) return EReadOutcome::Failed;
+  if (options.kindFilter == ELUTKindFilter::Only3D && !is3D) return false;
+  if (options.kindFilter == ELUTKindFilter::Only1D && is3D) return false;
+  if (size == 0) return false;
 
   const uint64_t count = is3D ? uint64_t(size) * size * size : uint64_t(size);
   // The format's own test counts three bytes an entry and no header, which lets a short payload
   // through; it stays as it is, and the payload is then checked to be all there before it is
   // read. Both come before the allocation, so a forged size cannot ask for memory.
-  if (count * 3 > length) return EReadOutcome::Failed;
+  if (count * 3 > length) return false;
   const uint32_t headerBytes = hasDomain ? kDomainHeaderBytes : kShortHeaderBytes;
-  if (headerBytes + count * 12 > length) return EReadOutcome::Failed;
+  if (headerBytes + count * 12 > length) return false;
   // Enciphered payloads cannot be read here: their cipher and key are not ours to rebuild.
-  if (enciphered != 0) return EReadOutcome::Failed;
+  if (enciphered != 0) return false;
 
-  if (!lut.Allocate(size, is3D)) return EReadOutcome::Failed;
+  if (!lut.Allocate(size, is3D)) return false;
   float* table = lut.Table();
   const uint8_t* payload = bytes + headerBytes;
   if constexpr (std::endian::native == std::endian::little) {
@@ -82,7 +82,7 @@ EReadOutcome ReadFloatImage(COv3DLUT& lut, const uint8_t* bytes, uint32_t length
   } else {
     lut.SetDomain({0, 0, 0, 0}, {1, 1, 1, 1});
   }
-  return EReadOutcome::Loaded;
+  return true;
 }
 
 }  // namespace Tincta

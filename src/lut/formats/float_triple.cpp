@@ -4,21 +4,13 @@
 #include <charconv>
 #include <system_error>
 
+#include "lut/formats/text_chars.h"
 #include "lut/formats/text_lines.h"
 
 namespace Tincta {
 namespace {
 
 std::atomic<bool> gFastPathEnabled{true};
-
-// The white space of scanf in the C locale.
-bool IsScanfSpace(char c) {
-  return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' || c == '\r';
-}
-
-bool IsDigit(char c) {
-  return c >= '0' && c <= '9';
-}
 
 // Length of a plain decimal number at `cursor`; 0 when there is none or when its end is not
 // certain ("1e" and "1e+" are left to sscanf, which reads them its own way).

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "lut/formats/shaper_line.h"
+#include "lut/formats/text_chars.h"
 #include "lut/formats/text_grid.h"
 #include "lut/formats/text_lines.h"
 
@@ -13,15 +14,6 @@ namespace {
 constexpr uint32_t kMaxMeshInputBits = 7;
 constexpr uint32_t kMaxMeshOutputBits = 32;
 constexpr uint32_t kMaxEntriesHeader = 128;
-// "0 0 0" and a line break: the fewest bytes a data line can take.
-constexpr uint64_t kLeastBytesPerDataLine = 6;
-
-bool IsDigit(char c) {
-  return c >= '0' && c <= '9';
-}
-bool IsBlank(char c) {
-  return c == ' ' || c == '\t';
-}
 
 // Three plain unsigned integers separated by blanks, each fitting 32 bits: what sscanf would read,
 // without its cost. False when the line is anything else.
@@ -45,23 +37,34 @@ bool ScanPlainCodeTriple(std::string_view line, unsigned (&values)[4]) {
   return cursor == line.size();
 }
 
+// What a header line asks of the walk.
+enum class EHeaderStep {
+  kGoOn,
+  // Reading ends here: no grid is known, so the text is someone else's.
+  kEnd,
+  kFail,
+};
+
+// One walk serves the probe (no object: the grid is checked but not allocated, and the walk stops
+// at the first data line) and the read. The text is someone else's when no grid is known where
+// the reading ends, or when the first line after the grid is neither data nor a shaper line.
 class CMeshReader {
  public:
-  CMeshReader(COv3DLUT& lut, const uint8_t* bytes, uint32_t length, const SParseOptions& options)
+  CMeshReader(COv3DLUT* lut, const uint8_t* bytes, uint32_t length, const SParseOptions& options)
       : lut_(lut), lines_(bytes, length), options_(options) {}
 
-  EReadOutcome Read();
+  ETextWalk Walk();
 
  private:
-  // Each returns NotThisFormat to go on with the next line, anything else to stop with it.
-  EReadOutcome ReadHeaderComment(std::string_view comment);
-  EReadOutcome ReadHeaderLine(std::string_view line, bool& endReading);
-  EReadOutcome AllocateGrid(uint32_t points);
-  EReadOutcome TakeShaper(SShaperLine& read);
+  // Each returns false when the read fails.
+  bool ReadHeaderComment(std::string_view comment);
+  bool AllocateGrid(uint32_t points);
+  bool TakeShaper(SShaperLine& read);
+  EHeaderStep ReadHeaderLine(std::string_view line);
   void StoreEntry(const unsigned (&values)[4]);
-  EReadOutcome Finish();
+  ETextWalk Finish();
 
-  COv3DLUT& lut_;
+  COv3DLUT* lut_;
   CTextLines lines_;
   const SParseOptions& options_;
   bool gridKnown_ = false;
@@ -77,90 +80,83 @@ class CMeshReader {
   uint32_t shaperPoints_ = 0;
 };
 
-EReadOutcome CMeshReader::AllocateGrid(uint32_t points) {
-  if (options_.kindFilter == ELUTKindFilter::Only1D) return EReadOutcome::Failed;
-  if (points == 0 || points > kMax3DSize) return EReadOutcome::Failed;
+bool CMeshReader::AllocateGrid(uint32_t points) {
+  if (options_.kindFilter == ELUTKindFilter::Only1D) return false;
+  if (points == 0 || points > kMax3DSize) return false;
   // A shaper made for another grid would send every input to the wrong texel.
-  if (shaper_ && shaperPoints_ != points) return EReadOutcome::Failed;
+  if (shaper_ && shaperPoints_ != points) return false;
   const uint64_t entries = uint64_t(points) * points * points;
   // Too few bytes left for the data lines: fail before allocating for them.
-  if (lines_.RemainingBytes() + 1 < entries * kLeastBytesPerDataLine) return EReadOutcome::Failed;
-  if (!lut_.Allocate(points, true)) return EReadOutcome::Failed;
+  if (!lines_.HasRoomForLines(entries)) return false;
+  if (lut_ && !lut_->Allocate(points, true)) return false;
   gridKnown_ = true;
   size_ = points;
   expected_ = size_t(entries);
-  return EReadOutcome::NotThisFormat;
+  return true;
 }
 
-EReadOutcome CMeshReader::TakeShaper(SShaperLine& read) {
-  if (read.shaper && gridKnown_ && read.pointCount != size_) return EReadOutcome::Failed;
+bool CMeshReader::TakeShaper(SShaperLine& read) {
+  if (read.shaper && gridKnown_ && read.pointCount != size_) return false;
   shaper_ = std::move(read.shaper);
   shaperPoints_ = read.pointCount;
-  return EReadOutcome::NotThisFormat;
+  return true;
 }
 
-EReadOutcome CMeshReader::ReadHeaderComment(std::string_view comment) {
+bool CMeshReader::ReadHeaderComment(std::string_view comment) {
   unsigned red = 0, green = 0, blue = 0;
   if (ScanLine(comment, " LUT_SIZE : %u %u %u ", &red, &green, &blue) == 3) {
-    if (red != green || green != blue) return EReadOutcome::Failed;
+    if (red != green || green != blue) return false;
     outputDenominator_ = 1023;
     return AllocateGrid(red);
   }
   unsigned entries = 0;
   if (ScanLine(comment, " entries = %u ", &entries) == 1) {
-    if (options_.kindFilter == ELUTKindFilter::Only1D) return EReadOutcome::Failed;
-    if (!IsPowerOfTwo(entries) || entries > kMaxEntriesHeader) return EReadOutcome::Failed;
+    if (options_.kindFilter == ELUTKindFilter::Only1D) return false;
+    if (!IsPowerOfTwo(entries) || entries > kMaxEntriesHeader) return false;
     outputDenominator_ = 1023;
     return AllocateGrid(entries + 1);
   }
   comment = TrimLine(comment);
-  if (comment.empty() || !IsDigit(comment.front())) return EReadOutcome::NotThisFormat;
+  if (comment.empty() || !IsDigit(comment.front())) return true;
   SShaperLine read;
   switch (ReadShaperLine(comment, options_.upsampleToPowerOfTwo, read)) {
     case EShaperLineOutcome::NotAShaperLine:
-      // A comment that merely starts with a number.
-      return EReadOutcome::NotThisFormat;
+      return true;  // a comment that merely starts with a number
     case EShaperLineOutcome::Invalid:
-      return EReadOutcome::Failed;
+      return false;
     case EShaperLineOutcome::Read:
       break;
   }
   return TakeShaper(read);
 }
 
-EReadOutcome CMeshReader::ReadHeaderLine(std::string_view line, bool& endReading) {
+EHeaderStep CMeshReader::ReadHeaderLine(std::string_view line) {
   std::string word(line.size() + 1, '\0');
   if (ScanLine(line, " 3DME%s ", word.data()) == 1) {
     word.resize(word.find('\0'));
-    if (word != "SH" && word != "SHHW") {
-      endReading = true;
-      return EReadOutcome::NotThisFormat;
-    }
-    if (options_.kindFilter == ELUTKindFilter::Only1D) return EReadOutcome::Failed;
-    return EReadOutcome::NotThisFormat;
+    if (word != "SH" && word != "SHHW") return EHeaderStep::kEnd;
+    if (options_.kindFilter == ELUTKindFilter::Only1D) return EHeaderStep::kFail;
+    return EHeaderStep::kGoOn;
   }
   unsigned inputBits = 0, outputBits = 0;
   if (ScanLine(line, " Mesh %u %u", &inputBits, &outputBits) == 2) {
-    if (inputBits > kMaxMeshInputBits) return EReadOutcome::Failed;
-    if (outputBits == 0 || outputBits > kMaxMeshOutputBits) return EReadOutcome::Failed;
+    if (inputBits > kMaxMeshInputBits) return EHeaderStep::kFail;
+    if (outputBits == 0 || outputBits > kMaxMeshOutputBits) return EHeaderStep::kFail;
     outputDenominator_ = double((uint64_t(1) << outputBits) - 1);
-    return AllocateGrid((1u << inputBits) + 1);
+    return AllocateGrid((1u << inputBits) + 1) ? EHeaderStep::kGoOn : EHeaderStep::kFail;
   }
   SShaperLine read;
   if (ReadShaperLine(line, options_.upsampleToPowerOfTwo, read) != EShaperLineOutcome::Read) {
-    // Not a mesh after all; the colour-transformation fallback decides.
-    endReading = true;
-    return EReadOutcome::NotThisFormat;
+    return EHeaderStep::kEnd;  // not a mesh after all
   }
   shaper_.reset();  // this line's shaper replaces one from a comment
-  if (const EReadOutcome taken = TakeShaper(read); taken != EReadOutcome::NotThisFormat)
-    return taken;
-  return AllocateGrid(read.pointCount);
+  if (!TakeShaper(read) || !AllocateGrid(read.pointCount)) return EHeaderStep::kFail;
+  return EHeaderStep::kGoOn;
 }
 
 void CMeshReader::StoreEntry(const unsigned (&values)[4]) {
   float* entry =
-      lut_.Table() + 4 * (size_t(red_) + size_t(size_) * green_ + size_t(size_) * size_ * blue_);
+      lut_->Table() + 4 * (size_t(red_) + size_t(size_) * green_ + size_t(size_) * size_ * blue_);
   for (int c = 0; c < 3; ++c) {
     largestValue_ = std::max<uint64_t>(largestValue_, values[c]);
     entry[c] =
@@ -177,26 +173,26 @@ void CMeshReader::StoreEntry(const unsigned (&values)[4]) {
   }
 }
 
-EReadOutcome CMeshReader::Read() {
+ETextWalk CMeshReader::Walk() {
   std::string_view line;
   while (stored_ < expected_ || !gridKnown_) {
     if (!lines_.Next(line)) break;
     if (line == "#") continue;
     if (line.front() == '#') {
       if (gridKnown_) continue;
-      const EReadOutcome outcome = ReadHeaderComment(line.substr(1));
-      if (outcome != EReadOutcome::NotThisFormat) return outcome;
+      if (!ReadHeaderComment(line.substr(1))) return ETextWalk::Failed;
       continue;
     }
     if (!gridKnown_) {
-      bool endReading = false;
-      const EReadOutcome outcome = ReadHeaderLine(line, endReading);
-      if (outcome != EReadOutcome::NotThisFormat) return outcome;
-      if (endReading) break;
+      const EHeaderStep step = ReadHeaderLine(line);
+      if (step == EHeaderStep::kFail) return ETextWalk::Failed;
+      if (step == EHeaderStep::kEnd) break;
       continue;
     }
     unsigned values[4] = {};
     if (ScanMeshDataLine(line, values) == 3) {
+      // Once an entry is stored, nothing can hand the text on.
+      if (!lut_) return ETextWalk::Mine;
       StoreEntry(values);
       continue;
     }
@@ -204,18 +200,17 @@ EReadOutcome CMeshReader::Read() {
     // The shaper line of a file whose header came first.
     SShaperLine read;
     if (ReadShaperLine(line, options_.upsampleToPowerOfTwo, read) != EShaperLineOutcome::Read) {
-      return EReadOutcome::NotThisFormat;
+      return ETextWalk::NotMine;
     }
-    if (const EReadOutcome taken = TakeShaper(read); taken != EReadOutcome::NotThisFormat) {
-      return taken;
-    }
+    if (!TakeShaper(read)) return ETextWalk::Failed;
   }
   return Finish();
 }
 
-EReadOutcome CMeshReader::Finish() {
-  if (!gridKnown_) return EReadOutcome::NotThisFormat;
-  if (stored_ < expected_) return EReadOutcome::Failed;
+ETextWalk CMeshReader::Finish() {
+  if (!gridKnown_) return ETextWalk::NotMine;
+  if (!lut_) return ETextWalk::Mine;
+  if (stored_ < expected_) return ETextWalk::Failed;
 
   if (outputDenominator_ == 0) {
     // No header named the output depth: take the least one that holds the largest value.
@@ -225,14 +220,16 @@ EReadOutcome CMeshReader::Finish() {
         levels <<= 1;
     }
     const double denominator = double(levels - 1);
-    float* table = lut_.Table();
+    float* table = lut_->Table();
     for (size_t i = 0; i < expected_; ++i) {
       for (int c = 0; c < 3; ++c)
         table[4 * i + c] = float(double(table[4 * i + c]) / denominator);
     }
   }
 
-  return FinishTextGrid(lut_, std::move(shaper_), options_.upsampleToPowerOfTwo);
+  return FinishTextGrid(*lut_, std::move(shaper_), options_.upsampleToPowerOfTwo)
+             ? ETextWalk::Loaded
+             : ETextWalk::Failed;
 }
 
 }  // namespace
@@ -242,9 +239,12 @@ int ScanMeshDataLine(std::string_view line, unsigned (&values)[4]) {
   return ScanLine(line, " %u %u %u %u ", &values[0], &values[1], &values[2], &values[3]);
 }
 
-EReadOutcome ReadMesh(COv3DLUT& lut, const uint8_t* bytes, uint32_t length,
-                      const SParseOptions& options) {
-  return CMeshReader(lut, bytes, length, options).Read();
+bool IsMesh(const uint8_t* bytes, uint32_t length, const SParseOptions& options) {
+  return CMeshReader(nullptr, bytes, length, options).Walk() != ETextWalk::NotMine;
+}
+
+bool ReadMesh(COv3DLUT& lut, const uint8_t* bytes, uint32_t length, const SParseOptions& options) {
+  return CMeshReader(&lut, bytes, length, options).Walk() == ETextWalk::Loaded;
 }
 
 }  // namespace Tincta

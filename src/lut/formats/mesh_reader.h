@@ -6,7 +6,6 @@
 #include <string_view>
 
 #include "lut/formats/reader.h"
-#include "lut/lut3d.h"
 
 namespace Tincta {
 
@@ -14,8 +13,12 @@ namespace Tincta {
 /// `values` filled as sscanf fills them; plain lines of three integers take a faster path.
 int ScanMeshDataLine(std::string_view line, unsigned (&values)[4]);
 
-/// Reads the text into `lut`, or reports that it is not this format.
-EReadOutcome ReadMesh(COv3DLUT& lut, const uint8_t* bytes, uint32_t length,
-                      const SParseOptions& options);
+/// The detector's probe: a grid becomes known (from a header comment, a 3DMESH "Mesh" line or a
+/// shaper line) and the first line after it is data or a shaper line; or the text breaks a rule
+/// of the format before that.
+bool IsMesh(const uint8_t* bytes, uint32_t length, const SParseOptions& options);
+
+/// Reads mesh text that `IsMesh` claimed into `lut`.
+bool ReadMesh(COv3DLUT& lut, const uint8_t* bytes, uint32_t length, const SParseOptions& options);
 
 }  // namespace Tincta

@@ -31,24 +31,24 @@ uint16_t ReadHalfWord(const uint8_t* at, bool bigEndian) {
 
 }  // namespace
 
-bool IsPacked10Cube(const uint8_t* bytes, uint32_t length) {
+bool IsPacked10Cube(const uint8_t* bytes, uint32_t length, const SParseOptions&) {
   return length >= kLeastPacked10Bytes &&
          (std::memcmp(bytes, "3LUT", 4) == 0 || std::memcmp(bytes, "TUL3", 4) == 0);
 }
 
-EReadOutcome ReadPacked10Cube(COv3DLUT& lut, const uint8_t* bytes, uint32_t length,
-                              const SParseOptions& options) {
-  if (options.kindFilter == ELUTKindFilter::Only1D) return EReadOutcome::Failed;
+bool ReadPacked10Cube(COv3DLUT& lut, const uint8_t* bytes, uint32_t length,
+                      const SParseOptions& options) {
+  if (options.kindFilter == ELUTKindFilter::Only1D) return false;
   const bool bigEndian = IsBigEndian(bytes);
-  if (ReadWord(bytes + kMarkerAt, bigEndian) != kMarker) return EReadOutcome::Failed;
+  if (ReadWord(bytes + kMarkerAt, bigEndian) != kMarker) return false;
 
   const uint32_t exponent = ReadHalfWord(bytes + kGridExponentAt, bigEndian) & 31u;
-  if (exponent > kMaxGridExponent) return EReadOutcome::Failed;
+  if (exponent > kMaxGridExponent) return false;
   const uint32_t size = (1u << exponent) + 1;
   const uint64_t entries = uint64_t(size) * size * size;
   const uint64_t dataOffset = ReadWord(bytes + kDataOffsetAt, bigEndian);
-  if (dataOffset + entries * 4 > length) return EReadOutcome::Failed;
-  if (!lut.Allocate(size, true)) return EReadOutcome::Failed;
+  if (dataOffset + entries * 4 > length) return false;
+  if (!lut.Allocate(size, true)) return false;
 
   // The caller's buffer is const: big-endian words are swapped as they are read rather than in
   // place, which gives the same values.
@@ -72,11 +72,11 @@ EReadOutcome ReadPacked10Cube(COv3DLUT& lut, const uint8_t* bytes, uint32_t leng
   const bool oversized = size > kMax3DSize;
   if ((options.upsampleToPowerOfTwo && !IsPowerOfTwo(size)) || oversized) {
     if (!lut.Resample(std::min(PowerOfTwoNotBelow(size), kPacked10UpsampleCap))) {
-      return EReadOutcome::Failed;
+      return false;
     }
   }
   lut.SetDomain({0, 0, 0, 0}, {1, 1, 1, 1});
-  return EReadOutcome::Loaded;
+  return true;
 }
 
 }  // namespace Tincta

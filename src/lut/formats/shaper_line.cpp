@@ -4,16 +4,14 @@
 #include <limits>
 #include <vector>
 
+#include "lut/formats/text_chars.h"
+
 namespace Tincta {
 namespace {
 
 // Positions whose distance from the evenly spaced ones stays within this many codes describe
 // the identity (files round 1023/16 * i to whole codes).
 constexpr double kEvenSpacingTolerance = 1.0;
-
-bool IsBlank(char c) {
-  return c == ' ' || c == '\t';
-}
 
 // Splits the line into unsigned integers. False when a token is anything else or the values
 // decrease. Keeps at most `keep` values but checks every token.
@@ -30,7 +28,7 @@ bool ParsePositions(std::string_view line, size_t keep, std::vector<uint64_t>& p
     const size_t start = cursor;
     while (cursor < line.size() && !IsBlank(line[cursor])) {
       const char c = line[cursor];
-      if (c < '0' || c > '9') return false;
+      if (!IsDigit(c)) return false;
       const uint64_t digit = uint64_t(c - '0');
       // Saturates: anything this large breaks the code range limit anyway.
       value = value > (std::numeric_limits<uint64_t>::max() - digit) / 10

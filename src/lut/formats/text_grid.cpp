@@ -4,11 +4,10 @@
 
 namespace Tincta {
 
-EReadOutcome FinishTextGrid(COv3DLUT& lut, std::shared_ptr<COv3DLUT> shaper,
-                            bool upsampleToPowerOfTwo) {
+bool FinishTextGrid(COv3DLUT& lut, std::shared_ptr<COv3DLUT> shaper, bool upsampleToPowerOfTwo) {
   if (upsampleToPowerOfTwo && !IsPowerOfTwo(lut.Size())) {
     if (!lut.Resample(std::min(PowerOfTwoNotBelow(lut.Size()), kTextGridUpsampleCap))) {
-      return EReadOutcome::Failed;
+      return false;
     }
   }
   if (shaper) {
@@ -20,7 +19,7 @@ EReadOutcome FinishTextGrid(COv3DLUT& lut, std::shared_ptr<COv3DLUT> shaper,
   } else {
     lut.SetDomain({0, 0, 0, 1}, {1, 1, 1, 1});
   }
-  return EReadOutcome::Loaded;
+  return true;
 }
 
 }  // namespace Tincta

@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <memory>
 
-#include "lut/formats/reader.h"
 #include "lut/lut3d.h"
 
 namespace Tincta {
@@ -15,8 +14,7 @@ namespace Tincta {
 inline constexpr uint32_t kTextGridUpsampleCap = 128;
 
 /// Resamples `lut` to a power of two (capped) when asked and its size is none, attaches `shaper`
-/// (may be null) and sets the domain. Failed when the resampling fails.
-EReadOutcome FinishTextGrid(COv3DLUT& lut, std::shared_ptr<COv3DLUT> shaper,
-                            bool upsampleToPowerOfTwo);
+/// (may be null) and sets the domain. False when the resampling fails.
+bool FinishTextGrid(COv3DLUT& lut, std::shared_ptr<COv3DLUT> shaper, bool upsampleToPowerOfTwo);
 
 }  // namespace Tincta

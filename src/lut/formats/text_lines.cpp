@@ -4,18 +4,25 @@
 #include <cstdarg>
 #include <cstdio>
 
+#include "lut/formats/text_chars.h"
+
 namespace Tincta {
 namespace {
 
-bool IsTrimmed(char c) { return c == '\n' || c == '\t' || c == ' ' || c == '\r'; }
-bool IsBreak(char c) { return c == '\n' || c == '\r'; }
-char Lower(char c) { return static_cast<char>(std::tolower(static_cast<unsigned char>(c))); }
+bool IsBreak(char c) {
+  return c == '\n' || c == '\r';
+}
+char Lower(char c) {
+  return static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+}
 
 }  // namespace
 
 std::string_view TrimLine(std::string_view text) {
-  while (!text.empty() && IsTrimmed(text.front())) text.remove_prefix(1);
-  while (!text.empty() && IsTrimmed(text.back())) text.remove_suffix(1);
+  while (!text.empty() && IsWhiteSpace(text.front()))
+    text.remove_prefix(1);
+  while (!text.empty() && IsWhiteSpace(text.back()))
+    text.remove_suffix(1);
   return text;
 }
 
@@ -32,9 +39,11 @@ bool StartsWithIgnoringCase(std::string_view text, std::string_view prefix) {
 
 bool CTextLines::Next(std::string_view& line) {
   while (cursor_ < end_) {
-    while (cursor_ < end_ && IsBreak(*cursor_)) ++cursor_;
+    while (cursor_ < end_ && IsBreak(*cursor_))
+      ++cursor_;
     const char* start = cursor_;
-    while (cursor_ < end_ && !IsBreak(*cursor_)) ++cursor_;
+    while (cursor_ < end_ && !IsBreak(*cursor_))
+      ++cursor_;
     const std::string_view trimmed = TrimLine(std::string_view(start, size_t(cursor_ - start)));
     if (!trimmed.empty()) {
       line = trimmed;

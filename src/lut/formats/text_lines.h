@@ -29,6 +29,13 @@ class CTextLines {
   /// Bytes not yet consumed (for checks of declared sizes against the text actually present).
   uint64_t RemainingBytes() const { return uint64_t(end_ - cursor_); }
 
+  /// Whether the text left can hold `count` more lines of three numbers, each taking at least
+  /// six bytes with the break before it ("0 0 0", "1-2-3"). Checked before a reader allocates a
+  /// table for the lines, so that a few bytes cannot ask for hundreds of megabytes. One byte of
+  /// slack is allowed: a mesh text one byte short still reaches its first data line, and hands
+  /// over to the colour-transformation fallback when that line is foreign.
+  bool HasRoomForLines(uint64_t count) const { return RemainingBytes() + 1 >= count * 6; }
+
  private:
   const char* cursor_;
   const char* end_;

@@ -13,30 +13,29 @@ namespace {
 constexpr int kMaxInputLUTLength = 4096;
 constexpr uint32_t kShaperUpsampleCap = 4096;
 constexpr double kIdentityTolerance = 1e-5;
-// "0 0 0" and a line break: the fewest bytes an entry line can take.
-constexpr uint64_t kLeastBytesPerEntryLine = 6;
 
+// One walk serves the probe and the read. Only the version line makes a text a Truelight file,
+// and it may follow other header lines and even blocks: the probe walks to it exactly as the read
+// does (blocks before it are read into a scratch object) and stops there.
 class CTruelightReader {
  public:
   CTruelightReader(COv3DLUT& lut, const uint8_t* bytes, uint32_t length,
-                   const SParseOptions& options)
-      : lut_(lut), lines_(bytes, length), options_(options) {}
+                   const SParseOptions& options, bool probing)
+      : lut_(lut), lines_(bytes, length), options_(options), probing_(probing) {}
 
-  EReadOutcome Read();
+  ETextWalk Walk();
 
  private:
   // Each returns false when the read fails.
   bool ReadHeader(std::string_view comment, bool& end);
   bool ReadInputLUT();
   bool ReadCube();
-  bool HasRoomFor(uint64_t entryLines) const {
-    return lines_.RemainingBytes() + 1 >= entryLines * kLeastBytesPerEntryLine;
-  }
-  EReadOutcome Finish();
+  ETextWalk Finish();
 
   COv3DLUT& lut_;
   CTextLines lines_;
   const SParseOptions& options_;
+  const bool probing_;
   bool versionSeen_ = false;
   int lutLength_ = 0;
   int width_ = -1;  // -1: no width line yet
@@ -45,11 +44,11 @@ class CTruelightReader {
   std::shared_ptr<COv3DLUT> shaper_;
 };
 
-EReadOutcome CTruelightReader::Read() {
+ETextWalk CTruelightReader::Walk() {
   std::string_view line;
   bool failed = false;
   bool end = false;
-  while (!failed && !end && lines_.Next(line)) {
+  while (!failed && !end && !(probing_ && versionSeen_) && lines_.Next(line)) {
     if (line == "#") continue;
     if (line.front() != '#') {
       // Stray text outside the blocks: a broken Truelight file, or not one at all.
@@ -59,8 +58,9 @@ EReadOutcome CTruelightReader::Read() {
     failed = !ReadHeader(TrimLine(line.substr(1)), end);
   }
   // Only the version line makes a text a Truelight file; until then it is someone else's.
-  if (!versionSeen_) return EReadOutcome::NotThisFormat;
-  if (failed) return EReadOutcome::Failed;
+  if (!versionSeen_) return ETextWalk::NotMine;
+  if (probing_) return ETextWalk::Mine;
+  if (failed) return ETextWalk::Failed;
   return Finish();
 }
 
@@ -97,7 +97,7 @@ bool CTruelightReader::ReadInputLUT() {
   if (inputLUTRead_ || tableRead_) return false;
   inputLUTRead_ = true;
   // The identity test and the resampling need a first and a last entry.
-  if (lutLength_ < 2 || !HasRoomFor(uint64_t(lutLength_))) return false;
+  if (lutLength_ < 2 || !lines_.HasRoomForLines(uint64_t(lutLength_))) return false;
   const uint32_t length = uint32_t(lutLength_);
   const bool asShaper = width_ >= 0;
   if (!asShaper && options_.kindFilter == ELUTKindFilter::Only3D) return false;
@@ -144,7 +144,7 @@ bool CTruelightReader::ReadCube() {
   if (tableRead_ || options_.kindFilter == ELUTKindFilter::Only1D) return false;
   const uint32_t size = uint32_t(width_);
   const uint64_t entries = uint64_t(size) * size * size;
-  if (!HasRoomFor(entries) || !lut_.Allocate(size, true)) return false;
+  if (!lines_.HasRoomForLines(entries) || !lut_.Allocate(size, true)) return false;
   float* table = lut_.Table();
   std::string_view line;
   for (uint64_t i = 0; i < entries; ++i) {
@@ -158,20 +158,27 @@ bool CTruelightReader::ReadCube() {
   return true;
 }
 
-EReadOutcome CTruelightReader::Finish() {
-  if (!tableRead_) return EReadOutcome::Failed;
+ETextWalk CTruelightReader::Finish() {
+  if (!tableRead_) return ETextWalk::Failed;
   if (!lut_.Is3D()) {
     lut_.SetDomain({0, 0, 0, 1}, {1, 1, 1, 1});
-    return EReadOutcome::Loaded;
+    return ETextWalk::Loaded;
   }
-  return FinishTextGrid(lut_, std::move(shaper_), options_.upsampleToPowerOfTwo);
+  return FinishTextGrid(lut_, std::move(shaper_), options_.upsampleToPowerOfTwo)
+             ? ETextWalk::Loaded
+             : ETextWalk::Failed;
 }
 
 }  // namespace
 
-EReadOutcome ReadTruelight(COv3DLUT& lut, const uint8_t* bytes, uint32_t length,
-                           const SParseOptions& options) {
-  return CTruelightReader(lut, bytes, length, options).Read();
+bool IsTruelight(const uint8_t* bytes, uint32_t length, const SParseOptions& options) {
+  COv3DLUT scratch;
+  return CTruelightReader(scratch, bytes, length, options, true).Walk() != ETextWalk::NotMine;
+}
+
+bool ReadTruelight(COv3DLUT& lut, const uint8_t* bytes, uint32_t length,
+                   const SParseOptions& options) {
+  return CTruelightReader(lut, bytes, length, options, false).Walk() == ETextWalk::Loaded;
 }
 
 }  // namespace Tincta

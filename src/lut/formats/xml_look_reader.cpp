@@ -9,6 +9,7 @@
 
 #include "foundation/hex_codec.h"
 #include "foundation/xml_storage.h"
+#include "lut/formats/text_fields.h"
 #include "lut/formats/text_lines.h"
 
 namespace Tincta {
@@ -20,24 +21,11 @@ bool IsUpperHexDigit(char c) {
   return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'F');
 }
 
-bool ParseInteger(std::string_view text, int64_t& value) {
-  text = TrimLine(text);
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  return error == std::errc() && end == text.data() + text.size();
-}
-
-// "r, g, b" with blanks around each number.
+// "r, g, b" with blanks around each number; alpha 1.
 bool ParseDomain(std::string_view text, Vec4& domain) {
-  for (int c = 0; c < 3; ++c) {
-    const size_t comma = text.find(',');
-    if ((c < 2) != (comma != std::string_view::npos)) return false;
-    std::string_view number = TrimLine(text.substr(0, comma));
-    const auto [end, error] =
-        std::from_chars(number.data(), number.data() + number.size(), domain[c]);
-    if (error != std::errc() || end != number.data() + number.size()) return false;
-    text = c < 2 ? text.substr(comma + 1) : std::string_view();
-  }
-  domain[3] = 1.0f;
+  float rgb[3];
+  if (!ParseCommaTriple(text, rgb)) return false;
+  domain = {rgb[0], rgb[1], rgb[2], 1.0f};
   return true;
 }
 
@@ -67,7 +55,7 @@ bool CXMLLookReader::ReadElement(const pugi::xml_node& element) {
   if (ElementNameIs(element, "size")) {
     if (!ReadElementText(element, text)) return false;
     // An unreadable size stays out of range, so that data after it fails.
-    if (!ParseInteger(text, size_)) size_ = 0;
+    if (!ParseTrimmedNumber(text, size_)) size_ = 0;
     return true;
   }
   if (ElementNameIs(element, "domainmin") || ElementNameIs(element, "domainmax")) {
@@ -118,16 +106,16 @@ pugi::xml_node FirstChildElement(const pugi::xml_node& node) {
 
 }  // namespace
 
-bool LooksLikeXMLLook(const uint8_t* bytes, uint32_t length) {
+bool IsXMLLook(const uint8_t* bytes, uint32_t length, const SParseOptions&) {
   const std::string_view head = TrimLine(
       std::string_view(reinterpret_cast<const char*>(bytes), std::min(length, kLookProbeBytes)));
   return head.starts_with("<?xml") && head.find("<look>", 1) != std::string_view::npos;
 }
 
-EReadOutcome ReadXMLLook(COv3DLUT& lut, const uint8_t* bytes, uint32_t length,
-                         const SParseOptions& options) {
+bool ReadXMLLook(COv3DLUT& lut, const uint8_t* bytes, uint32_t length,
+                 const SParseOptions& options) {
   pugi::xml_document document;
-  if (!document.load_buffer(bytes, length)) return EReadOutcome::Failed;
+  if (!document.load_buffer(bytes, length)) return false;
 
   pugi::xml_node lutElement;
   for (pugi::xml_node node = document.first_child(); node; node = NextInDocumentOrder(node)) {
@@ -139,17 +127,17 @@ EReadOutcome ReadXMLLook(COv3DLUT& lut, const uint8_t* bytes, uint32_t length,
       }
     }
   }
-  if (!lutElement) return EReadOutcome::Failed;
+  if (!lutElement) return false;
 
   // Every element after the LUT tag, its own children first.
   CXMLLookReader reader(lut, options);
   for (pugi::xml_node node = NextInDocumentOrder(lutElement); node;
        node = NextInDocumentOrder(node)) {
-    if (node.type() == pugi::node_element && !reader.ReadElement(node)) return EReadOutcome::Failed;
+    if (node.type() == pugi::node_element && !reader.ReadElement(node)) return false;
   }
-  if (!reader.TableLoaded()) return EReadOutcome::Failed;
+  if (!reader.TableLoaded()) return false;
   lut.SetDomain(reader.DomainMin(), reader.DomainMax());
-  return EReadOutcome::Loaded;
+  return true;
 }
 
 }  // namespace Tincta

@@ -5,14 +5,14 @@
 #include <cstdint>
 
 #include "lut/formats/reader.h"
-#include "lut/lut3d.h"
 
 namespace Tincta {
 
-/// The detector's test: the first 1024 bytes, trimmed, begin with "<?xml" and hold "<look>".
-bool LooksLikeXMLLook(const uint8_t* bytes, uint32_t length);
+/// The detector's probe: the first 1024 bytes, trimmed, begin with "<?xml" and hold "<look>".
+bool IsXMLLook(const uint8_t* bytes, uint32_t length, const SParseOptions& options);
 
-/// Reads the XML look into `lut`; the outcome is final.
-EReadOutcome ReadXMLLook(COv3DLUT& lut, const uint8_t* bytes, uint32_t length, const SParseOptions& options);
+/// Reads the XML look into `lut`.
+bool ReadXMLLook(COv3DLUT& lut, const uint8_t* bytes, uint32_t length,
+                 const SParseOptions& options);
 
 }  // namespace Tincta

@@ -9,6 +9,7 @@
 
 #include "foundation/hex_codec.h"
 #include "foundation/xml_storage.h"
+#include "lut/formats/text_fields.h"
 #include "lut/formats/text_lines.h"
 #include "lut/lut_cache.h"
 
@@ -47,12 +48,6 @@ std::string FormatTriple(const Vec4& value) {
   return text;
 }
 
-bool ParseUnsigned(std::string_view text, uint64_t& value) {
-  text = TrimLine(text);
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  return error == std::errc() && end == text.data() + text.size();
-}
-
 bool ParseBoolean(std::string_view text, bool& value) {
   text = TrimLine(text);
   if (text == "1" || EqualsIgnoringCase(text, "true")) {
@@ -64,20 +59,6 @@ bool ParseBoolean(std::string_view text, bool& value) {
     return true;
   }
   return false;
-}
-
-// Three numbers separated by commas (blanks around them allowed).
-bool ParseTriple(std::string_view text, float (&value)[3]) {
-  for (int c = 0; c < 3; ++c) {
-    const size_t comma = text.find(',');
-    if ((c < 2) != (comma != std::string_view::npos)) return false;
-    const std::string_view number = TrimLine(text.substr(0, comma));
-    const auto [end, error] =
-        std::from_chars(number.data(), number.data() + number.size(), value[c]);
-    if (error != std::errc() || end != number.data() + number.size()) return false;
-    text = c < 2 ? text.substr(comma + 1) : std::string_view();
-  }
-  return true;
 }
 
 // Digests are written upper-case but compared without regard to case.
@@ -123,13 +104,13 @@ std::unique_ptr<COv3DLUT> ReadElement(const pugi::xml_node& element, int depth) 
       hash = text;
       hasHash = true;
     } else if (ElementNameIs(child, "size")) {
-      malformed |= !ParseUnsigned(text, size);
+      malformed |= !ParseTrimmedNumber(text, size);
     } else if (ElementNameIs(child, "is3d")) {
       malformed |= !ParseBoolean(text, is3D);
     } else if (ElementNameIs(child, "min")) {
-      malformed |= !ParseTriple(text, min);
+      malformed |= !ParseCommaTriple(text, min);
     } else if (ElementNameIs(child, "max")) {
-      malformed |= !ParseTriple(text, max);
+      malformed |= !ParseCommaTriple(text, max);
     } else {
       data = std::move(text);
       hasData = true;

@@ -18,14 +18,13 @@ namespace {
 
 using Tincta::COv3DLUT;
 using Tincta::ELUTKindFilter;
-using Tincta::EReadOutcome;
 using Tincta::Vec4;
 using namespace std::string_literals;
 constexpr auto kNot = EReadOutcome::NotThisFormat, kFailed = EReadOutcome::Failed;
 constexpr auto kLoaded = EReadOutcome::Loaded;
 
 EReadOutcome Read(COv3DLUT& lut, std::string_view text, ELUTKindFilter kind = {}) {
-  return ReadAlone(Tincta::ReadCube, lut, text, {.kind = kind});
+  return ReadAlone("cube", lut, text, {.kind = kind});
 }
 
 std::string Lines(size_t count, const char* line = "0.5 0.25 0.125\n") {

@@ -12,6 +12,7 @@
 #include <fstream>
 #include <thread>
 
+#include "lut/formats/reader.h"
 #include "lut/formats/xml_lut_element.h"
 #include "support/lut_test.h"
 #include "support/temp_dir.h"
@@ -164,6 +165,55 @@ TEST_F(Corpus, SeedsLoadAndReadAlikeOnEightThreadsBesideCacheLookUps) {
   EXPECT_EQ(wrong.load(), 0);
   EXPECT_EQ(cache.UsersOf(loaded.CacheKey()), users);
   EXPECT_EQ(cache.InUseBytes(), inUse);
+}
+
+// The first reader whose probe claims a buffer, in the detector's order; "" when none does. The
+// text readers' claims are decided where their lines decide them, not by the first line alone.
+TEST(ReaderProbes, FirstClaimantInTheDetectorsOrder) {
+  const auto claimant = [](const std::string& text, ELUTKindFilter kind) -> std::string {
+    const Tincta::SParseOptions options{.kindFilter = kind};
+    for (const Tincta::SLUTFormatReader& reader : Tincta::LUTFormatReaders()) {
+      if (reader.probe(reinterpret_cast<const uint8_t*>(text.data()), uint32_t(text.size()),
+                       options)) {
+        return reader.name;
+      }
+    }
+    return "";
+  };
+  const std::vector<uint8_t> packed =
+      Packed10Bytes(true, 1, [](uint32_t, uint32_t, uint32_t) { return 0u; });
+  const std::vector<uint8_t> image = FloatImageBytes({.magic = "OVTX", .size = 2}, 2, [](uint64_t) {
+    return Rgb{0, 0, 0};
+  });
+  const std::string k2 = "0 0 0\n1 0 0\n0 1 0\n1 1 0\n0 0 1\n1 0 1\n0 1 1\n1 1 1\n";
+  const std::string mesh = MeshText("3DMESH\nMesh 1 10\n", 3, NodeCodesOf(3, 1024));
+  const std::string cdl = CDLText("1 1 1", "0 0 0", "1 1 1");
+  const auto any = ELUTKindFilter::Any, only3D = ELUTKindFilter::Only3D;
+  const struct {
+    std::string text;
+    ELUTKindFilter kind;
+    std::string reader;
+  } cases[] = {
+      {std::string(image.begin(), image.end()), any, "float image"},
+      {std::string(packed.begin(), packed.end()), any, "packed 10-bit cube"},
+      {XMLLookText(2, NodeColours(2)), any, "XML look"},
+      {"LUT_3D_SIZE 2\n" + k2, any, "cube"},
+      {"DOMAIN_MID 1 1 1\n" + k2, any, "cube"},  // broken before any size line: final
+      {"LUT_3D_SIZE 2\nLUT_3D_INPUT_RANGE 0 1\n" + k2, any, "colour transformation"},
+      {"LUT_1D_SIZE 3\n1 1 1\nLUT_1D_SIZE 0\n1 1 1\n", any, "colour transformation"},
+      {"LUT_1D_SIZE 2\n1 1 1\n2 2 2\nLUT_1D_SIZE 0\n", any, "cube"},  // read ends first
+      {TruelightText(2, {}, NodeColours(2)), any, "Truelight"},
+      {"# iDims 7\n# Truelight Cube v2.0\n", any, "colour transformation"},
+      {"# iDims 3\n# Truelight Cube v2.0\n", any, "Truelight"},
+      {mesh, any, "mesh"},
+      {"3DMESH\nMesh 0 10\n" + cdl, any, "colour transformation"},
+      {"3DMESH\nMesh 0 10\n" + cdl, only3D, ""},
+      {"# entries = 3\n" + cdl, any, "mesh"},  // broken header: final
+      {cdl, any, "colour transformation"},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(claimant(c.text, c.kind), c.reader) << c.text.substr(0, 60);
+  }
 }
 
 }  // namespace

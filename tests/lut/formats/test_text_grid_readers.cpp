@@ -11,7 +11,6 @@ namespace {
 
 using Tincta::COv3DLUT;
 using Tincta::ELUTKindFilter;
-using Tincta::EReadOutcome;
 using Tincta::EShaperLineOutcome;
 using Tincta::Vec4;
 
@@ -109,7 +108,7 @@ TEST_F(TextGrids, BrokenFilesFailAndLeaveNothing) {
   const std::string cube = TruelightText(2, shaper, NodeColours(2));
   const std::string mesh = MeshText("3DMESH\nMesh 1 10\n", 3, NodeCodesOf(3, 1024));
   const auto kNot = EReadOutcome::NotThisFormat;
-  const auto truelight = Tincta::ReadTruelight, meshReader = Tincta::ReadMesh;
+  const Reader truelight = "Truelight", meshReader = "mesh";
   const struct {
     Reader reader;
     std::string text;
