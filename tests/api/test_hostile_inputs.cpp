@@ -123,6 +123,18 @@ SMadeInput PathWithNul(const TempDir& dir) {
   return {{}, cube + std::string(1, '\0') + "junk"};
 }
 
+// Comment lines that each look like an uneven shaper line over 4096 codes, and nothing else.
+SMadeInput MeshOfShaperComments(const TempDir&) {
+  return {Repeat("# 0 303 546 819 1092 1365 1638 1911 2184 2457 2730 3003 3276 3549 3822 4095\n",
+                 130000),
+          {}};
+}
+
+// Size lines only, each replacing the last with a table the rest of the text could hold.
+SMadeInput CubeOfSizeLines(const TempDir&) {
+  return {Repeat("LUT_3D_SIZE 64\nLUT_3D_SIZE 63\n", 240000), {}};
+}
+
 const std::vector<SHostileRow>& Rows() {
   static const std::vector<SHostileRow> rows = {
       {"cdl_correction_under_85000_nested_decisions", DeepDecisionList, kBoth, CRANDLE::kResultOK},
@@ -141,6 +153,10 @@ const std::vector<SHostileRow>& Rows() {
       {"look_reference_grid_length_1600000000", ReferenceWithHugeGridLength, kBytes},
       {"packed_257_points_resampled_to_256", Packed257, kBoth, CRANDLE::kResultOK, true, 15.0},
       {"utf16_path_with_embedded_nul", PathWithNul, kPath},
+      // About 10 MB each: at the 200 MiB limit, the cost per byte must stay within seconds.
+      {"mesh_of_130000_shaper_comment_lines", MeshOfShaperComments, kBoth,
+       CRANDLE::kResultLUTFailed, false, 1.5},
+      {"cube_of_480000_size_lines", CubeOfSizeLines, kBoth, CRANDLE::kResultLUTFailed, false, 1.5},
   };
   return rows;
 }

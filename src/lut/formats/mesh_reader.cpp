@@ -59,7 +59,7 @@ class CMeshReader {
   // Each returns false when the read fails.
   bool ReadHeaderComment(std::string_view comment);
   bool AllocateGrid(uint32_t points);
-  bool TakeShaper(SShaperLine& read);
+  bool TakeShaper(std::string_view line, const SShaperLine& read);
   EHeaderStep ReadHeaderLine(std::string_view line);
   void StoreEntry(const unsigned (&values)[4]);
   ETextWalk Finish();
@@ -76,7 +76,10 @@ class CMeshReader {
   // 2^O - 1 of a header; 0 while no header gave one.
   double outputDenominator_ = 0;
   uint64_t largestValue_ = 0;
-  std::shared_ptr<COv3DLUT> shaper_;
+  // The kept shaper line; its table is built only when the read succeeds, since a text may hold
+  // any number of shaper lines (in comments) that replace one another.
+  std::string_view shaperLine_;
+  bool hasShaper_ = false;
   uint32_t shaperPoints_ = 0;
 };
 
@@ -84,7 +87,7 @@ bool CMeshReader::AllocateGrid(uint32_t points) {
   if (options_.kindFilter == ELUTKindFilter::Only1D) return false;
   if (points == 0 || points > kMax3DSize) return false;
   // A shaper made for another grid would send every input to the wrong texel.
-  if (shaper_ && shaperPoints_ != points) return false;
+  if (hasShaper_ && shaperPoints_ != points) return false;
   const uint64_t entries = uint64_t(points) * points * points;
   // Too few bytes left for the data lines: fail before allocating for them.
   if (!lines_.HasRoomForLines(entries)) return false;
@@ -95,9 +98,10 @@ bool CMeshReader::AllocateGrid(uint32_t points) {
   return true;
 }
 
-bool CMeshReader::TakeShaper(SShaperLine& read) {
-  if (read.shaper && gridKnown_ && read.pointCount != size_) return false;
-  shaper_ = std::move(read.shaper);
+bool CMeshReader::TakeShaper(std::string_view line, const SShaperLine& read) {
+  if (read.uneven && gridKnown_ && read.pointCount != size_) return false;
+  hasShaper_ = read.uneven;
+  shaperLine_ = line;
   shaperPoints_ = read.pointCount;
   return true;
 }
@@ -119,7 +123,7 @@ bool CMeshReader::ReadHeaderComment(std::string_view comment) {
   comment = TrimLine(comment);
   if (comment.empty() || !IsDigit(comment.front())) return true;
   SShaperLine read;
-  switch (ReadShaperLine(comment, options_.upsampleToPowerOfTwo, read)) {
+  switch (ReadShaperLine(comment, options_.upsampleToPowerOfTwo, read, false)) {
     case EShaperLineOutcome::NotAShaperLine:
       return true;  // a comment that merely starts with a number
     case EShaperLineOutcome::Invalid:
@@ -127,7 +131,7 @@ bool CMeshReader::ReadHeaderComment(std::string_view comment) {
     case EShaperLineOutcome::Read:
       break;
   }
-  return TakeShaper(read);
+  return TakeShaper(comment, read);
 }
 
 EHeaderStep CMeshReader::ReadHeaderLine(std::string_view line) {
@@ -146,11 +150,12 @@ EHeaderStep CMeshReader::ReadHeaderLine(std::string_view line) {
     return AllocateGrid((1u << inputBits) + 1) ? EHeaderStep::kGoOn : EHeaderStep::kFail;
   }
   SShaperLine read;
-  if (ReadShaperLine(line, options_.upsampleToPowerOfTwo, read) != EShaperLineOutcome::Read) {
+  if (ReadShaperLine(line, options_.upsampleToPowerOfTwo, read, false) !=
+      EShaperLineOutcome::Read) {
     return EHeaderStep::kEnd;  // not a mesh after all
   }
-  shaper_.reset();  // this line's shaper replaces one from a comment
-  if (!TakeShaper(read) || !AllocateGrid(read.pointCount)) return EHeaderStep::kFail;
+  hasShaper_ = false;  // this line's shaper replaces one from a comment
+  if (!TakeShaper(line, read) || !AllocateGrid(read.pointCount)) return EHeaderStep::kFail;
   return EHeaderStep::kGoOn;
 }
 
@@ -196,13 +201,14 @@ ETextWalk CMeshReader::Walk() {
       StoreEntry(values);
       continue;
     }
-    if (stored_ > 0 || shaper_) break;
+    if (stored_ > 0 || hasShaper_) break;
     // The shaper line of a file whose header came first.
     SShaperLine read;
-    if (ReadShaperLine(line, options_.upsampleToPowerOfTwo, read) != EShaperLineOutcome::Read) {
+    if (ReadShaperLine(line, options_.upsampleToPowerOfTwo, read, false) !=
+        EShaperLineOutcome::Read) {
       return ETextWalk::NotMine;
     }
-    if (!TakeShaper(read)) return ETextWalk::Failed;
+    if (!TakeShaper(line, read)) return ETextWalk::Failed;
   }
   return Finish();
 }
@@ -227,7 +233,13 @@ ETextWalk CMeshReader::Finish() {
     }
   }
 
-  return FinishTextGrid(*lut_, std::move(shaper_), options_.upsampleToPowerOfTwo)
+  SShaperLine built;
+  if (hasShaper_ && (ReadShaperLine(shaperLine_, options_.upsampleToPowerOfTwo, built) !=
+                         EShaperLineOutcome::Read ||
+                     !built.shaper)) {
+    return ETextWalk::Failed;
+  }
+  return FinishTextGrid(*lut_, std::move(built.shaper), options_.upsampleToPowerOfTwo)
              ? ETextWalk::Loaded
              : ETextWalk::Failed;
 }
