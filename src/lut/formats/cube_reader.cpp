@@ -92,7 +92,10 @@ ETextWalk CCubeWalk::Walk() {
     }
 
     unsigned declared = 0;
-    if (mayBeSize && ScanLine(line, " LUT_%s %u ", word.data(), &declared) == 2) {
+    const int sizeFields = mayBeSize ? ScanFields(line, " LUT_%s %u ", word.data(), &declared) : 0;
+    // A size that wraps at 32 bits would declare some other table.
+    if (sizeFields == kScanOutOfRange) return ETextWalk::Failed;
+    if (sizeFields == 2) {
       const bool is3D = EqualsIgnoringCase(word.c_str(), "3D_SIZE");
       if (is3D ? options_.kindFilter == ELUTKindFilter::Only1D || declared > kMax3DSize
                : options_.kindFilter == ELUTKindFilter::Only3D || declared > kMax1DEntries) {

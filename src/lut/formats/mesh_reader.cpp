@@ -107,14 +107,19 @@ bool CMeshReader::TakeShaper(std::string_view line, const SShaperLine& read) {
 }
 
 bool CMeshReader::ReadHeaderComment(std::string_view comment) {
+  // A number that wraps at 32 bits would declare some other grid: the read fails.
   unsigned red = 0, green = 0, blue = 0;
-  if (ScanLine(comment, " LUT_SIZE : %u %u %u ", &red, &green, &blue) == 3) {
+  const int sizes = ScanFields(comment, " LUT_SIZE : %u %u %u ", &red, &green, &blue);
+  if (sizes == kScanOutOfRange) return false;
+  if (sizes == 3) {
     if (red != green || green != blue) return false;
     outputDenominator_ = 1023;
     return AllocateGrid(red);
   }
   unsigned entries = 0;
-  if (ScanLine(comment, " entries = %u ", &entries) == 1) {
+  const int entryFields = ScanFields(comment, " entries = %u ", &entries);
+  if (entryFields == kScanOutOfRange) return false;
+  if (entryFields == 1) {
     if (options_.kindFilter == ELUTKindFilter::Only1D) return false;
     if (!IsPowerOfTwo(entries) || entries > kMaxEntriesHeader) return false;
     outputDenominator_ = 1023;
@@ -143,7 +148,9 @@ EHeaderStep CMeshReader::ReadHeaderLine(std::string_view line) {
     return EHeaderStep::kGoOn;
   }
   unsigned inputBits = 0, outputBits = 0;
-  if (ScanLine(line, " Mesh %u %u", &inputBits, &outputBits) == 2) {
+  const int bits = ScanFields(line, " Mesh %u %u", &inputBits, &outputBits);
+  if (bits == kScanOutOfRange) return EHeaderStep::kFail;
+  if (bits == 2) {
     if (inputBits > kMaxMeshInputBits) return EHeaderStep::kFail;
     if (outputBits == 0 || outputBits > kMaxMeshOutputBits) return EHeaderStep::kFail;
     outputDenominator_ = double((uint64_t(1) << outputBits) - 1);
@@ -195,7 +202,10 @@ ETextWalk CMeshReader::Walk() {
       continue;
     }
     unsigned values[4] = {};
-    if (ScanMeshDataLine(line, values) == 3) {
+    const int fields = ScanMeshDataLine(line, values);
+    // A code that wraps at 32 bits would store some other value.
+    if (fields == kScanOutOfRange) return ETextWalk::Failed;
+    if (fields == 3) {
       // Once an entry is stored, nothing can hand the text on.
       if (!lut_) return ETextWalk::Mine;
       StoreEntry(values);
@@ -248,7 +258,7 @@ ETextWalk CMeshReader::Finish() {
 
 int ScanMeshDataLine(std::string_view line, unsigned (&values)[4]) {
   if (ScanPlainCodeTriple(line, values)) return 3;
-  return ScanLine(line, " %u %u %u %u ", &values[0], &values[1], &values[2], &values[3]);
+  return ScanFields(line, " %u %u %u %u ", &values[0], &values[1], &values[2], &values[3]);
 }
 
 bool IsMesh(const uint8_t* bytes, uint32_t length, const SParseOptions& options) {
