@@ -30,7 +30,6 @@ using TexturePtr = std::shared_ptr<COvHwTexture>;
 
 constexpr const char* kSourceTexture = "texture0_RECT";
 constexpr host::PixelFormat kTableFormat = host::kPixelFormat_BGRA_4444_32f;
-constexpr size_t kTexelBytes = 16;
 
 // Blocks from the device's allocators go back to them when the call ends.
 struct SStagingRelease {

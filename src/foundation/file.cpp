@@ -16,9 +16,15 @@ bool FileModificationTime(const std::string& path, int64_t& nanoseconds) {
   return true;
 }
 
-EFileReadResult ReadWholeFile(const std::string& path, uint64_t sizeLimit, SFileContents& contents) {
+EFileReadResult ReadWholeFile(const std::string& path, uint64_t sizeLimit,
+                              SFileContents& contents) {
   COvFile file;
-  if (!file.Open(path)) return EFileReadResult::NotFound;
+  if (!file.Open(path)) {
+    struct stat info {};
+    const bool exists = path.find('\0') == std::string::npos && ::stat(path.c_str(), &info) == 0;
+    return exists && !S_ISREG(info.st_mode) ? EFileReadResult::NotRegular
+                                            : EFileReadResult::NotFound;
+  }
   return ReadWholeFile(file, sizeLimit, contents);
 }
 
@@ -38,12 +44,30 @@ EFileReadResult ReadWholeFile(COvFile& file, uint64_t sizeLimit, SFileContents& 
   return EFileReadResult::Ok;
 }
 
-COvFile::~COvFile() { Close(); }
+COvFile::~COvFile() {
+  Close();
+}
 
 bool COvFile::Open(const std::string& path) {
   Close();
-  descriptor_ = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  return descriptor_ >= 0;
+  // The system would open the file named by the part before an embedded NUL.
+  if (path.find('\0') != std::string::npos) return false;
+  // Opened without blocking and checked before use: opening a named pipe for reading would
+  // otherwise wait for a writer forever, and a device or directory holds no LUT.
+  const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+  if (descriptor < 0) return false;
+  struct stat info {};
+  if (::fstat(descriptor, &info) != 0 || !S_ISREG(info.st_mode)) {
+    ::close(descriptor);
+    return false;
+  }
+  const int flags = ::fcntl(descriptor, F_GETFL);
+  if (flags < 0 || ::fcntl(descriptor, F_SETFL, flags & ~O_NONBLOCK) != 0) {
+    ::close(descriptor);
+    return false;
+  }
+  descriptor_ = descriptor;
+  return true;
 }
 
 void COvFile::Close() {

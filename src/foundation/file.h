@@ -39,7 +39,8 @@ class COvFile {
   COvFile(const COvFile&) = delete;
   COvFile& operator=(const COvFile&) = delete;
 
-  /// Opens `path` (UTF-8) for reading; false when it cannot be opened.
+  /// Opens `path` (UTF-8) for reading; false when it cannot be opened or is not a regular file
+  /// (a pipe, a device or a directory is refused without waiting on it).
   bool Open(const std::string& path);
   void Close();
   bool IsOpen() const { return descriptor_ >= 0; }

@@ -13,6 +13,10 @@ namespace Tincta {
 /// Smallest grid block the conversion looks at.
 inline constexpr uint32_t kLookGridMinBytes = 30;
 
+/// Largest grid block a reference may name: the samples of the largest grid (254 points an axis)
+/// behind a header of up to 1 MiB. A larger block holds nothing the conversion would read.
+inline constexpr uint32_t kLookGridMaxBytes = 6u * 254 * 254 * 254 + (1u << 20);
+
 /// Converts a grid block of `length` bytes into an "OTX3" image of a 3-D table (domain 0..1),
 /// exchanging the outer axes so that the grid's slowest index becomes the image's fastest. Each
 /// value is (sample / divisor) x scale + bias in double precision, rounded to single. On success

@@ -62,6 +62,9 @@ SLookReference ReadLookReference(const void* bytes) {
 }
 
 bool ReadLookGridBlock(const SLookReference& reference, std::unique_ptr<uint8_t[]>& block) {
+  // Refused before the file is even opened: no grid needs more, and the length is the record's
+  // word, not the file's.
+  if (reference.gridLength > kLookGridMaxBytes) return false;
   COvFile file;
   if (!file.Open(reference.path)) return false;
   // The length is the record's word: the file must hold the block before memory is spent on it.

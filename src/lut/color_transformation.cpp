@@ -56,12 +56,19 @@ bool ParseNumbers(std::string_view text, double* values, size_t count) {
   return found == count;
 }
 
-void CollectCorrections(const pugi::xml_node& node, std::vector<pugi::xml_node>& corrections) {
-  for (pugi::xml_node child = node.first_child(); child; child = child.next_sibling()) {
-    if (LocalNameIs(child, "ColorCorrection")) {
-      corrections.push_back(child);
-    } else if (LocalNameIs(child, "ColorDecision")) {
-      CollectCorrections(child, corrections);
+// Walked with a list of its own rather than by recursion: the nesting depth is the input's to
+// choose, and a deep enough document would otherwise exhaust the caller's stack.
+void CollectCorrections(const pugi::xml_node& root, std::vector<pugi::xml_node>& corrections) {
+  std::vector<pugi::xml_node> pending{root};
+  while (!pending.empty()) {
+    const pugi::xml_node node = pending.back();
+    pending.pop_back();
+    for (pugi::xml_node child = node.first_child(); child; child = child.next_sibling()) {
+      if (LocalNameIs(child, "ColorCorrection")) {
+        corrections.push_back(child);
+      } else if (LocalNameIs(child, "ColorDecision")) {
+        pending.push_back(child);
+      }
     }
   }
 }

@@ -1,5 +1,6 @@
 // Resampling a table to another size through the keyframe curve, one axis at a time.
 #include <array>
+#include <cstring>
 #include <memory>
 #include <new>
 
@@ -79,14 +80,26 @@ bool COv3DLUT::Resample(uint32_t newSize) {
   if (!is3D_) {
     ResampleRun(table_, 4, oldSize, resampled.table_, 4, newSize, curves);
   } else {
-    // Red, then green, then blue: (N, N, N) -> (M, N, N) -> (M, M, N) -> (M, M, M).
-    const auto alongRed = AllocateEntries(uint64_t(newSize) * oldSize * oldSize);
-    const auto alongGreen = AllocateEntries(uint64_t(newSize) * newSize * oldSize);
-    if (!alongRed || !alongGreen) return false;
-    ResampleAxis(table_, {oldSize, oldSize, oldSize}, 0, newSize, alongRed.get(), curves);
-    ResampleAxis(alongRed.get(), {newSize, oldSize, oldSize}, 1, newSize, alongGreen.get(), curves);
-    ResampleAxis(alongGreen.get(), {newSize, newSize, oldSize}, 2, newSize, resampled.table_,
-                 curves);
+    // Red, then green, then blue: (N, N, N) -> (M, N, N) -> (M, M, N) -> (M, M, M). The first two
+    // axes are done one blue slice at a time through two slice-sized buffers, so that only the
+    // (M, M, N) grid is held whole; when the table is this object's own and does not grow, that
+    // grid overwrites it in place (slice b lands at or before where slice b was read from).
+    const bool inPlace = cacheKey_.empty() && newSize <= oldSize;
+    const auto alongRed = AllocateEntries(uint64_t(newSize) * oldSize);
+    const auto alongGreen = AllocateEntries(uint64_t(newSize) * newSize);
+    const auto separate =
+        inPlace ? nullptr : AllocateEntries(uint64_t(newSize) * newSize * oldSize);
+    if (!alongRed || !alongGreen || (!inPlace && !separate)) return false;
+    float* const crossSlices = inPlace ? table_ : separate.get();
+    const size_t oldSlice = 4 * size_t(oldSize) * oldSize;
+    const size_t newSlice = 4 * size_t(newSize) * newSize;
+    for (uint32_t blue = 0; blue < oldSize; ++blue) {
+      ResampleAxis(table_ + blue * oldSlice, {oldSize, oldSize, 1}, 0, newSize, alongRed.get(),
+                   curves);
+      ResampleAxis(alongRed.get(), {newSize, oldSize, 1}, 1, newSize, alongGreen.get(), curves);
+      std::memcpy(crossSlices + blue * newSlice, alongGreen.get(), newSlice * sizeof(float));
+    }
+    ResampleAxis(crossSlices, {newSize, newSize, oldSize}, 2, newSize, resampled.table_, curves);
   }
 
   // The new table is this object's own: a cache user leaves its entry, keeping its shaper.

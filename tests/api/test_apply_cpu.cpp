@@ -320,6 +320,40 @@ TEST(ApplyOnCPU, ResultCodesUploadLimitsAndFailuresInStrips) {
   ExpectAffineResult(smallOut, input);
 }
 
+// A working frame the host cannot allocate ends the call with the host's own result, before any
+// pixel of either frame is touched (the views below lie over a few bytes). A frame of 2^64 bytes
+// is beyond the host's largest block and refused without asking the allocator; a plain request
+// of 512 GiB is not tried under the sanitizers' allocators.
+TEST(ApplyOnCPU, AWorkingFrameTheHostCannotAllocateReturnsTheHostsResult) {
+  struct SCase {
+    uint32_t width, height;
+    bool sourceInWorkingLayout;  // else the destination needs the working frame
+  };
+  // The widest frame whose float rows a 32-bit line stride can still describe.
+  const uint32_t widest = (1u << 28) - 1;
+  std::vector<SCase> cases = {{widest, 0xFFFFFFFFu, false}, {widest, 0xFFFFFFFFu, true}};
+#if CRANDLE_COUNTS_ALLOCATIONS
+  cases.push_back({1u << 20, 1u << 15, false});
+  cases.push_back({1u << 20, 1u << 15, true});
+#endif
+  const std::shared_ptr<void> lut = AffineCube(5);
+  std::vector<float> memory(64, 0.25f);
+  for (const SCase& c : cases) {
+    SCOPED_TRACE(testing::Message()
+                 << c.width << "x" << c.height << " " << c.sourceInWorkingLayout);
+    FrameRef frames[2];
+    for (int i = 0; i < 2; ++i) {
+      const bool working = (i == 0) == c.sourceInWorkingLayout;
+      const PixelFormat format = working ? kFloat : kByte;
+      ASSERT_EQ(host::CreateVideoFrameView(frames[i], format, c.width, c.height, memory.data(),
+                                           size_t(c.width) * (working ? 16 : 4), nullptr),
+                0);
+    }
+    EXPECT_EQ(Apply(frames[0], lut, frames[1]), host::kFrameErrorOutOfMemory);
+  }
+  EXPECT_TRUE(std::all_of(memory.begin(), memory.end(), [](float v) { return v == 0.25f; }));
+}
+
 // Several threads apply one LUT handle to frames of their own at once, on every strip of a wide
 // frame, into the working layout and into 16 bits.
 TEST(ApplyOnCPU, ConcurrentCallsShareOneHandle) {

@@ -273,38 +273,39 @@ COv3DLUT Make(uint32_t n, bool is3D, const NodeValue& value) {
   return lut;
 }
 
-// A cube that mixes the axes, so that each pass shows, from 5 to 9 points; a 1-D table is the
-// red pass alone. Resampling is linear in the samples: the model weighs them by Catmull-Rom of
-// unit samples.
+// A cube that mixes the axes, so that each pass shows, from 5 to 9 points and back from 9 to 5
+// (which works in the table's own memory); a 1-D table is the red pass alone. Resampling is
+// linear in the samples: the model weighs them by Catmull-Rom of unit samples.
 TEST(Resample, CurvedTablesFollowCatmullRomAlongEachAxis) {
-  const uint32_t n = 5, m = 9;
-  const NodeValue node = [](uint32_t ri, uint32_t gi, uint32_t bi, int c) {
-    const double r = ri / 4.0, g = gi / 4.0, b = bi / 4.0;
-    return c == 0   ? std::pow(r, 2.2) * (1 + g) + b
-           : c == 1 ? std::sin(5 * r) * std::cos(2 * b) + g * g * g
-                    : r * g * b - std::sqrt(g) + 1 - std::sqrt(r);
-  };
-  double weight[m][n];
-  for (uint32_t j = 0; j < m; ++j)
-    for (uint32_t i = 0; i < n; ++i) {
-      std::vector<double> unit(n, 0.0);
-      unit[i] = 1;
-      weight[j][i] = CatmullRom(unit, double(j) / (m - 1));
-    }
-  for (const bool is3D : {false, true}) {
-    COv3DLUT lut = Make(n, is3D, node);
-    ASSERT_TRUE(lut.Resample(m));
-    const uint32_t along = is3D ? n : 1;
-    for (uint32_t e = 0; e < lut.EntryCount(); ++e) {
-      const uint32_t r = e % m, g = e / m % m, b = e / m / m;
-      for (int c = 0; c < 3; ++c) {
-        double expected = 0;
-        for (uint32_t k = 0; k < along; ++k)
-          for (uint32_t j = 0; j < along; ++j)
-            for (uint32_t i = 0; i < n; ++i)
-              expected +=
-                  weight[r][i] * (is3D ? weight[g][j] * weight[b][k] : 1) * float(node(i, j, k, c));
-        ASSERT_NEAR(At(lut, e)[c], expected, 1e-6) << is3D << " " << e << " " << c;
+  for (const auto& [n, m] : {std::pair<uint32_t, uint32_t>{5, 9}, {9, 5}}) {
+    const NodeValue node = [n = n](uint32_t ri, uint32_t gi, uint32_t bi, int c) {
+      const double r = ri / double(n - 1), g = gi / double(n - 1), b = bi / double(n - 1);
+      return c == 0   ? std::pow(r, 2.2) * (1 + g) + b
+             : c == 1 ? std::sin(5 * r) * std::cos(2 * b) + g * g * g
+                      : r * g * b - std::sqrt(g) + 1 - std::sqrt(r);
+    };
+    std::vector<std::vector<double>> weight(m, std::vector<double>(n));
+    for (uint32_t j = 0; j < m; ++j)
+      for (uint32_t i = 0; i < n; ++i) {
+        std::vector<double> unit(n, 0.0);
+        unit[i] = 1;
+        weight[j][i] = CatmullRom(unit, double(j) / (m - 1));
+      }
+    for (const bool is3D : {false, true}) {
+      COv3DLUT lut = Make(n, is3D, node);
+      ASSERT_TRUE(lut.Resample(m));
+      const uint32_t along = is3D ? n : 1;
+      for (uint32_t e = 0; e < lut.EntryCount(); ++e) {
+        const uint32_t r = e % m, g = e / m % m, b = e / m / m;
+        for (int c = 0; c < 3; ++c) {
+          double expected = 0;
+          for (uint32_t k = 0; k < along; ++k)
+            for (uint32_t j = 0; j < along; ++j)
+              for (uint32_t i = 0; i < n; ++i)
+                expected += weight[r][i] * (is3D ? weight[g][j] * weight[b][k] : 1) *
+                            float(node(i, j, k, c));
+          ASSERT_NEAR(At(lut, e)[c], expected, 1e-6) << n << " " << is3D << " " << e << " " << c;
+        }
       }
     }
   }

@@ -51,7 +51,7 @@ OIIO::TypeDesc FileTypeFor(const std::string& depth, const OIIO::TypeDesc& input
   return inputType;
 }
 
-void WritePreview(const std::string& path, const CPicture& before, const CPicture& after) {
+CPendingImage WritePreview(const std::string& path, const CPicture& before, const CPicture& after) {
   // Each half at most 960 pixels wide, same aspect ratio.
   const uint32_t width = std::min<uint32_t>(before.Width(), 960);
   const uint32_t height =
@@ -68,9 +68,11 @@ void WritePreview(const std::string& path, const CPicture& before, const CPictur
     std::copy_n(right.data() + size_t(y) * width * 3, width * 3, row + width * 3);
   }
   std::string error;
-  if (!WriteImageAtomically(path, preview, OIIO::TypeDesc::UINT8, error)) {
+  CPendingImage pending;
+  if (!pending.Write(path, preview, OIIO::TypeDesc::UINT8, error)) {
     throw CApplyError("cannot write the preview " + path + ": " + error);
   }
+  return pending;
 }
 
 struct SFrameSize {
@@ -133,10 +135,18 @@ void ApplyToFile(const SApplyOptions& options, const SDeviceChoice& device,
   const Clock::time_point writeStart = Clock::now();
   SImage output = UnpackPicture(destination, image, layout);
   if (!options.depth.empty()) output.spec.erase_attribute("oiio:BitsPerSample");
-  if (!WriteImageAtomically(outputPath, output, fileType, error)) {
+  // Both files are complete before either replaces anything: a preview that cannot be written
+  // leaves the output as it was.
+  CPendingImage pendingOutput;
+  if (!pendingOutput.Write(outputPath, output, fileType, error)) {
     throw CApplyError("cannot write " + outputPath + ": " + error);
   }
-  if (writePreview) WritePreview(options.preview, *before, destination);
+  std::optional<CPendingImage> pendingPreview;
+  if (writePreview) pendingPreview.emplace(WritePreview(options.preview, *before, destination));
+  if (!pendingOutput.Commit(error)) throw CApplyError("cannot write " + outputPath + ": " + error);
+  if (pendingPreview && !pendingPreview->Commit(error)) {
+    throw CApplyError("cannot write the preview " + options.preview + ": " + error);
+  }
   if (options.verbose && device.device) {
     std::fprintf(stderr,
                  "%s: read %.1f ms, on %s: upload %.2f ms, apply %.2f ms, download %.2f ms; "

@@ -94,6 +94,12 @@ int RunConvert(const SConvertOptions& options) {
     }
     const std::string extension = Lower(std::filesystem::path(options.output).extension().string());
     if (extension == ".otx3") {
+      // The image holds one table and its domain; a shaper would be dropped without a word.
+      if (table->InputShaper()) {
+        throw CConvertError(
+            "an OTX3 image cannot hold this LUT as it is (it has an input shaper); give --size N "
+            "to bake it into a 3-D cube of N points");
+      }
       if (table == &lut) {
         const host::BinaryData blob = CRANDLE::GetLUTBlob(handle);
         if (blob.Empty()) throw CConvertError("not enough memory for the image of the LUT");

@@ -1,8 +1,6 @@
 // crandle info: parse LUT files through the exported interface and describe them.
 #include <cstdio>
-#include <fstream>
 #include <iostream>
-#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
@@ -13,6 +11,7 @@
 #include "crandle/crandle.h"
 #include "engine/convert/convert_kernels.h"
 #include "engine/cpu/cpu_kernels.h"
+#include "foundation/file.h"
 #include "foundation/simd_tier.h"
 #include "foundation/utf16.h"
 #include "gpu_report.h"
@@ -28,13 +27,36 @@ struct SInfoOptions {
   bool system = false;
 };
 
-int ParseFile(const std::string& path, bool fromBytes, std::shared_ptr<void>& lut) {
+// The module counts only the low 32 bits of a byte count, so a larger file cannot be handed over
+// whole; it is refused before any memory is spent on it.
+constexpr uint64_t kMaxBytesPassed = UINT32_MAX;
+
+// The reason the file could not be read into memory, or empty when it was.
+std::string ReadForBytes(const std::string& path, Tincta::SFileContents& contents) {
+  switch (Tincta::ReadWholeFile(path, kMaxBytesPassed, contents)) {
+    case Tincta::EFileReadResult::Ok:
+      return {};
+    case Tincta::EFileReadResult::NotFound:
+      return "no such file";
+    case Tincta::EFileReadResult::NotRegular:
+      return "not a regular file";
+    case Tincta::EFileReadResult::TooLarge:
+      return "the file is larger than 4 GiB";
+    case Tincta::EFileReadResult::OutOfMemory:
+      return "not enough memory to read the file";
+    case Tincta::EFileReadResult::ReadError:
+      break;
+  }
+  return "the file cannot be read";
+}
+
+int ParseFile(const std::string& path, bool fromBytes, std::shared_ptr<void>& lut,
+              std::string& readError) {
   if (!fromBytes) return CRANDLE::ParseLUT(Tincta::Utf8ToUtf16(path), lut);
-  std::ifstream in(path, std::ios::binary);
-  if (!in) return CRANDLE::kResultLUTFailed;
-  const std::vector<char> bytes((std::istreambuf_iterator<char>(in)),
-                                std::istreambuf_iterator<char>());
-  return CRANDLE::ParseLUT(bytes.data(), bytes.size(), lut);
+  Tincta::SFileContents contents;
+  readError = ReadForBytes(path, contents);
+  if (!readError.empty()) return CRANDLE::kResultLUTFailed;
+  return CRANDLE::ParseLUT(contents.bytes.get(), contents.size, lut);
 }
 
 void PrintText(const std::string& path, const SLUTReport& report) {
@@ -86,7 +108,13 @@ int RunInfo(const SInfoOptions& options) {
   int status = 0;
   for (const std::string& path : options.paths) {
     std::shared_ptr<void> lut;
-    const int result = ParseFile(path, options.fromBytes, lut);
+    std::string readError;
+    const int result = ParseFile(path, options.fromBytes, lut, readError);
+    if (!readError.empty()) {
+      std::fprintf(stderr, "%s: %s\n", path.c_str(), readError.c_str());
+      status = 1;
+      continue;
+    }
     if (result != CRANDLE::kResultOK) {
       std::fprintf(stderr, "%s: %s: %s\n", path.c_str(), ResultCodeText(result).c_str(),
                    ParseFailureReason(path, result).c_str());

@@ -112,6 +112,12 @@ void Preview(const CPicture& picture, uint32_t width, uint32_t height, std::vect
   }
 }
 
+uint64_t PhysicalMemoryBytes() {
+  const long pages = ::sysconf(_SC_PHYS_PAGES);
+  const long pageSize = ::sysconf(_SC_PAGESIZE);
+  return pages > 0 && pageSize > 0 ? uint64_t(pages) * uint64_t(pageSize) : UINT64_MAX;
+}
+
 }  // namespace
 
 bool ReadImage(const std::string& path, SImage& image, std::string& error) {
@@ -137,8 +143,17 @@ bool ReadImage(const std::string& path, SImage& image, std::string& error) {
     error = "unsupported image shape";
     return false;
   }
+  // The size is the header's word: a few bytes can declare more pixels than any memory holds.
+  if (bytes > PhysicalMemoryBytes()) {
+    error = "the image declares " + std::to_string(image.spec.width) + " x " +
+            std::to_string(image.spec.height) + " pixels, more than this machine's memory holds";
+    return false;
+  }
   image.samples.resize(bytes);
-  if (!input->read_image(0, 0, 0, image.spec.nchannels, image.sampleType, image.samples.data())) {
+  // A reader that fills what it could not read (a short strip, say) and goes on still records an
+  // error; a truncated image is refused, not passed on with zeroed pixels.
+  if (!input->read_image(0, 0, 0, image.spec.nchannels, image.sampleType, image.samples.data()) ||
+      input->has_error()) {
     error = input->geterror();
     if (error.empty()) error = "cannot read the pixels";
     return false;
@@ -221,7 +236,18 @@ SImage UnpackPicture(const CPicture& picture, const SImage& source, const SChann
   return out;
 }
 
-bool WriteImageAtomically(const std::string& path, const SImage& image, OIIO::TypeDesc fileType,
+CPendingImage::CPendingImage(CPendingImage&& other) noexcept
+    : partial_(std::move(other.partial_)), target_(std::move(other.target_)) {
+  other.partial_.clear();
+}
+
+CPendingImage::~CPendingImage() {
+  if (partial_.empty()) return;
+  std::error_code ignored;
+  std::filesystem::remove(partial_, ignored);
+}
+
+bool CPendingImage::Write(const std::string& path, const SImage& image, OIIO::TypeDesc fileType,
                           std::string& error) {
   const std::filesystem::path target(path);
   // The temporary keeps the extension, which is how the writer's format is chosen.
@@ -239,24 +265,34 @@ bool WriteImageAtomically(const std::string& path, const SImage& image, OIIO::Ty
   }
   OIIO::ImageSpec spec = image.spec;
   spec.set_format(fileType);
-  bool ok = output->open(partial.string(), spec) &&
-            output->write_image(image.sampleType, image.samples.data());
+  partial_ = partial.string();
+  target_ = path;
+  bool ok =
+      output->open(partial_, spec) && output->write_image(image.sampleType, image.samples.data());
   if (ok) ok = output->close();
   if (!ok) {
     error = output->geterror();
     if (error.empty()) error = "cannot write the image";
-    std::error_code ignored;
-    std::filesystem::remove(partial, ignored);
-    return false;
-  }
-  std::error_code renameError;
-  std::filesystem::rename(partial, target, renameError);
-  if (renameError) {
-    error = "cannot move the written image into place: " + renameError.message();
-    std::filesystem::remove(partial, renameError);
-    return false;
+    return false;  // the destructor removes what was written
   }
   return true;
+}
+
+bool CPendingImage::Commit(std::string& error) {
+  std::error_code renameError;
+  std::filesystem::rename(partial_, target_, renameError);
+  if (renameError) {
+    error = "cannot move the written image into place: " + renameError.message();
+    return false;
+  }
+  partial_.clear();
+  return true;
+}
+
+bool WriteImageAtomically(const std::string& path, const SImage& image, OIIO::TypeDesc fileType,
+                          std::string& error) {
+  CPendingImage pending;
+  return pending.Write(path, image, fileType, error) && pending.Commit(error);
 }
 
 std::vector<uint8_t> PreviewRGB8(const CPicture& picture, uint32_t width, uint32_t height) {

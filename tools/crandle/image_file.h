@@ -50,8 +50,28 @@ bool PackImage(const SImage& image, const SChannelLayout& layout, CPicture& pict
 /// are taken from `source`, converted where the sample types differ.
 SImage UnpackPicture(const CPicture& picture, const SImage& source, const SChannelLayout& layout);
 
-/// Writes `image` to `path`, with samples stored as `fileType` where the format allows. The file
-/// is written under a temporary name in the same directory and renamed only when complete.
+/// An image written under a temporary name beside its target, moved into place by `Commit`;
+/// removed when dropped uncommitted, so that several files can be written before any replaces
+/// what is there.
+class CPendingImage {
+ public:
+  CPendingImage() = default;
+  CPendingImage(CPendingImage&& other) noexcept;
+  CPendingImage& operator=(CPendingImage&&) = delete;
+  ~CPendingImage();
+
+  /// Writes `image` for `path`, with samples stored as `fileType` where the format allows.
+  bool Write(const std::string& path, const SImage& image, OIIO::TypeDesc fileType,
+             std::string& error);
+  /// Renames the written file to its target.
+  bool Commit(std::string& error);
+
+ private:
+  std::string partial_;
+  std::string target_;
+};
+
+/// Writes `image` to `path` through a `CPendingImage`, committed at once.
 bool WriteImageAtomically(const std::string& path, const SImage& image, OIIO::TypeDesc fileType,
                           std::string& error);
 

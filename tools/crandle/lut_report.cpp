@@ -2,11 +2,11 @@
 
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <system_error>
 
 #include "api/lut_handle.h"
 #include "crandle/crandle.h"
+#include "foundation/file.h"
 
 namespace crandle_tool {
 
@@ -41,7 +41,9 @@ std::string ParseFailureReason(const std::string& path, int result) {
   const auto status = std::filesystem::status(path, error);
   if (error || !std::filesystem::exists(status)) return "no such file";
   if (std::filesystem::is_directory(status)) return "it is a directory";
-  if (!std::ifstream(path, std::ios::binary)) return "the file cannot be read";
+  // Checked by kind rather than by opening it: opening a named pipe would wait for a writer.
+  if (!std::filesystem::is_regular_file(status)) return "not a regular file (a pipe or a device)";
+  if (Tincta::COvFile file; !file.Open(path)) return "the file cannot be read";
   const auto size = std::filesystem::file_size(path, error);
   if (!error && size > Tincta::kMaxLUTFileBytes) return "the file is larger than 200 MiB";
   return "not a LUT in a format this tool reads, or a damaged one";

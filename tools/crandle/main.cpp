@@ -1,5 +1,6 @@
 // crandle: inspect, convert and apply colour LUTs from the command line.
 #include <cstdio>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -42,6 +43,13 @@ int main(int argc, char** argv) {
   crandle_tool::AddEvalCommand(app);
   crandle_tool::AddLookCommand(app);
   crandle_tool::AddConvertCommand(app);
-  CLI11_PARSE(app, argc, argv);
+  // Every command runs inside the parse; memory that runs out anywhere in one ends it with a
+  // message instead of an abort.
+  try {
+    CLI11_PARSE(app, argc, argv);
+  } catch (const std::bad_alloc&) {
+    std::fprintf(stderr, "crandle: not enough memory\n");
+    return 1;
+  }
   return 0;
 }

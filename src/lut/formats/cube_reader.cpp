@@ -63,6 +63,8 @@ ETextWalk CCubeWalk::Walk() {
   size_t expected = 0;
   size_t stored = 0;
   bool allocated = false;
+  uint32_t declaredSize = 0;
+  bool declared3D = false;
 
   std::string_view line;
   while (lines_.Next(line)) {
@@ -90,7 +92,10 @@ ETextWalk CCubeWalk::Walk() {
     }
 
     unsigned declared = 0;
-    if (mayBeSize && ScanLine(line, " LUT_%s %u ", word.data(), &declared) == 2) {
+    const int sizeFields = mayBeSize ? ScanFields(line, " LUT_%s %u ", word.data(), &declared) : 0;
+    // A size that wraps at 32 bits would declare some other table.
+    if (sizeFields == kScanOutOfRange) return ETextWalk::Failed;
+    if (sizeFields == 2) {
       const bool is3D = EqualsIgnoringCase(word.c_str(), "3D_SIZE");
       if (is3D ? options_.kindFilter == ELUTKindFilter::Only1D || declared > kMax3DSize
                : options_.kindFilter == ELUTKindFilter::Only3D || declared > kMax1DEntries) {
@@ -98,15 +103,12 @@ ETextWalk CCubeWalk::Walk() {
       }
       expected = is3D ? size_t(declared) * declared * declared : size_t(declared);
       stored = 0;
-      // A table that the rest of the text is too short to fill cannot be completed whatever
-      // follows, unless a later size line replaces it; it is counted but never allocated.
-      allocated = expected != 0 && lines_.HasRoomForLines(expected);
-      if (!lut_) continue;
-      if (allocated) {
-        if (!lut_->Allocate(declared, is3D)) return ETextWalk::Failed;
-      } else {
-        lut_->Clear();
-      }
+      // The table is allocated at the first data line, not here: a run of size lines, each
+      // replacing the last, then costs no memory at all.
+      allocated = false;
+      declaredSize = declared;
+      declared3D = is3D;
+      if (lut_) lut_->Clear();
       continue;
     }
 
@@ -114,6 +116,12 @@ ETextWalk CCubeWalk::Walk() {
     if (!lut_ && !SizeLineMayFollow()) return ETextWalk::Mine;
     float rgb[3];
     if (ScanFloatTriple(line, rgb) != 3) break;
+    // A table that the rest of the text is too short to fill cannot be completed whatever
+    // follows, unless a later size line replaces it; it is counted but never allocated.
+    if (stored == 0 && lut_ && lines_.HasRoomForLines(expected - 1)) {
+      if (!lut_->Allocate(declaredSize, declared3D)) return ETextWalk::Failed;
+      allocated = true;
+    }
     if (allocated && lut_) {
       float* entry = lut_->Table() + 4 * stored;
       entry[0] = rgb[0];

@@ -59,7 +59,7 @@ class CMeshReader {
   // Each returns false when the read fails.
   bool ReadHeaderComment(std::string_view comment);
   bool AllocateGrid(uint32_t points);
-  bool TakeShaper(SShaperLine& read);
+  bool TakeShaper(std::string_view line, const SShaperLine& read);
   EHeaderStep ReadHeaderLine(std::string_view line);
   void StoreEntry(const unsigned (&values)[4]);
   ETextWalk Finish();
@@ -76,7 +76,10 @@ class CMeshReader {
   // 2^O - 1 of a header; 0 while no header gave one.
   double outputDenominator_ = 0;
   uint64_t largestValue_ = 0;
-  std::shared_ptr<COv3DLUT> shaper_;
+  // The kept shaper line; its table is built only when the read succeeds, since a text may hold
+  // any number of shaper lines (in comments) that replace one another.
+  std::string_view shaperLine_;
+  bool hasShaper_ = false;
   uint32_t shaperPoints_ = 0;
 };
 
@@ -84,7 +87,7 @@ bool CMeshReader::AllocateGrid(uint32_t points) {
   if (options_.kindFilter == ELUTKindFilter::Only1D) return false;
   if (points == 0 || points > kMax3DSize) return false;
   // A shaper made for another grid would send every input to the wrong texel.
-  if (shaper_ && shaperPoints_ != points) return false;
+  if (hasShaper_ && shaperPoints_ != points) return false;
   const uint64_t entries = uint64_t(points) * points * points;
   // Too few bytes left for the data lines: fail before allocating for them.
   if (!lines_.HasRoomForLines(entries)) return false;
@@ -95,22 +98,28 @@ bool CMeshReader::AllocateGrid(uint32_t points) {
   return true;
 }
 
-bool CMeshReader::TakeShaper(SShaperLine& read) {
-  if (read.shaper && gridKnown_ && read.pointCount != size_) return false;
-  shaper_ = std::move(read.shaper);
+bool CMeshReader::TakeShaper(std::string_view line, const SShaperLine& read) {
+  if (read.uneven && gridKnown_ && read.pointCount != size_) return false;
+  hasShaper_ = read.uneven;
+  shaperLine_ = line;
   shaperPoints_ = read.pointCount;
   return true;
 }
 
 bool CMeshReader::ReadHeaderComment(std::string_view comment) {
+  // A number that wraps at 32 bits would declare some other grid: the read fails.
   unsigned red = 0, green = 0, blue = 0;
-  if (ScanLine(comment, " LUT_SIZE : %u %u %u ", &red, &green, &blue) == 3) {
+  const int sizes = ScanFields(comment, " LUT_SIZE : %u %u %u ", &red, &green, &blue);
+  if (sizes == kScanOutOfRange) return false;
+  if (sizes == 3) {
     if (red != green || green != blue) return false;
     outputDenominator_ = 1023;
     return AllocateGrid(red);
   }
   unsigned entries = 0;
-  if (ScanLine(comment, " entries = %u ", &entries) == 1) {
+  const int entryFields = ScanFields(comment, " entries = %u ", &entries);
+  if (entryFields == kScanOutOfRange) return false;
+  if (entryFields == 1) {
     if (options_.kindFilter == ELUTKindFilter::Only1D) return false;
     if (!IsPowerOfTwo(entries) || entries > kMaxEntriesHeader) return false;
     outputDenominator_ = 1023;
@@ -119,7 +128,7 @@ bool CMeshReader::ReadHeaderComment(std::string_view comment) {
   comment = TrimLine(comment);
   if (comment.empty() || !IsDigit(comment.front())) return true;
   SShaperLine read;
-  switch (ReadShaperLine(comment, options_.upsampleToPowerOfTwo, read)) {
+  switch (ReadShaperLine(comment, options_.upsampleToPowerOfTwo, read, false)) {
     case EShaperLineOutcome::NotAShaperLine:
       return true;  // a comment that merely starts with a number
     case EShaperLineOutcome::Invalid:
@@ -127,7 +136,7 @@ bool CMeshReader::ReadHeaderComment(std::string_view comment) {
     case EShaperLineOutcome::Read:
       break;
   }
-  return TakeShaper(read);
+  return TakeShaper(comment, read);
 }
 
 EHeaderStep CMeshReader::ReadHeaderLine(std::string_view line) {
@@ -139,18 +148,21 @@ EHeaderStep CMeshReader::ReadHeaderLine(std::string_view line) {
     return EHeaderStep::kGoOn;
   }
   unsigned inputBits = 0, outputBits = 0;
-  if (ScanLine(line, " Mesh %u %u", &inputBits, &outputBits) == 2) {
+  const int bits = ScanFields(line, " Mesh %u %u", &inputBits, &outputBits);
+  if (bits == kScanOutOfRange) return EHeaderStep::kFail;
+  if (bits == 2) {
     if (inputBits > kMaxMeshInputBits) return EHeaderStep::kFail;
     if (outputBits == 0 || outputBits > kMaxMeshOutputBits) return EHeaderStep::kFail;
     outputDenominator_ = double((uint64_t(1) << outputBits) - 1);
     return AllocateGrid((1u << inputBits) + 1) ? EHeaderStep::kGoOn : EHeaderStep::kFail;
   }
   SShaperLine read;
-  if (ReadShaperLine(line, options_.upsampleToPowerOfTwo, read) != EShaperLineOutcome::Read) {
+  if (ReadShaperLine(line, options_.upsampleToPowerOfTwo, read, false) !=
+      EShaperLineOutcome::Read) {
     return EHeaderStep::kEnd;  // not a mesh after all
   }
-  shaper_.reset();  // this line's shaper replaces one from a comment
-  if (!TakeShaper(read) || !AllocateGrid(read.pointCount)) return EHeaderStep::kFail;
+  hasShaper_ = false;  // this line's shaper replaces one from a comment
+  if (!TakeShaper(line, read) || !AllocateGrid(read.pointCount)) return EHeaderStep::kFail;
   return EHeaderStep::kGoOn;
 }
 
@@ -190,19 +202,23 @@ ETextWalk CMeshReader::Walk() {
       continue;
     }
     unsigned values[4] = {};
-    if (ScanMeshDataLine(line, values) == 3) {
+    const int fields = ScanMeshDataLine(line, values);
+    // A code that wraps at 32 bits would store some other value.
+    if (fields == kScanOutOfRange) return ETextWalk::Failed;
+    if (fields == 3) {
       // Once an entry is stored, nothing can hand the text on.
       if (!lut_) return ETextWalk::Mine;
       StoreEntry(values);
       continue;
     }
-    if (stored_ > 0 || shaper_) break;
+    if (stored_ > 0 || hasShaper_) break;
     // The shaper line of a file whose header came first.
     SShaperLine read;
-    if (ReadShaperLine(line, options_.upsampleToPowerOfTwo, read) != EShaperLineOutcome::Read) {
+    if (ReadShaperLine(line, options_.upsampleToPowerOfTwo, read, false) !=
+        EShaperLineOutcome::Read) {
       return ETextWalk::NotMine;
     }
-    if (!TakeShaper(read)) return ETextWalk::Failed;
+    if (!TakeShaper(line, read)) return ETextWalk::Failed;
   }
   return Finish();
 }
@@ -227,7 +243,13 @@ ETextWalk CMeshReader::Finish() {
     }
   }
 
-  return FinishTextGrid(*lut_, std::move(shaper_), options_.upsampleToPowerOfTwo)
+  SShaperLine built;
+  if (hasShaper_ && (ReadShaperLine(shaperLine_, options_.upsampleToPowerOfTwo, built) !=
+                         EShaperLineOutcome::Read ||
+                     !built.shaper)) {
+    return ETextWalk::Failed;
+  }
+  return FinishTextGrid(*lut_, std::move(built.shaper), options_.upsampleToPowerOfTwo)
              ? ETextWalk::Loaded
              : ETextWalk::Failed;
 }
@@ -236,7 +258,7 @@ ETextWalk CMeshReader::Finish() {
 
 int ScanMeshDataLine(std::string_view line, unsigned (&values)[4]) {
   if (ScanPlainCodeTriple(line, values)) return 3;
-  return ScanLine(line, " %u %u %u %u ", &values[0], &values[1], &values[2], &values[3]);
+  return ScanFields(line, " %u %u %u %u ", &values[0], &values[1], &values[2], &values[3]);
 }
 
 bool IsMesh(const uint8_t* bytes, uint32_t length, const SParseOptions& options) {

@@ -10,7 +10,8 @@
 namespace Tincta {
 
 /// What `sscanf(line, " %u %u %u %u ", ...)` returns for a NUL-terminated copy of the line, with
-/// `values` filled as sscanf fills them; plain lines of three integers take a faster path.
+/// `values` filled as sscanf fills them; plain lines of three integers take a faster path. A
+/// code beyond 32 bits or below 0 gives `kScanOutOfRange` instead of a wrapped value.
 int ScanMeshDataLine(std::string_view line, unsigned (&values)[4]);
 
 /// The detector's probe: a grid becomes known (from a header comment, a 3DMESH "Mesh" line or a

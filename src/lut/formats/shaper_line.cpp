@@ -57,7 +57,7 @@ bool IsEvenlySpaced(const std::vector<uint64_t>& positions, uint32_t codes) {
 }  // namespace
 
 EShaperLineOutcome ReadShaperLine(std::string_view line, bool upsampleToPowerOfTwo,
-                                  SShaperLine& result) {
+                                  SShaperLine& result, bool buildShaper) {
   std::vector<uint64_t> positions;
   uint64_t count = 0;
   if (!ParsePositions(line, kMaxShaperLinePoints + 1, positions, count)) {
@@ -74,7 +74,8 @@ EShaperLineOutcome ReadShaperLine(std::string_view line, bool upsampleToPowerOfT
   const uint32_t points = uint32_t(count);
   SShaperLine read;
   read.pointCount = points;
-  if (IsEvenlySpaced(positions, codes)) {
+  read.uneven = !IsEvenlySpaced(positions, codes);
+  if (!read.uneven || !buildShaper) {
     result = std::move(read);
     return EShaperLineOutcome::Read;
   }

@@ -30,16 +30,20 @@ enum class EShaperLineOutcome {
 struct SShaperLine {
   /// The number of positions, which is the grid's points per axis.
   uint32_t pointCount = 0;
-  /// The input shaper; null when the positions are evenly spaced (the shaper would be the
-  /// identity).
+  /// Whether the positions are unevenly spaced, so that the line makes a shaper (evenly spaced
+  /// ones describe the identity).
+  bool uneven = false;
+  /// The input shaper of an uneven line; null when even, or when it was not asked for.
   std::shared_ptr<COv3DLUT> shaper;
 };
 
 /// Reads a trimmed line as a shaper line. Codes run over 0..P-1 with P the smallest power of two
 /// not below the last value; the shaper has P entries and maps codes up to the first position to
 /// 0.5/M and rises by 1/M between neighbouring positions, M being the point count (or its power
-/// of two not below it when `upsampleToPowerOfTwo`). `result` is written only on `Read`.
+/// of two not below it when `upsampleToPowerOfTwo`). `result` is written only on `Read`. With
+/// `buildShaper` false the line is checked in full but no shaper is built, so that a reader can
+/// defer the table (up to 4096 entries) until it knows the line is the one it keeps.
 EShaperLineOutcome ReadShaperLine(std::string_view line, bool upsampleToPowerOfTwo,
-                                  SShaperLine& result);
+                                  SShaperLine& result, bool buildShaper = true);
 
 }  // namespace Tincta

@@ -49,4 +49,15 @@ int ScanLine(std::string_view line, const char* format, ...)
 #endif
     ;
 
+/// What `ScanFields` returns for a line holding a number beyond its field's range.
+inline constexpr int kScanOutOfRange = -2;
+
+/// Reads a line as `sscanf` reads it with a format of literal characters, blanks (any run of
+/// white space), and the conversions `%u` (`unsigned*`), `%d` (`int*`) and `%s` (`char*`, at
+/// least `line.size() + 1` bytes), and returns what sscanf returns, with one difference: a
+/// number that its field cannot hold (a negative `%u`, anything beyond 32 bits) is not wrapped
+/// but refused, and the result is then `kScanOutOfRange`. It does not call sscanf, whose
+/// behaviour for such numbers is undefined.
+int ScanFields(std::string_view line, const char* format, ...);
+
 }  // namespace Tincta

@@ -71,17 +71,24 @@ bool CTruelightReader::ReadHeader(std::string_view comment, bool& end) {
     versionSeen_ = true;
     return true;
   }
-  if (ScanLine(comment, " iDims %d ", &value) == 1) return value == 3;
-  if (ScanLine(comment, " lutLength %d ", &value) == 1) {
+  // A number beyond an int fails the read rather than wrapping into some other value.
+  const int dims = ScanFields(comment, " iDims %d ", &value);
+  if (dims == kScanOutOfRange) return false;
+  if (dims == 1) return value == 3;
+  const int length = ScanFields(comment, " lutLength %d ", &value);
+  if (length == kScanOutOfRange) return false;
+  if (length == 1) {
     if (value < 0 || value > kMaxInputLUTLength) return false;
     lutLength_ = value;
     return true;
   }
-  if (ScanLine(comment, " oDims %d ", &value) == 1) {
-    return value == 3 && options_.kindFilter != ELUTKindFilter::Only1D;
-  }
+  const int outDims = ScanFields(comment, " oDims %d ", &value);
+  if (outDims == kScanOutOfRange) return false;
+  if (outDims == 1) return value == 3 && options_.kindFilter != ELUTKindFilter::Only1D;
   int red = 0, green = 0, blue = 0;
-  if (ScanLine(comment, " width %d %d %d", &red, &green, &blue) == 3) {
+  const int widths = ScanFields(comment, " width %d %d %d", &red, &green, &blue);
+  if (widths == kScanOutOfRange) return false;
+  if (widths == 3) {
     if (red != green || green != blue || red < 0 || red > int(kMax3DSize)) return false;
     width_ = red;
     return true;
