@@ -32,39 +32,39 @@ std::string GPUDeviceList() {
   return list.empty() ? "none" : list;
 }
 
-bool ChooseDevice(const std::string& spec, SDeviceChoice& choice, std::string& error) {
+bool ChooseDevice(const std::string& request, SDeviceChoice& choice, std::string& error) {
   choice = {};
-  if (spec == "cpu") {
+  if (request == "cpu") {
     choice.label = "cpu";
     return true;
   }
-  if (spec == "auto") {
+  if (request == "auto") {
     choice.device = host::GetGPUDevice(host::kGPUFrameworkCUDA, 0);
     choice.label = choice.device ? "cuda:0" : "cpu";
     return true;
   }
-  const size_t colon = spec.find(':');
-  const std::string name = spec.substr(0, colon);
+  const size_t colon = request.find(':');
+  const std::string name = request.substr(0, colon);
   uint32_t framework = 0;
   if (name == "opencl") framework = host::kGPUFrameworkOpenCL;
   if (name == "cuda") framework = host::kGPUFrameworkCUDA;
   unsigned long index = 0;
   bool indexOK = true;
   if (colon != std::string::npos) {
-    const std::string digits = spec.substr(colon + 1);
+    const std::string digits = request.substr(colon + 1);
     char* end = nullptr;
     index = std::strtoul(digits.c_str(), &end, 10);
     indexOK = !digits.empty() && *end == '\0' && digits.size() <= 2;
   }
   if (framework == 0 || !indexOK) {
-    error = "unknown device '" + spec + "': use cpu, opencl[:N], cuda[:N] or auto";
+    error = "unknown device '" + request + "': use cpu, opencl[:N], cuda[:N] or auto";
     return false;
   }
   if (index < host::kMaxGPUDevicesPerFramework) {
     choice.device = host::GetGPUDevice(framework, uint32_t(index));
   }
   if (!choice.device) {
-    error = "no device " + spec + " here; GPU devices: " + GPUDeviceList();
+    error = "no device " + request + " here; GPU devices: " + GPUDeviceList();
     return false;
   }
   choice.label = LabelOf(framework, uint32_t(index));

@@ -17,9 +17,9 @@ struct SDeviceChoice {
 };
 
 /// Resolves "cpu", "opencl[:N]", "cuda[:N]" or "auto" (the first CUDA device when there is one,
-/// else the CPU). False with a message naming the devices there are when the spec is malformed
+/// else the CPU). False with a message naming the devices there are when the request is malformed
 /// or names no device.
-bool ChooseDevice(const std::string& spec, SDeviceChoice& choice, std::string& error);
+bool ChooseDevice(const std::string& request, SDeviceChoice& choice, std::string& error);
 
 /// The GPU devices of this machine as "opencl:0 (name), cuda:0 (name)", or "none".
 std::string GPUDeviceList();
