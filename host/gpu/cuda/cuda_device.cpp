@@ -292,40 +292,34 @@ class CCudaDevice final : public IGPUDevice {
   int CopyHostToDevice(DevicePointer destination, size_t destinationPitch, const void* source,
                        size_t sourcePitch, size_t rowWidthBytes, size_t rows) override {
     if (destination == 0 || !source) return kGPUErrorInvalidArgument;
-    if (rowWidthBytes == 0 || rows == 0) return 0;
-    if (rows == 1) destinationPitch = sourcePitch = rowWidthBytes;
-    if (destinationPitch < rowWidthBytes || sourcePitch < rowWidthBytes)
-      return kGPUErrorInvalidArgument;
     CUDA_MEMCPY2D copy{};
     copy.srcMemoryType = CU_MEMORYTYPE_HOST;
     copy.srcHost = source;
-    copy.srcPitch = sourcePitch;
     copy.dstMemoryType = CU_MEMORYTYPE_DEVICE;
     copy.dstDevice = destination;
-    copy.dstPitch = destinationPitch;
-    copy.WidthInBytes = rowWidthBytes;
-    copy.Height = rows;
-    // Queued on the device's stream behind earlier work, then awaited: the caller's memory may
-    // be pageable and is reused as soon as this returns.
-    return Run("cuMemcpy2DAsync", [&](const CudaDriver& driver, CUstream stream) {
-      CUresult result = driver.Memcpy2DAsync(&copy, stream);
-      return result == CUDA_SUCCESS ? driver.StreamSynchronize(stream) : result;
-    });
+    return CopyRowsAndWait(copy, destinationPitch, sourcePitch, rowWidthBytes, rows);
   }
 
   int CopyDeviceToHost(void* destination, size_t destinationPitch, DevicePointer source,
                        size_t sourcePitch, size_t rowWidthBytes, size_t rows) override {
     if (!destination || source == 0) return kGPUErrorInvalidArgument;
-    if (rowWidthBytes == 0 || rows == 0) return 0;
-    if (rows == 1) destinationPitch = sourcePitch = rowWidthBytes;
-    if (destinationPitch < rowWidthBytes || sourcePitch < rowWidthBytes)
-      return kGPUErrorInvalidArgument;
     CUDA_MEMCPY2D copy{};
     copy.srcMemoryType = CU_MEMORYTYPE_DEVICE;
     copy.srcDevice = source;
-    copy.srcPitch = sourcePitch;
     copy.dstMemoryType = CU_MEMORYTYPE_HOST;
     copy.dstHost = destination;
+    return CopyRowsAndWait(copy, destinationPitch, sourcePitch, rowWidthBytes, rows);
+  }
+
+  // Rows between host and device memory, queued on the device's stream behind earlier work and
+  // then awaited: the host side may be pageable and is reused as soon as the caller returns.
+  int CopyRowsAndWait(CUDA_MEMCPY2D& copy, size_t destinationPitch, size_t sourcePitch,
+                      size_t rowWidthBytes, size_t rows) {
+    if (const int checked = CheckRowCopy(destinationPitch, sourcePitch, rowWidthBytes, rows))
+      return checked;
+    if (rowWidthBytes == 0 || rows == 0) return 0;
+    if (rows == 1) destinationPitch = sourcePitch = rowWidthBytes;
+    copy.srcPitch = sourcePitch;
     copy.dstPitch = destinationPitch;
     copy.WidthInBytes = rowWidthBytes;
     copy.Height = rows;
