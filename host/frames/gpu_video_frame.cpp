@@ -180,33 +180,45 @@ int CreateGPUVideoFrame(InterfaceRef<IVideoFrame>& frame, const std::shared_ptr<
   }
 }
 
+namespace {
+
+// The two sides of a transfer between frames of one size and format, with the bytes of a row.
+struct STransfer {
+  void* hostBase = nullptr;
+  size_t hostRowBytes = 0;
+  SDeviceSide device;
+  size_t rowWidthBytes = 0;
+  uint32_t rows = 0;
+};
+
+bool TransferSides(const InterfaceRef<IVideoFrame>& hostFrame,
+                   const InterfaceRef<IVideoFrame>& gpuFrame, STransfer& transfer) {
+  if (!HostSide(hostFrame, transfer.hostBase, transfer.hostRowBytes) ||
+      !DeviceSide(gpuFrame, transfer.device) || !SameShape(hostFrame, gpuFrame))
+    return false;
+  const FrameBounds bounds = gpuFrame->GetBounds();
+  transfer.rowWidthBytes = size_t(bounds.width) * BytesPerPixel(gpuFrame->GetPixelFormat());
+  transfer.rows = bounds.height;
+  return true;
+}
+
+}  // namespace
+
 int UploadVideoFrame(const InterfaceRef<IVideoFrame>& hostFrame,
                      InterfaceRef<IVideoFrame>& gpuFrame) {
-  void* base = nullptr;
-  size_t hostRowBytes = 0;
-  SDeviceSide side;
-  if (!HostSide(hostFrame, base, hostRowBytes) || !DeviceSide(gpuFrame, side) ||
-      !SameShape(hostFrame, gpuFrame))
-    return kFrameErrorInvalidArgument;
-  const FrameBounds bounds = gpuFrame->GetBounds();
-  return side.device->CopyHostToDevice(
-      side.pixels, side.rowBytes, base, hostRowBytes,
-      size_t(bounds.width) * BytesPerPixel(gpuFrame->GetPixelFormat()), bounds.height);
+  STransfer t;
+  if (!TransferSides(hostFrame, gpuFrame, t)) return kFrameErrorInvalidArgument;
+  return t.device.device->CopyHostToDevice(t.device.pixels, t.device.rowBytes, t.hostBase,
+                                           t.hostRowBytes, t.rowWidthBytes, t.rows);
 }
 
 int DownloadVideoFrame(const InterfaceRef<IVideoFrame>& gpuFrame,
                        InterfaceRef<IVideoFrame>& hostFrame) {
-  void* base = nullptr;
-  size_t hostRowBytes = 0;
-  SDeviceSide side;
-  if (!HostSide(hostFrame, base, hostRowBytes) || !DeviceSide(gpuFrame, side) ||
-      !SameShape(hostFrame, gpuFrame))
-    return kFrameErrorInvalidArgument;
-  if (const int waited = side.completion->WaitForCompletion()) return waited;
-  const FrameBounds bounds = gpuFrame->GetBounds();
-  return side.device->CopyDeviceToHost(
-      base, hostRowBytes, side.pixels, side.rowBytes,
-      size_t(bounds.width) * BytesPerPixel(gpuFrame->GetPixelFormat()), bounds.height);
+  STransfer t;
+  if (!TransferSides(hostFrame, gpuFrame, t)) return kFrameErrorInvalidArgument;
+  if (const int waited = t.device.completion->WaitForCompletion()) return waited;
+  return t.device.device->CopyDeviceToHost(t.hostBase, t.hostRowBytes, t.device.pixels,
+                                           t.device.rowBytes, t.rowWidthBytes, t.rows);
 }
 
 }  // namespace host
