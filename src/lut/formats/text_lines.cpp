@@ -1,6 +1,5 @@
 #include "lut/formats/text_lines.h"
 
-#include <cctype>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
@@ -13,9 +12,6 @@ namespace {
 
 bool IsBreak(char c) {
   return c == '\n' || c == '\r';
-}
-char Lower(char c) {
-  return static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
 }
 
 }  // namespace
@@ -31,7 +27,7 @@ std::string_view TrimLine(std::string_view text) {
 bool EqualsIgnoringCase(std::string_view a, std::string_view b) {
   if (a.size() != b.size()) return false;
   for (size_t i = 0; i < a.size(); ++i)
-    if (Lower(a[i]) != Lower(b[i])) return false;
+    if (LowerASCII(a[i]) != LowerASCII(b[i])) return false;
   return true;
 }
 
