@@ -38,7 +38,20 @@ double COvHermiteCurve::Evaluate(double position) const {
   const auto after =
       std::upper_bound(keys_.begin(), keys_.end(), position,
                        [](double bound, const SKey& key) { return bound < key.position; });
-  const size_t k = size_t(after - keys_.begin()) - 1;
+  return Interpolate(size_t(after - keys_.begin()) - 1, position);
+}
+
+double COvHermiteCurve::EvaluateAscending(double position, size_t& segment) const {
+  if (keys_.empty()) return 0.0;
+  if (keys_.size() == 1 || !(position > keys_.front().position)) return keys_.front().value;
+  if (position >= keys_.back().position) return keys_.back().value;
+  // The last key at or before the position, as the search in Evaluate finds it.
+  while (keys_[segment + 1].position <= position)
+    ++segment;
+  return Interpolate(segment, position);
+}
+
+double COvHermiteCurve::Interpolate(size_t k, double position) const {
   const SKey& from = keys_[k];
   const SKey& to = keys_[k + 1];
   const double width = to.position - from.position;
