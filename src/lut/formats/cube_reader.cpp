@@ -11,15 +11,6 @@
 namespace Tincta {
 namespace {
 
-// Whether `line` begins, after white space, with `keyword`. A line that does not cannot match a
-// scanf format that starts with " keyword", so the data lines need not pay for two sscanf calls.
-bool MayMatchKeyword(std::string_view line, std::string_view keyword) {
-  size_t start = 0;
-  while (start < line.size() && IsScanfSpace(line[start]))
-    ++start;
-  return line.substr(start).starts_with(keyword);
-}
-
 // One walk over the lines serves the probe (no object: nothing is allocated or stored) and the
 // read. The text is someone else's when a data line meets no declared entries, which happens
 // before any size line and after a size line of 0 entries ("LUT_3D_INPUT_RANGE 0 1").

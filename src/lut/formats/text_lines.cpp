@@ -35,6 +35,13 @@ bool StartsWithIgnoringCase(std::string_view text, std::string_view prefix) {
   return text.size() >= prefix.size() && EqualsIgnoringCase(text.substr(0, prefix.size()), prefix);
 }
 
+bool MayMatchKeyword(std::string_view line, std::string_view keyword) {
+  size_t start = 0;
+  while (start < line.size() && IsScanfSpace(line[start]))
+    ++start;
+  return line.substr(start).starts_with(keyword);
+}
+
 bool CTextLines::Next(std::string_view& line) {
   while (cursor_ < end_) {
     while (cursor_ < end_ && IsBreak(*cursor_))

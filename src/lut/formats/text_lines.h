@@ -18,6 +18,11 @@ bool EqualsIgnoringCase(std::string_view a, std::string_view b);
 /// Case-insensitive (ASCII) prefix test.
 bool StartsWithIgnoringCase(std::string_view text, std::string_view prefix);
 
+/// Whether `line` begins, after scanf white space, with `keyword` (case as written). A line that
+/// does not cannot match a scanf format that starts with " keyword", so the readers test this
+/// before paying for the scan on every line of a long text.
+bool MayMatchKeyword(std::string_view line, std::string_view keyword);
+
 /// Iterates the non-empty trimmed lines of a text buffer.
 class CTextLines {
  public:

@@ -67,26 +67,32 @@ ETextWalk CTruelightReader::Walk() {
 bool CTruelightReader::ReadHeader(std::string_view comment, bool& end) {
   float version = 0;
   int value = 0;
-  if (ScanLine(comment, " Truelight Cube v%f ", &version) == 1) {
+  if (MayMatchKeyword(comment, "Truelight") &&
+      ScanLine(comment, " Truelight Cube v%f ", &version) == 1) {
     versionSeen_ = true;
     return true;
   }
   // A number beyond an int fails the read rather than wrapping into some other value.
-  const int dims = ScanFields(comment, " iDims %d ", &value);
+  const int dims =
+      MayMatchKeyword(comment, "iDims") ? ScanFields(comment, " iDims %d ", &value) : 0;
   if (dims == kScanOutOfRange) return false;
   if (dims == 1) return value == 3;
-  const int length = ScanFields(comment, " lutLength %d ", &value);
+  const int length =
+      MayMatchKeyword(comment, "lutLength") ? ScanFields(comment, " lutLength %d ", &value) : 0;
   if (length == kScanOutOfRange) return false;
   if (length == 1) {
     if (value < 0 || value > kMaxInputLUTLength) return false;
     lutLength_ = value;
     return true;
   }
-  const int outDims = ScanFields(comment, " oDims %d ", &value);
+  const int outDims =
+      MayMatchKeyword(comment, "oDims") ? ScanFields(comment, " oDims %d ", &value) : 0;
   if (outDims == kScanOutOfRange) return false;
   if (outDims == 1) return value == 3 && options_.kindFilter != ELUTKindFilter::Only1D;
   int red = 0, green = 0, blue = 0;
-  const int widths = ScanFields(comment, " width %d %d %d", &red, &green, &blue);
+  const int widths = MayMatchKeyword(comment, "width")
+                         ? ScanFields(comment, " width %d %d %d", &red, &green, &blue)
+                         : 0;
   if (widths == kScanOutOfRange) return false;
   if (widths == 3) {
     if (red != green || green != blue || red < 0 || red > int(kMax3DSize)) return false;
