@@ -1,6 +1,7 @@
 #include "foundation/xml_storage.h"
 
 #include <cctype>
+#include <cstring>
 
 namespace Tincta {
 namespace {
@@ -8,13 +9,27 @@ namespace {
 bool EqualsIgnoringCase(std::string_view a, std::string_view b) {
   if (a.size() != b.size()) return false;
   for (size_t i = 0; i < a.size(); ++i) {
-    if (std::tolower(static_cast<unsigned char>(a[i])) != std::tolower(static_cast<unsigned char>(b[i])))
+    if (std::tolower(static_cast<unsigned char>(a[i])) !=
+        std::tolower(static_cast<unsigned char>(b[i])))
       return false;
   }
   return true;
 }
 
 }  // namespace
+
+bool XMLMarkupWithinLimit(const void* text, size_t length) {
+  const char* cursor = static_cast<const char*>(text);
+  const char* const end = cursor + length;
+  size_t count = 0;
+  while (cursor < end) {
+    const void* found = std::memchr(cursor, '<', size_t(end - cursor));
+    if (found == nullptr) break;
+    if (++count > kXmlMaxMarkup) return false;
+    cursor = static_cast<const char*>(found) + 1;
+  }
+  return true;
+}
 
 bool ElementNameIs(const pugi::xml_node& element, std::string_view name) {
   return element.type() == pugi::node_element && EqualsIgnoringCase(element.name(), name);
@@ -43,9 +58,11 @@ bool ReadElementText(const pugi::xml_node& element, std::string& text, std::stri
   return true;
 }
 
-void AppendQuotedElement(std::string& out, int indent, std::string_view name, std::string_view value) {
+void AppendQuotedElement(std::string& out, int indent, std::string_view name,
+                         std::string_view value) {
   out.append(static_cast<size_t>(indent), ' ');
-  out.append("<").append(name).append(">\"").append(value).append("\"</").append(name).append(">\n");
+  out.append("<").append(name).append(">\"").append(value).append("\"</").append(name).append(
+      ">\n");
 }
 
 }  // namespace Tincta

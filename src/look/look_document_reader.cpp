@@ -149,6 +149,10 @@ bool ReadText(const void* bytes, size_t size, IOvEmbeddedLUTSource* payload, SRe
     error = "no text";
     return false;
   }
+  if (!XMLMarkupWithinLimit(bytes, size)) {
+    error = "more than " + std::to_string(kXmlMaxMarkup) + " markup characters";
+    return false;
+  }
   std::string text;
   text.reserve(kDeclaration.size() + size);
   text.append(kDeclaration);

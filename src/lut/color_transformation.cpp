@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "foundation/xml_storage.h"
 #include "lut/formats/text_chars.h"
 
 namespace Tincta {
@@ -77,7 +78,7 @@ void CollectCorrections(const pugi::xml_node& root, std::vector<pugi::xml_node>&
 
 bool COvColorTransformation::bParse(const void* text, size_t length) {
   pugi::xml_document document;
-  if (!document.load_buffer(text, length)) return false;
+  if (!XMLMarkupWithinLimit(text, length) || !document.load_buffer(text, length)) return false;
   const pugi::xml_node root = document.document_element();
 
   std::vector<pugi::xml_node> corrections;

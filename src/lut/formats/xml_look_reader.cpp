@@ -115,7 +115,7 @@ bool IsXMLLook(const uint8_t* bytes, uint32_t length, const SParseOptions&) {
 bool ReadXMLLook(COv3DLUT& lut, const uint8_t* bytes, uint32_t length,
                  const SParseOptions& options) {
   pugi::xml_document document;
-  if (!document.load_buffer(bytes, length)) return false;
+  if (!XMLMarkupWithinLimit(bytes, length) || !document.load_buffer(bytes, length)) return false;
 
   pugi::xml_node lutElement;
   for (pugi::xml_node node = document.first_child(); node; node = NextInDocumentOrder(node)) {
