@@ -332,7 +332,7 @@ TEST_P(ApplyGPUDevice, EveryKindMethodAndFormatFollowsTheModel) {
         const FrameRef source = ModelSource(c, format, 97, 23);
         const FrameRef result =
             ApplyOnDevice(device_, source, lut, tetrahedral ? kTetrahedral : kTrilinear);
-        ExpectFollowsModel(ModelOf(*lut, tetrahedral), 2e-6 * OutputRange(*lut), RowsOf(source),
+        ExpectFollowsModel(*lut, tetrahedral, 2e-6 * OutputRange(*lut), RowsOf(source),
                            RowsOf(result),
                            std::string(c.name) + (tetrahedral ? " tetrahedral " : " trilinear ") +
                                std::to_string(format.variant) + "-bit");

@@ -1,6 +1,5 @@
-// The host GPU library: the registry, the asset cache and the recording test device, then every
-// device through the same tests (OpenCL runs on PoCL wherever there is no GPU; CUDA skips without
-// an NVIDIA device).
+// The host GPU library: enumeration and the asset cache, then every device through the same tests
+// (OpenCL runs on PoCL wherever there is no GPU; CUDA skips without an NVIDIA device).
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -54,8 +53,6 @@ std::vector<std::shared_ptr<IGPUDevice>> EveryDevice() {
     devices.push_back(device);
   return devices;
 }
-
-// ---- Registry and enumeration ----------------------------------------------------------------
 
 TEST(GPUDevices, EnumerationOrderCodesAndIndexLimit) {
   const std::vector<GPUBackendStatus> statuses = GetGPUBackendStatus();
@@ -484,15 +481,10 @@ TEST_P(GPUBackend, FramesRoundTripAHostFrameByteForByte) {
     const std::vector<uint8_t> pixels = RandomBytes(bytes, format.variant);
     std::memcpy(hostMemory->GetBaseAddress(), pixels.data(), bytes);
 
-    EXPECT_EQ(gpu->GetBounds(), (FrameBounds{0, 0, kWidth, kHeight}));
-    EXPECT_EQ(gpu->GetPixelFormat(), format);
-    EXPECT_EQ(gpu->GetPixelAspectRatio(), 2.0f);
-    EXPECT_EQ(gpu.Query<IGPUVideoFrame>()->GetDeviceIndex(), device_->GetInfo().index);
+    // Device rows are 256-byte aligned; a device frame has no host memory to offer.
     EXPECT_TRUE(gpu.Query<IVideoFrameMemoryAccess>().IsEmpty());
     const size_t rowBytes = gpu.Query<IVideoFrame2DPixelMemoryAccess>()->GetRowBytes();
-    EXPECT_EQ(rowBytes % 256, 0u);
-    EXPECT_GE(rowBytes, kWidth * BytesPerPixel(format));
-    EXPECT_NE(gpu.Query<IGPUVideoFrameMemoryAccess>()->GetDevicePointer(), 0u);
+    EXPECT_TRUE(rowBytes % 256 == 0 && rowBytes >= kWidth * BytesPerPixel(format));
     auto completion = gpu.Query<ICompletionEventVideoFrame>();
     EXPECT_EQ(completion->GetDevice(), device_);
     EXPECT_EQ(completion->WaitForCompletion(), 0);  // nothing signalled yet
