@@ -8,7 +8,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cmath>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -22,7 +21,6 @@
 #include "host/gpu.h"
 #include "host/gpu_test_device.h"
 #include "host/null_pointer.h"
-#include "host/pixel_convert.h"
 #include "host/video_frame.h"
 #include "lut/lut3d.h"
 #include "support/gpu_frames.h"
@@ -38,7 +36,6 @@ using Tincta::Vec4;
 
 constexpr int kLUTFailed = static_cast<int>(0xa00f0001u);
 constexpr int kNoDeviceMemory = static_cast<int>(0xa00f0006u);
-constexpr int kUnsupported = static_cast<int>(0xa00f000cu);
 constexpr LUTInterpolationMethod kTrilinear = LUTInterpolationMethod::Trilinear;
 constexpr LUTInterpolationMethod kTetrahedral = LUTInterpolationMethod::Tetrahedral;
 
@@ -279,15 +276,6 @@ TEST(ApplyGPUTestDevice, ALUTUsedOnAHundredFramesIsUploadedOnceAndAgainAfterARes
   ASSERT_EQ(CRANDLE::ApplyLUT(source, Handle(cube), kTrilinear, destination), 0);
   EXPECT_EQ(CallsNamed(*device, "LoadKernel").size(), 1u);
   EXPECT_EQ(CallsNamed(*device, "UploadTexture").size(), 1u);  // the asset cache went too
-}
-
-TEST(ApplyGPUTestDevice, AFrameInHostMemoryWithAFrameOnTheDeviceIsRefused) {
-  const auto device = host::CreateGPUTestDevice(nullptr);
-  FrameRef onDevice = GPUFrame(device, host::kPixelFormat_BGRA_4444_32f, 8, 4);
-  FrameRef inMemory = HostFrame(host::kPixelFormat_BGRA_4444_32f, 8, 4);
-  EXPECT_EQ(CRANDLE::ApplyLUT(onDevice, Handle(GoldenCube(3)), kTrilinear, inMemory), kUnsupported);
-  EXPECT_EQ(CRANDLE::ApplyLUT(inMemory, Handle(GoldenCube(3)), kTrilinear, onDevice), kUnsupported);
-  EXPECT_TRUE(CallsNamed(*device, "Launch").empty());
 }
 
 // ---- Real devices: OpenCL on PoCL, CUDA where a device is lent. ----
