@@ -158,8 +158,8 @@ TEST(ApplyGPUTestDevice, ConstantBlocksKernelsAndTextureKeysMatchTheGoldenValues
   EXPECT_EQ(Tincta::HwTextureCacheKey(named, false, true).ToString(), kNamedKey);
 }
 
-// Each failure row on a fresh device: the result, whether a launch happened, and every staging
-// and device block given back.
+// Each failure row on a fresh device, over no back end and over each real device: the result,
+// whether a launch happened, and every staging and device block given back.
 TEST(ApplyGPUTestDevice, FailureRowsGiveTheirResultsAndReleaseEverything) {
   struct SCase {
     GPUTestOperation failing;
@@ -180,30 +180,37 @@ TEST(ApplyGPUTestDevice, FailureRowsGiveTheirResultsAndReleaseEverything) {
       {GPUTestOperation::Bind3DTexture, kLUTFailed, false},
       {GPUTestOperation::Launch, host::kGPUErrorInjected, true},
   };
-  for (const SCase& c : cases) {
-    const auto device = host::CreateGPUTestDevice(nullptr);
-    const FrameRef source = GPUFrame(device, host::kPixelFormat_BGRA_4444_32f, 8, 4);
-    FrameRef destination = GPUFrame(device, host::kPixelFormat_BGRA_4444_32f, 8, 4);
-    device->ClearCalls();
-    device->SetFailure(c.failing, true);
-    const int result = CRANDLE::ApplyLUT(source, Handle(GoldenCube(33)), kTrilinear, destination);
-    EXPECT_EQ(result, c.result) << "failing operation " << int(c.failing);
-    EXPECT_EQ(CallsNamed(*device, "Launch").size(), c.launched ? 1u : 0u) << int(c.failing);
-    if (c.failing == GPUTestOperation::Unmap) {
-      const auto copies = CallsNamed(*device, "CopyStagingToDevice");
-      ASSERT_EQ(copies.size(), 1u);
-      EXPECT_EQ(copies[0].payload, std::vector<uint8_t>(kCube33Trilinear, kCube33Trilinear + 32));
+  std::vector<std::shared_ptr<host::IGPUDevice>> inners{nullptr};
+  for (const auto& device : host::EnumerateGPUDevices())
+    inners.push_back(device);
+  for (const auto& inner : inners)
+    for (const SCase& c : cases) {
+      SCOPED_TRACE(inner ? inner->GetInfo().name : "no back end");
+      const auto device = host::CreateGPUTestDevice(inner, 2);
+      ASSERT_EQ(device->GetInfo().index, 2u);
+      device->GetAssetCache().Clear();  // a real device keeps its uploads between rows
+      const FrameRef source = GPUFrame(device, host::kPixelFormat_BGRA_4444_32f, 8, 4);
+      FrameRef destination = GPUFrame(device, host::kPixelFormat_BGRA_4444_32f, 8, 4);
+      device->ClearCalls();
+      device->SetFailure(c.failing, true);
+      const int result = CRANDLE::ApplyLUT(source, Handle(GoldenCube(33)), kTrilinear, destination);
+      EXPECT_EQ(result, c.result) << "failing operation " << int(c.failing);
+      EXPECT_EQ(CallsNamed(*device, "Launch").size(), c.launched ? 1u : 0u) << int(c.failing);
+      if (c.failing == GPUTestOperation::Unmap) {
+        const auto copies = CallsNamed(*device, "CopyStagingToDevice");
+        ASSERT_EQ(copies.size(), 1u);
+        EXPECT_EQ(copies[0].payload, std::vector<uint8_t>(kCube33Trilinear, kCube33Trilinear + 32));
+      }
+      size_t hostBlocks = 0, deviceBlocks = 0;
+      for (const auto& call : device->Calls()) {
+        if (call.operation == "HostAllocator.Allocate" && call.result == 0) ++hostBlocks;
+        if (call.operation == "HostAllocator.Release" && call.bytes != 0) --hostBlocks;
+        if (call.operation == "DeviceAllocator.Allocate" && call.result == 0) ++deviceBlocks;
+        if (call.operation == "DeviceAllocator.Release" && call.bytes != 0) --deviceBlocks;
+      }
+      EXPECT_EQ(hostBlocks, 0u) << int(c.failing);
+      EXPECT_EQ(deviceBlocks, 0u) << int(c.failing);
     }
-    size_t hostBlocks = 0, deviceBlocks = 0;
-    for (const auto& call : device->Calls()) {
-      if (call.operation == "HostAllocator.Allocate" && call.result == 0) ++hostBlocks;
-      if (call.operation == "HostAllocator.Release" && call.bytes != 0) --hostBlocks;
-      if (call.operation == "DeviceAllocator.Allocate" && call.result == 0) ++deviceBlocks;
-      if (call.operation == "DeviceAllocator.Release" && call.bytes != 0) --deviceBlocks;
-    }
-    EXPECT_EQ(hostBlocks, 0u) << int(c.failing);
-    EXPECT_EQ(deviceBlocks, 0u) << int(c.failing);
-  }
 }
 
 // A frame that says it is on a GPU but cannot name its device: the host's null-pointer exception,
