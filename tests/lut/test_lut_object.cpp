@@ -4,7 +4,6 @@
 #include <fcntl.h>
 
 #include <cmath>
-#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <tuple>
