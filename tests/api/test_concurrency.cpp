@@ -37,8 +37,7 @@ TEST(Concurrency, ParsingCopyingAndQueryingFromEightThreads) {
 
   std::atomic<int> mismatches{0};
   std::vector<std::shared_ptr<void>> sharedHandles(paths.size());
-  for (size_t i = 0; i < paths.size(); ++i)
-    ASSERT_EQ(CRANDLE::ParseLUT(paths[i], sharedHandles[i]), 0);
+  for (size_t i = 0; i < paths.size(); ++i) ASSERT_EQ(CRANDLE::ParseLUT(paths[i], sharedHandles[i]), 0);
 
   std::vector<std::thread> threads;
   for (int t = 0; t < 8; ++t) {
@@ -58,8 +57,7 @@ TEST(Concurrency, ParsingCopyingAndQueryingFromEightThreads) {
       }
     });
   }
-  for (auto& thread : threads)
-    thread.join();
+  for (auto& thread : threads) thread.join();
   EXPECT_EQ(mismatches.load(), 0);
 }
 

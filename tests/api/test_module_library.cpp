@@ -30,12 +30,10 @@ TEST(ModuleLibrary, ExportsExactlyTheNineFunctions) {
     crandleFunctions += symbol.rfind("CRANDLE::", 0) == 0;
   }
   EXPECT_EQ(crandleFunctions, 9);
-  for (const char* name :
-       {"CRANDLE::ApplyLUT(", "CRANDLE::GetLUTBlob(", "CRANDLE::GetLUTDisplayName(",
-        "CRANDLE::GetLUTIdentifier(", "CRANDLE::ParseLUT("}) {
+  for (const char* name : {"CRANDLE::ApplyLUT(", "CRANDLE::GetLUTBlob(", "CRANDLE::GetLUTDisplayName(",
+                           "CRANDLE::GetLUTIdentifier(", "CRANDLE::ParseLUT("}) {
     bool found = false;
-    for (const auto& symbol : exported)
-      found |= symbol.rfind(name, 0) == 0;
+    for (const auto& symbol : exported) found |= symbol.rfind(name, 0) == 0;
     EXPECT_TRUE(found) << name;
   }
 }
