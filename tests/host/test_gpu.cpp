@@ -1,6 +1,5 @@
-// The host GPU library: the registry, the asset cache and the recording test device, then every
-// device through the same tests (OpenCL runs on PoCL wherever there is no GPU; CUDA skips without
-// an NVIDIA device).
+// The host GPU library: enumeration and the asset cache, then every device through the same tests
+// (OpenCL runs on PoCL wherever there is no GPU; CUDA skips without an NVIDIA device).
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -53,39 +52,6 @@ std::vector<std::shared_ptr<IGPUDevice>> EveryDevice() {
   for (const auto& device : EnumerateGPUDevices())
     devices.push_back(device);
   return devices;
-}
-
-// ---- Registry and enumeration ----------------------------------------------------------------
-
-// Each LUT module's texture slots in argument order: binding each fills its own entry, and a
-// launch takes them all bound and nothing else.
-TEST(GPUKernelRegistry, LutModulesNameTheirTextureSlotsInArgumentOrder) {
-  const std::shared_ptr<GPUTestDevice> device = CreateGPUTestDevice(nullptr);
-  const std::pair<const char*, std::vector<const char*>> rows[] = {
-      {"COMPOP_LUT1D", {"texture0_RECT", "texture1_2D"}},
-      {"COMPOP_LUT3D", {"texture0_RECT", "texture1_3D"}},
-      {"COMPOP_LUT3D_TetrahedralInterpolation", {"texture0_RECT", "texture1_3D"}},
-      {"COMPOP_LUT1D3D", {"texture0_RECT", "texture1_2D", "texture2_3D"}},
-      {"COMPOP_LUT1D3D_TetrahedralInterpolation", {"texture0_RECT", "texture1_2D", "texture2_3D"}},
-  };
-  std::vector<float> texels(4 * 8, 0.0f);
-  const DevicePointer address = reinterpret_cast<uintptr_t>(texels.data());
-  for (const auto& [module, textures] : rows) {
-    const GPUKernel* kernel = device->LoadKernel(module, std::string("ShaderKernel_") + module);
-    EXPECT_NE(kernel, nullptr) << module;
-    EXPECT_EQ(device->LoadKernel(module, "ShaderKernel_Other"), nullptr) << module;
-    GPUTextureBindings bindings;
-    for (size_t slot = 0; slot < textures.size(); ++slot) {
-      const GPUTexture* texture = device->LoadTexture(module, textures[slot]);
-      ASSERT_NE(texture, nullptr) << module << " " << textures[slot];
-      EXPECT_EQ(device->BindTexture(bindings, texture, address, 0, 64, 2, 2, k32f, 0), 0);
-      EXPECT_EQ(bindings.entries[slot].texture, texture) << module << " " << textures[slot];
-    }
-    EXPECT_EQ(bindings.count, textures.size());
-    EXPECT_EQ(device->Launch(kernel, {1, 1, 1}, {1, 1, 1}, bindings, {}), 0) << module;
-    EXPECT_EQ(device->LoadTexture(module, "texture3_3D"), nullptr);
-  }
-  EXPECT_EQ(device->LoadKernel("COMPOP_LUT2D", "ShaderKernel_COMPOP_LUT2D"), nullptr);
 }
 
 TEST(GPUDevices, EnumerationOrderCodesAndIndexLimit) {
@@ -197,112 +163,6 @@ TEST(GPUAssetCache, EightThreadsFindAndInsertConsistently) {
   EXPECT_EQ(wrong.load(), 0);
   EXPECT_LE(cache.GetBytesHeld(), kBudget);
   EXPECT_EQ(cache.GetBytesHeld() % 64, 0u);
-}
-
-// ---- The recording test device ---------------------------------------------------------------
-
-struct SApplyRun {
-  int result = 0;
-  const char* failedAt = nullptr;
-};
-
-const float kConstantRows[8] = {1, 2, 3, 4, 0.5f, 0.25f, 0, -1};
-
-// Runs the steps an apply makes, in its order, and names the first that fails with its result.
-SApplyRun RunApplySteps(IGPUDevice& device) {
-  IGPUHostAllocator* staging = device.GetHostAllocator();
-  IGPUDeviceAllocator* memory = device.GetDeviceAllocator();
-  GPUHostBlock* constants = staging->Allocate(32, 0, kGPUUsageConstants);
-  GPUDeviceBlock* block = memory->Allocate(32, 0, kGPUUsageConstants);
-  std::vector<float> table(4 * 4 * 4 * 4, 0.5f);
-  std::shared_ptr<GPUDeviceTexture> texture;
-  const GPUKernel* kernel = nullptr;
-  const GPUTexture *flat = nullptr, *cube = nullptr;
-  GPUTextureBindings bindings;
-  SApplyRun run;
-  const auto step = [&](const char* name, auto&& action) {
-    if (run.failedAt) return;
-    if (const int result = action()) run = {result, name};
-  };
-  step("HostAllocate", [&] { return constants ? 0 : -1; });
-  step("DeviceAllocate", [&] { return block ? 0 : -1; });
-  step("MapView", [&] { return constants->mappedView ? 0 : -1; });
-  step("Unmap", [&] {
-    std::memcpy(constants->mappedView, kConstantRows, 32);
-    return staging->Unmap(constants);
-  });
-  step("ConstantCopy",
-       [&] { return device.CopyStagingToDevice(block->pointer, *constants, 32, false); });
-  step("UploadTexture", [&] {
-    texture = device.UploadTexture(table.data(), 64, 4, 4, 4);
-    return texture ? 0 : -1;
-  });
-  step("LoadKernel", [&] {
-    kernel = device.LoadKernel(kTestModule, kTestEntry);
-    return kernel ? 0 : -1;
-  });
-  step("LoadTexture", [&] {
-    flat = device.LoadTexture(kTestModule, "sample2D");
-    cube = device.LoadTexture(kTestModule, "sample3D");
-    return flat && cube ? 0 : -1;
-  });
-  step("BindTexture",
-       [&] { return device.BindTexture(bindings, flat, texture->texels, 0, 64, 4, 4, k32f, 0); });
-  step("Bind3DTexture",
-       [&] { return device.Bind3DTexture(bindings, cube, texture->texels, 64, 4, 4, 4, k32f, 0); });
-  step("Launch", [&] {
-    const GPUKernelArgument arguments[] = {GPUKernelArgument::Pointer(block->pointer),
-                                           GPUKernelArgument::Pointer(texture->texels),
-                                           GPUKernelArgument::UInt32(1),
-                                           GPUKernelArgument::UInt32(1),
-                                           GPUKernelArgument::Int32(-2),
-                                           GPUKernelArgument::Float32(0.5f)};
-    return device.Launch(kernel, {1, 1, 1}, {1, 1, 1}, bindings, arguments);
-  });
-  step("Synchronize", [&] { return device.Synchronize(); });
-  memory->Release(block);
-  staging->Release(constants);
-  return run;
-}
-
-// Each fault, over no back end and over each real device, stops the steps where it should with
-// a negative result or a null handle.
-TEST(GPUTestDevice, EachFaultFailsItsOperation) {
-  std::vector<std::shared_ptr<IGPUDevice>> inners{nullptr};
-  for (const auto& device : EnumerateGPUDevices())
-    inners.push_back(device);
-  const struct {
-    GPUTestOperation operation;
-    const char* failedAt;
-    int result;
-  } cases[] = {
-      {GPUTestOperation::HostAllocate, "HostAllocate", -1},
-      {GPUTestOperation::MapView, "MapView", -1},
-      {GPUTestOperation::Unmap, "Unmap", kGPUErrorInjected},
-      {GPUTestOperation::DeviceAllocate, "DeviceAllocate", -1},
-      {GPUTestOperation::ConstantCopy, "ConstantCopy", kGPUErrorInjected},
-      {GPUTestOperation::UploadTexture, "UploadTexture", -1},
-      {GPUTestOperation::LoadKernel, "LoadKernel", -1},
-      {GPUTestOperation::LoadTexture, "LoadTexture", -1},
-      {GPUTestOperation::BindTexture, "BindTexture", kGPUErrorInjected},
-      {GPUTestOperation::Bind3DTexture, "Bind3DTexture", kGPUErrorInjected},
-      {GPUTestOperation::Launch, "Launch", kGPUErrorInjected},
-  };
-  for (const auto& inner : inners) {
-    const std::string over = inner ? inner->GetInfo().name : "no back end";
-    const std::shared_ptr<GPUTestDevice> device = CreateGPUTestDevice(inner, 2);
-    EXPECT_EQ(device->GetInfo().index, 2u);
-    EXPECT_EQ(RunApplySteps(*device).failedAt, nullptr) << over;
-    for (const auto& c : cases) {
-      device->SetFailure(c.operation, true);
-      const SApplyRun run = RunApplySteps(*device);
-      device->SetFailure(c.operation, false);
-      ASSERT_NE(run.failedAt, nullptr) << over << ": " << c.failedAt;
-      EXPECT_STREQ(run.failedAt, c.failedAt) << over;
-      EXPECT_EQ(run.result, c.result) << over << ": " << c.failedAt;
-    }
-    EXPECT_EQ(RunApplySteps(*device).failedAt, nullptr) << over << ": faults cleared";
-  }
 }
 
 // ---- Every device ----------------------------------------------------------------------------
@@ -621,15 +481,10 @@ TEST_P(GPUBackend, FramesRoundTripAHostFrameByteForByte) {
     const std::vector<uint8_t> pixels = RandomBytes(bytes, format.variant);
     std::memcpy(hostMemory->GetBaseAddress(), pixels.data(), bytes);
 
-    EXPECT_EQ(gpu->GetBounds(), (FrameBounds{0, 0, kWidth, kHeight}));
-    EXPECT_EQ(gpu->GetPixelFormat(), format);
-    EXPECT_EQ(gpu->GetPixelAspectRatio(), 2.0f);
-    EXPECT_EQ(gpu.Query<IGPUVideoFrame>()->GetDeviceIndex(), device_->GetInfo().index);
+    // Device rows are 256-byte aligned; a device frame has no host memory to offer.
     EXPECT_TRUE(gpu.Query<IVideoFrameMemoryAccess>().IsEmpty());
     const size_t rowBytes = gpu.Query<IVideoFrame2DPixelMemoryAccess>()->GetRowBytes();
-    EXPECT_EQ(rowBytes % 256, 0u);
-    EXPECT_GE(rowBytes, kWidth * BytesPerPixel(format));
-    EXPECT_NE(gpu.Query<IGPUVideoFrameMemoryAccess>()->GetDevicePointer(), 0u);
+    EXPECT_TRUE(rowBytes % 256 == 0 && rowBytes >= kWidth * BytesPerPixel(format));
     auto completion = gpu.Query<ICompletionEventVideoFrame>();
     EXPECT_EQ(completion->GetDevice(), device_);
     EXPECT_EQ(completion->WaitForCompletion(), 0);  // nothing signalled yet

@@ -4,8 +4,8 @@
 // walk from the cell's first corner to its last along the axes in decreasing order of their
 // fractions. Frames are blue first, tables red first.
 //
-// Beside it, what the formula tests and the device tests share: the LUTs they run, the source
-// pixels they feed and the check of a result against the model.
+// Beside it, what the device tests share: the LUTs they run, the source pixels they feed and the
+// check of a result against the model.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -30,17 +30,6 @@ using Bgra = std::array<double, 4>;
 using Rgb = std::array<double, 3>;
 
 enum class EModelKind { k1D, k3D, k1D3D };
-
-struct SModelLUT {
-  EModelKind kind = EModelKind::k3D;
-  bool tetrahedral = false;
-  const float* table = nullptr;  ///< the LUT's own table, RGBA entries
-  uint32_t size = 0;
-  const float* shaper = nullptr;  ///< 1D3D only
-  uint32_t shaperSize = 0;
-  std::array<float, 4> scale{};  ///< blue, green, red, alpha
-  std::array<float, 4> offset{};
-};
 
 struct SModelAxis {
   size_t low, high;
@@ -105,25 +94,20 @@ inline Rgb ModelTetrahedral(const float* table, uint32_t n, const Rgb& s) {
   return out;
 }
 
-/// The kernel's output pixel for an input pixel (both blue first, in [0, 1] units).
-inline Bgra ModelPixel(const SModelLUT& lut, const Bgra& in) {
-  Rgb s;
-  for (int c = 0; c < 3; ++c) {
-    const int lane = 2 - c;  // red is the frame's third channel
-    s[c] = in[lane] * double(lut.scale[lane]) + double(lut.offset[lane]);
+/// The kernel's output pixel for an input pixel (both blue first, in [0, 1] units), through the
+/// domain mapping of the shaper when there is one, read from the LUT's red-first vectors.
+inline Bgra ModelPixel(const Tincta::COv3DLUT& lut, bool tetrahedral, const Bgra& in) {
+  const Tincta::COv3DLUT* shaper = lut.InputShaper();
+  const Tincta::COv3DLUT& domain = shaper ? *shaper : lut;
+  Rgb s, rgb;
+  for (int c = 0; c < 3; ++c) {  // red is the frame's third channel
+    s[c] = in[2 - c] * double(domain.TextureScale()[c]) + double(domain.TextureOffset()[c]);
+    if (!lut.Is3D()) rgb[c] = ModelCurve(lut.Table(), lut.Size(), s[c], c);
+    if (lut.Is3D() && shaper) s[c] = ModelCurve(shaper->Table(), shaper->Size(), s[c], c);
   }
-  Rgb rgb;
-  if (lut.kind == EModelKind::k1D) {
-    for (int c = 0; c < 3; ++c)
-      rgb[c] = ModelCurve(lut.table, lut.size, s[c], c);
-  } else {
-    if (lut.kind == EModelKind::k1D3D) {
-      for (int c = 0; c < 3; ++c)
-        s[c] = ModelCurve(lut.shaper, lut.shaperSize, s[c], c);
-    }
-    rgb = lut.tetrahedral ? ModelTetrahedral(lut.table, lut.size, s)
-                          : ModelTrilinear(lut.table, lut.size, s);
-  }
+  if (lut.Is3D())
+    rgb = tetrahedral ? ModelTetrahedral(lut.Table(), lut.Size(), s)
+                      : ModelTrilinear(lut.Table(), lut.Size(), s);
   return {rgb[2], rgb[1], rgb[0], in[3]};
 }
 
@@ -200,27 +184,6 @@ inline std::shared_ptr<Tincta::COv3DLUT> BuildModelCase(const SModelCase& c) {
   return cube;
 }
 
-/// The model of `lut`: its tables, and the domain mapping of its shaper when it has one, read
-/// from the LUT's red-first vectors and turned blue first.
-inline SModelLUT ModelOf(const Tincta::COv3DLUT& lut, bool tetrahedral) {
-  SModelLUT m;
-  m.kind = !lut.Is3D() ? EModelKind::k1D : lut.InputShaper() ? EModelKind::k1D3D : EModelKind::k3D;
-  m.tetrahedral = tetrahedral;
-  m.table = lut.Table();
-  m.size = lut.Size();
-  if (const Tincta::COv3DLUT* shaper = lut.InputShaper()) {
-    m.shaper = shaper->Table();
-    m.shaperSize = shaper->Size();
-  }
-  const Tincta::COv3DLUT& domain = lut.InputShaper() ? *lut.InputShaper() : lut;
-  for (int lane = 0; lane < 4; ++lane) {
-    const int rgba = lane < 3 ? 2 - lane : 3;
-    m.scale[lane] = domain.TextureScale()[rgba];
-    m.offset[lane] = domain.TextureOffset()[rgba];
-  }
-  return m;
-}
-
 /// The spread of the colour outputs the LUT's own table can give.
 inline double OutputRange(const Tincta::COv3DLUT& lut) {
   double low = lut.Table()[0], high = low;
@@ -246,30 +209,21 @@ struct SPixelRows {
   }
   /// The sample as stored (integers in their own units).
   double Get(uint32_t x, uint32_t y, int c) const {
-    if (bits == 8) return *At(x, y, c);
-    if (bits == 16) {
-      uint16_t s;
-      std::memcpy(&s, At(x, y, c), 2);
-      return s;
-    }
-    float f;
-    std::memcpy(&f, At(x, y, c), 4);
-    return f;
+    uint16_t s = 0;
+    float f = 0;
+    std::memcpy(bits == 16 ? static_cast<void*>(&s) : &f, At(x, y, c), bits == 8 ? 0 : bits / 8);
+    return bits == 8 ? *At(x, y, c) : bits == 16 ? s : f;
   }
   /// The sample in [0, 1] units for integer formats, as the kernels read it.
   double Unit(uint32_t x, uint32_t y, int c) const {
     return bits == 32 ? Get(x, y, c) : Get(x, y, c) / Top();
   }
   void Put(uint32_t x, uint32_t y, int c, double v) const {
-    if (bits == 32) {
-      const float f = float(v);
-      std::memcpy(At(x, y, c), &f, 4);
-    } else if (bits == 8) {
-      *At(x, y, c) = uint8_t(ModelQuantize(v, Top()));
-    } else {
-      const auto s = uint16_t(ModelQuantize(v, Top()));
-      std::memcpy(At(x, y, c), &s, 2);
-    }
+    const float f = float(v);
+    const auto s = uint16_t(ModelQuantize(v, Top()));
+    if (bits == 8) *At(x, y, c) = uint8_t(s);
+    if (bits != 8)
+      std::memcpy(At(x, y, c), bits == 16 ? static_cast<const void*>(&s) : &f, bits / 8);
   }
 };
 
@@ -323,14 +277,15 @@ inline void FillModelSource(const SModelCase& c, const SPixelRows& rows, uint32_
 /// exactly, and float pixels at, beyond or a rounding inside the domain's ends (and NaN), the
 /// first seven of FillModelSource, read the table's end entries exactly, as texel-centre
 /// addressing does. Reports the first few differences.
-inline void ExpectFollowsModel(const SModelLUT& model, double tolerance, const SPixelRows& in,
-                               const SPixelRows& out, const std::string& what) {
+inline void ExpectFollowsModel(const Tincta::COv3DLUT& lut, bool tetrahedral, double tolerance,
+                               const SPixelRows& in, const SPixelRows& out,
+                               const std::string& what) {
   int failures = 0;
   for (uint32_t i = 0; i < in.width * in.height && failures < 5; ++i) {
     const uint32_t x = i % in.width, y = i / in.width;
-    const Bgra want =
-        ModelPixel(model, {in.Unit(x, y, 0), in.Unit(x, y, 1), in.Unit(x, y, 2), in.Unit(x, y, 3)});
-    const bool atEnds = in.bits == 32 && model.kind != EModelKind::k1D3D && i < 7;
+    const Bgra want = ModelPixel(
+        lut, tetrahedral, {in.Unit(x, y, 0), in.Unit(x, y, 1), in.Unit(x, y, 2), in.Unit(x, y, 3)});
+    const bool atEnds = in.bits == 32 && !(lut.Is3D() && lut.InputShaper()) && i < 7;
     for (int c = 0; c < 4; ++c) {
       const double allowed = c == 3 || atEnds ? 0.0 : tolerance;
       const double got = out.Get(x, y, c);

@@ -6,7 +6,6 @@
 #include <bit>
 #include <cmath>
 #include <cstring>
-#include <limits>
 #include <random>
 #include <tuple>
 #include <vector>

@@ -3,7 +3,6 @@
 // its field (where sscanf's behaviour is undefined and glibc wraps).
 #include <gtest/gtest.h>
 
-#include <climits>
 #include <cstdio>
 #include <string>
 
