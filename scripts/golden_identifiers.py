@@ -60,20 +60,19 @@ def identifier(entries, dmin, dmax, title, file_title=""):
     return murmur3_x64_128(fed).hex().upper()
 
 
-if __name__ == "__main__":
-    # A 2-point identity cube, red fastest, over the default domain (alpha of the minimum 1).
-    identity2 = [(r, g, b, 1.0) for b in (0, 1) for g in (0, 1) for r in (0, 1)]
-    unit_min, unit_max = (0.0, 0.0, 0.0, 1.0), (1.0, 1.0, 1.0, 1.0)
-    print("bytes, titled Neutral:", identifier(identity2, unit_min, unit_max, "Neutral"))
-    print("file grade.cube:      ", identifier(identity2, unit_min, unit_max, "grade", "grade"))
-    # The same cube over red -0.5..1.5 from bytes without a title.
-    print("bytes, red -0.5..1.5: ", identifier(identity2, (-0.5, 0.0, 0.0, 1.0), (1.5, 1.0, 1.0, 1.0), ""))
+# A 2-point identity cube, red fastest, over the default domain (alpha of the minimum 1).
+identity2 = [(r, g, b, 1.0) for b in (0, 1) for g in (0, 1) for r in (0, 1)]
+unit_min, unit_max = (0.0, 0.0, 0.0, 1.0), (1.0, 1.0, 1.0, 1.0)
+print("bytes, titled Neutral:", identifier(identity2, unit_min, unit_max, "Neutral"))
+print("file grade.cube:      ", identifier(identity2, unit_min, unit_max, "grade", "grade"))
+# The same cube over red -0.5..1.5 from bytes without a title.
+print("bytes, red -0.5..1.5: ", identifier(identity2, (-0.5, 0.0, 0.0, 1.0), (1.5, 1.0, 1.0, 1.0), ""))
 
-    # The OTX3 image (GetLUTBlob) of a 2-point cube over red -0.25..1.5, green 0..1, blue 0.125..2,
-    # entry (r, g, b) = (0.1 or 1, g, 0 or 0.8): header, domain, then RGB float32 triples, red fastest.
-    blob = b"OTX3" + struct.pack("<III6f", 2, 3, 0, -0.25, 0, 0.125, 1.5, 1, 2)
-    for b in (0, 1):
-        for g in (0, 1):
-            for r in (0, 1):
-                blob += struct.pack("<3f", (0.1, 1.0)[r], g, (0.0, 0.8)[b])
-    print("blob MD5:             ", hashlib.md5(blob).hexdigest().upper())
+# The OTX3 image (GetLUTBlob) of a 2-point cube over red -0.25..1.5, green 0..1, blue 0.125..2,
+# entry (r, g, b) = (0.1 or 1, g, 0 or 0.8): header, domain, then RGB float32 triples, red fastest.
+blob = b"OTX3" + struct.pack("<III6f", 2, 3, 0, -0.25, 0, 0.125, 1.5, 1, 2)
+for b in (0, 1):
+    for g in (0, 1):
+        for r in (0, 1):
+            blob += struct.pack("<3f", (0.1, 1.0)[r], g, (0.0, 0.8)[b])
+print("blob MD5:             ", hashlib.md5(blob).hexdigest().upper())

@@ -1,7 +1,7 @@
 // ApplyLUT on frames that live on a GPU device.
 //
 // With the recording test device: the constant block's bytes and the texture keys against
-// golden values from scripts/gpu_golden.py, the failure rows of the GPU path one by one,
+// golden values from tests/support/gpu_golden.py, the failure rows of the GPU path one by one,
 // block sizes, uploads and kernel loads counted, threads at once. On OpenCL (PoCL everywhere)
 // and CUDA (skipped without a device): every LUT kind, method and device pixel format against
 // the double-precision model of the kernels.
@@ -39,7 +39,7 @@ constexpr int kNoDeviceMemory = static_cast<int>(0xa00f0006u);
 constexpr LUTInterpolationMethod kTrilinear = LUTInterpolationMethod::Trilinear;
 constexpr LUTInterpolationMethod kTetrahedral = LUTInterpolationMethod::Tetrahedral;
 
-// ---- Golden values: output of `python3 scripts/gpu_golden.py`, pasted once. ----
+// ---- Golden values: output of `python3 tests/support/gpu_golden.py`, pasted once. ----
 const uint8_t kCube33Tetrahedral[48] = {
     0x10, 0x3e, 0x78, 0x3f, 0x10, 0x3e, 0x78, 0x3f, 0x10, 0x3e, 0x78, 0x3f, 0x10, 0x3e, 0x78, 0x3f,
     0x10, 0x3e, 0x78, 0x3c, 0x10, 0x3e, 0x78, 0x3c, 0x10, 0x3e, 0x78, 0x3c, 0x10, 0x3e, 0x78, 0x3c,

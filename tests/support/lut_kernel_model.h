@@ -4,8 +4,8 @@
 // walk from the cell's first corner to its last along the axes in decreasing order of their
 // fractions. Frames are blue first, tables red first.
 //
-// Beside it, what the device tests share: the LUTs they run, the source pixels they feed and the
-// check of a result against the model.
+// Beside it, what the formula tests and the device tests share: the LUTs they run, the source
+// pixels they feed and the check of a result against the model.
 #pragma once
 
 #include <gtest/gtest.h>

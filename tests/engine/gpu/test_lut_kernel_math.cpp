@@ -1,10 +1,14 @@
-// The GPU operators' kernel choice and parameters against values worked out by hand; device
-// textures loaded from files and their registry; the transposed table copy. The kernels' formulas
-// run against their model on real devices, in tests/api/test_apply_gpu.cpp.
+// The LUT kernels' formulas (lut_kernel_math.h, compiled here as host C++) against the
+// double-precision model, on every LUT kind, both cube methods and every frame format; the GPU
+// operators' kernel choice and parameters against values worked out by hand; device textures
+// loaded from files and their registry; the transposed table copy.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstring>
+#include <limits>
 #include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -13,6 +17,7 @@
 #include "host/log.h"
 #include "host/pixel_convert.h"
 #include "lut/lut3d.h"
+#include "lut_kernel_math.h"
 #include "support/lut_kernel_model.h"
 #include "support/lut_samples.h"
 #include "support/temp_dir.h"
@@ -23,6 +28,44 @@ namespace {
 using host::LUTInterpolationMethod;
 using Tincta::COv3DLUT;
 using Tincta::Vec4;
+
+class LUTKernelMathTest : public testing::TestWithParam<std::tuple<SModelCase, bool, uint32_t>> {};
+
+TEST_P(LUTKernelMathTest, PixelsFollowTheModel) {
+  const auto& [c, tetrahedral, bits] = GetParam();
+  const auto lut = BuildModelCase(c);
+  const SModelLUT model = ModelOf(*lut, tetrahedral);
+  const Tincta::SHwLUTConstants constants = Tincta::COvHwCompositingEngine::LUTConstants(
+      *lut, tetrahedral ? LUTInterpolationMethod::Tetrahedral : LUTInterpolationMethod::Trilinear);
+
+  const uint32_t width = 64, height = 8;
+  const size_t rowBytes = size_t(width + 3) * bits / 2;  // rows with a gap after them
+  std::vector<uint8_t> source(rowBytes * height), destination(rowBytes * height);
+  const SPixelRows in{source.data(), rowBytes, bits, width, height};
+  const SPixelRows out{destination.data(), rowBytes, bits, width, height};
+  FillModelSource(c, in, 7 + bits);
+
+  const int kind = c.kind == EModelKind::k1D   ? CRANDLE_LUT_1D
+                   : c.kind == EModelKind::k3D ? CRANDLE_LUT_3D
+                                               : CRANDLE_LUT_1D3D;
+  for (uint32_t y = 0; y < height; ++y)
+    for (uint32_t x = 0; x < width; ++x)
+      crandle_lut_pixel(kind, tetrahedral, source.data(), crandle_uint(rowBytes), bits,
+                        reinterpret_cast<const crandle_uchar*>(model.shaper), model.shaperSize,
+                        reinterpret_cast<const crandle_uchar*>(model.table), model.size * 16,
+                        model.size, reinterpret_cast<const crandle_uchar*>(constants.values.data()),
+                        destination.data(), crandle_uint(rowBytes / (bits / 2)), bits, x, y);
+  ExpectFollowsModel(model, 2e-6 * OutputRange(*lut), in, out, c.name);
+}
+
+INSTANTIATE_TEST_SUITE_P(KindsMethodsFormats, LUTKernelMathTest,
+                         testing::Combine(testing::ValuesIn(kModelCases), testing::Bool(),
+                                          testing::Values(8u, 16u, 32u)),
+                         [](const auto& test) {
+                           return std::string(std::get<0>(test.param).name) +
+                                  (std::get<1>(test.param) ? "_tetrahedral_" : "_trilinear_") +
+                                  std::to_string(std::get<2>(test.param));
+                         });
 
 // Operator choice and named parameters, as the GPU operators set them.
 TEST(HwCompositingEngine, ChoosesKernelsAndCodesByKindShaperAndMethod) {

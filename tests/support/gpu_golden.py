@@ -12,14 +12,73 @@
 
 The tables are built from formulas the C++ test builds the same way (float32 of a double), so
 the digests agree. Run it and paste its output into tests/api/test_apply_gpu.cpp:
-    python3 scripts/gpu_golden.py
+    python3 tests/support/gpu_golden.py
 """
 import hashlib
 import struct
 
-from golden_identifiers import murmur3_x64_128
-
+MASK = (1 << 64) - 1
 VALUE_HASH_SEED = 0x5EED7A1E
+
+
+def rotl(x, r):
+    return ((x << r) | (x >> (64 - r))) & MASK
+
+
+def fmix(k):
+    k ^= k >> 33
+    k = (k * 0xFF51AFD7ED558CCD) & MASK
+    k ^= k >> 33
+    k = (k * 0xC4CEB9FE1A85EC53) & MASK
+    k ^= k >> 33
+    return k
+
+
+def murmur3_x64_128(data, seed):
+    c1, c2 = 0x87C37B91114253D5, 0x4CF5AD432745937F
+    h1 = h2 = seed
+    n = len(data) // 16
+    for i in range(n):
+        k1, k2 = struct.unpack_from("<QQ", data, 16 * i)
+        k1 = (k1 * c1) & MASK
+        k1 = rotl(k1, 31)
+        k1 = (k1 * c2) & MASK
+        h1 ^= k1
+        h1 = rotl(h1, 27)
+        h1 = (h1 + h2) & MASK
+        h1 = (h1 * 5 + 0x52DCE729) & MASK
+        k2 = (k2 * c2) & MASK
+        k2 = rotl(k2, 33)
+        k2 = (k2 * c1) & MASK
+        h2 ^= k2
+        h2 = rotl(h2, 31)
+        h2 = (h2 + h1) & MASK
+        h2 = (h2 * 5 + 0x38495AB5) & MASK
+    tail = data[16 * n:]
+    k1 = k2 = 0
+    for i in range(len(tail) - 1, 7, -1):
+        k2 ^= tail[i] << (8 * (i - 8))
+    if len(tail) > 8:
+        k2 = (k2 * c2) & MASK
+        k2 = rotl(k2, 33)
+        k2 = (k2 * c1) & MASK
+        h2 ^= k2
+    for i in range(min(len(tail), 8) - 1, -1, -1):
+        k1 ^= tail[i] << (8 * i)
+    if len(tail) > 0:
+        k1 = (k1 * c1) & MASK
+        k1 = rotl(k1, 31)
+        k1 = (k1 * c2) & MASK
+        h1 ^= k1
+    h1 ^= len(data)
+    h2 ^= len(data)
+    h1 = (h1 + h2) & MASK
+    h2 = (h2 + h1) & MASK
+    h1 = fmix(h1)
+    h2 = fmix(h2)
+    h1 = (h1 + h2) & MASK
+    h2 = (h2 + h1) & MASK
+    return struct.pack("<QQ", h1, h2)
 
 
 def f32(x):
