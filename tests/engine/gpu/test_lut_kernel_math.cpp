@@ -34,7 +34,7 @@ class LUTKernelMathTest : public testing::TestWithParam<std::tuple<SModelCase, b
 TEST_P(LUTKernelMathTest, PixelsFollowTheModel) {
   const auto& [c, tetrahedral, bits] = GetParam();
   const auto lut = BuildModelCase(c);
-  const SModelLUT model = ModelOf(*lut, tetrahedral);
+  const COv3DLUT* shaper = lut->InputShaper();
   const Tincta::SHwLUTConstants constants = Tincta::COvHwCompositingEngine::LUTConstants(
       *lut, tetrahedral ? LUTInterpolationMethod::Tetrahedral : LUTInterpolationMethod::Trilinear);
 
@@ -51,11 +51,13 @@ TEST_P(LUTKernelMathTest, PixelsFollowTheModel) {
   for (uint32_t y = 0; y < height; ++y)
     for (uint32_t x = 0; x < width; ++x)
       crandle_lut_pixel(kind, tetrahedral, source.data(), crandle_uint(rowBytes), bits,
-                        reinterpret_cast<const crandle_uchar*>(model.shaper), model.shaperSize,
-                        reinterpret_cast<const crandle_uchar*>(model.table), model.size * 16,
-                        model.size, reinterpret_cast<const crandle_uchar*>(constants.values.data()),
+                        reinterpret_cast<const crandle_uchar*>(shaper ? shaper->Table() : nullptr),
+                        shaper ? shaper->Size() : 0u,
+                        reinterpret_cast<const crandle_uchar*>(lut->Table()), lut->Size() * 16,
+                        lut->Size(),
+                        reinterpret_cast<const crandle_uchar*>(constants.values.data()),
                         destination.data(), crandle_uint(rowBytes / (bits / 2)), bits, x, y);
-  ExpectFollowsModel(model, 2e-6 * OutputRange(*lut), in, out, c.name);
+  ExpectFollowsModel(*lut, tetrahedral, 2e-6 * OutputRange(*lut), in, out, c.name);
 }
 
 INSTANTIATE_TEST_SUITE_P(KindsMethodsFormats, LUTKernelMathTest,
