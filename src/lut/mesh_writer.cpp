@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <vector>
 
+#include "lut/formats/shaper_line.h"
 #include "lut/writer_text.h"
 
 namespace Tincta {
@@ -13,8 +14,9 @@ namespace {
 constexpr uint32_t kMaxHeaderInputBits = 7;
 // The shaper line's codes span 10-bit input, the form mesh files commonly carry.
 constexpr double kShaperLineLastCode = 1023.0;
-constexpr uint32_t kMinShaperLinePoints = 4;
-constexpr uint32_t kMaxHeaderlessPoints = 256;
+constexpr uint32_t kMaxHeaderlessPoints = kMaxShaperLinePoints;
+// A shaper read back may differ from the one written by a float's rounding.
+constexpr double kShaperTolerance = 1e-6;
 
 // k when `size` is 2^k + 1 with k within the header's reach; -1 otherwise.
 int HeaderInputBits(uint32_t size) {
@@ -32,14 +34,69 @@ uint64_t InferredDenominator(uint64_t largest) {
   return levels - 1;
 }
 
-std::string ShaperLine(uint32_t points) {
+std::vector<uint32_t> EvenPositions(uint32_t points) {
+  if (points < 2) return {};
+  std::vector<uint32_t> positions(points);
+  for (uint32_t i = 0; i < points; ++i)
+    positions[i] = uint32_t(std::lround(double(i) * kShaperLineLastCode / double(points - 1)));
+  return positions;
+}
+
+std::string ShaperLine(const std::vector<uint32_t>& positions) {
   std::string line;
-  for (uint32_t i = 0; i < points; ++i) {
-    if (i) line += ' ';
-    line +=
-        std::to_string(uint32_t(std::lround(double(i) * kShaperLineLastCode / double(points - 1))));
+  for (const uint32_t position : positions) {
+    if (!line.empty()) line += ' ';
+    line += std::to_string(position);
   }
   return line + '\n';
+}
+
+// The texture coordinate a mesh reader gives `code` for a line of `positions`: the first texel
+// centre up to the first position, rising by one texel between neighbouring positions.
+double ShaperCoordinate(const std::vector<uint32_t>& positions, uint32_t code) {
+  const size_t n = positions.size();
+  if (code <= positions.front()) return 0.5 / double(n);
+  if (code > positions.back()) return (double(n) - 0.5) / double(n);
+  size_t i = 1;
+  while (positions[i] < code)
+    ++i;
+  const double from = positions[i - 1], to = positions[i];
+  return (double(i) - 0.5 + (double(code) - from) / (to - from)) / double(n);
+}
+
+// The shaper line from which a mesh reader builds `shaper` for a grid of `points`: position i is
+// where the shaper reaches the centre of texel i. False when no line gives the shaper back (one
+// curve for all channels, over 0..1, piecewise linear between whole codes).
+bool PositionsOfShaper(const COv3DLUT& shaper, uint32_t points, std::vector<uint32_t>& positions) {
+  if (shaper.Is3D() || !HasUnitDomain(shaper) || points < kMinShaperLinePoints) return false;
+  const uint32_t codes = shaper.Size();
+  const float* table = shaper.Table();
+  auto at = [table](uint32_t code) { return double(table[4 * size_t(code)]); };
+  for (uint32_t code = 0; code < codes; ++code) {
+    if (table[4 * code] != table[4 * code + 1] || table[4 * code] != table[4 * code + 2]) {
+      return false;
+    }
+  }
+  positions.clear();
+  // The first position is the last code still at the first texel centre; each later one the
+  // first code that reaches its centre.
+  uint32_t code = 0;
+  while (code + 1 < codes && at(code + 1) <= 0.5 / points + kShaperTolerance)
+    ++code;
+  positions.push_back(code);
+  for (uint32_t i = 1; i < points; ++i) {
+    const double centre = (double(i) + 0.5) / points;
+    while (code < codes && at(code) < centre - kShaperTolerance)
+      ++code;
+    if (code == codes) return false;
+    positions.push_back(code);
+  }
+  const uint32_t last = positions.back();
+  if ((last <= 1 ? 1 : PowerOfTwoNotBelow(last)) != codes) return false;
+  for (uint32_t c = 0; c < codes; ++c) {
+    if (!(std::fabs(ShaperCoordinate(positions, c) - at(c)) <= kShaperTolerance)) return false;
+  }
+  return true;
 }
 
 std::string Describe(float value) {
@@ -65,11 +122,14 @@ bool bWriteMeshText(const COv3DLUT& lut, uint32_t outputBits, std::string& out, 
     why = "a mesh holds only 3-D tables, and this is a 1-D table";
     return false;
   }
-  if (lut.InputShaper()) {
-    why = "a mesh holds only an evenly spaced shaper line, and it has an input shaper";
+  std::vector<uint32_t> positions = EvenPositions(lut.Size());
+  if (lut.InputShaper() && !PositionsOfShaper(*lut.InputShaper(), lut.Size(), positions)) {
+    why =
+        "a mesh's shaper line holds one piecewise linear curve between whole input codes, and it "
+        "has an input shaper that is not one";
     return false;
   }
-  if (!HasUnitDomain(lut)) {
+  if (!lut.InputShaper() && !HasUnitDomain(lut)) {
     why = "a mesh covers the input domain 0..1 only, and this LUT's domain differs";
     return false;
   }
@@ -122,7 +182,7 @@ bool bWriteMeshText(const COv3DLUT& lut, uint32_t outputBits, std::string& out, 
     text += "3DMESH\nMesh " + std::to_string(inputBits) + ' ' + std::to_string(outputBits) + '\n';
   }
   // Three positions would read as an entry: smaller grids go without the line.
-  if (size >= kMinShaperLinePoints) text += ShaperLine(size);
+  if (size >= kMinShaperLinePoints) text += ShaperLine(positions);
   char line[40];
   for (size_t e = 0; e < entries; ++e) {
     const int n = std::snprintf(line, sizeof(line), "%u %u %u\n", codes[3 * e], codes[3 * e + 1],

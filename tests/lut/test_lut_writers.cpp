@@ -97,6 +97,15 @@ TEST(LUTWriters, MeshShaperLineAndHeaderlessDepthFollowTheGrid) {
   const std::string mesh = Write(identity, ELUTFileFormat::Mesh);
   EXPECT_EQ(mesh.rfind("3DMESH\nMesh 2 12\n0 256 512 767 1023\n0 0 0\n0 0 1024\n", 0), 0u)
       << mesh.substr(0, 60);
+  // A shaper line that a mesh file gave comes back as it was.
+  COv3DLUT shaped;
+  ASSERT_TRUE(
+      crandle_test::Parse(shaped, crandle_test::MeshText("3DMESH\nMesh 2 10\n0 100 300 600 1000\n",
+                                                         n, crandle_test::NodeCodesOf(n, 1024))));
+  ASSERT_NE(shaped.InputShaper(), nullptr);
+  const std::string shapedMesh = Write(shaped, ELUTFileFormat::Mesh);
+  EXPECT_EQ(shapedMesh.rfind("3DMESH\nMesh 2 12\n0 100 300 600 1000\n", 0), 0u)
+      << shapedMesh.substr(0, 60);
   // Six points: no header, 10-bit codes by default, the shaper line first.
   COv3DLUT six;
   Fill(six, 6, true, [](size_t i) { return Tincta::Vec4{float(i % 6) / 5, 0, 0.5f, 1}; });
@@ -236,6 +245,11 @@ const SSource kSources[] = {
        return Bytes(crandle_test::MeshText("3DMESH\nMesh 2 12\n", kGrid,
                                            crandle_test::NodeCodesOf(kGrid, 4096)));
      }},
+    {"mesh with shaper line",
+     [] {
+       return Bytes(crandle_test::MeshText("3DMESH\nMesh 2 10\n0 100 300 600 1000\n", kGrid,
+                                           crandle_test::NodeCodesOf(kGrid, 1024)));
+     }},
     {"OTX3 3-D with domain",
      [] {
        return crandle_test::FloatImageBytes(
@@ -271,6 +285,8 @@ const std::map<std::pair<std::string, ELUTFileFormat>, std::string> kRefused = {
     {{"Truelight with shaper", ELUTFileFormat::Mesh}, "input shaper"},
     {{"Truelight with shaper", ELUTFileFormat::Otx3}, "input shaper"},
     {{"Truelight 1-D", ELUTFileFormat::Mesh}, "only 3-D tables"},
+    {{"mesh with shaper line", ELUTFileFormat::Cube}, "input shaper"},
+    {{"mesh with shaper line", ELUTFileFormat::Otx3}, "input shaper"},
     {{"OTX3 3-D with domain", ELUTFileFormat::Mesh}, "domain 0..1 only"},
     {{"OTX3 3-D with domain", ELUTFileFormat::Truelight}, "domain 0..1 only"},
     {{"OVTX 1-D", ELUTFileFormat::Mesh}, "only 3-D tables"},
