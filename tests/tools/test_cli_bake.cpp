@@ -16,6 +16,7 @@
 #include "foundation/utf16.h"
 #include "lut/lut3d.h"
 #include "support/cli_runner.h"
+#include "support/format_samples.h"
 #include "support/lut_samples.h"
 #include "support/temp_dir.h"
 
@@ -162,6 +163,40 @@ TEST_F(ToolBake, ABakeCoversTheFirstLUTsDomainAndKeepsIt) {
   EXPECT_EQ(mesh.status, 1);
   EXPECT_NE(mesh.err.find("domain 0..1 only"), std::string::npos) << mesh.err;
   EXPECT_EQ(mesh.err.find("--size"), std::string::npos) << mesh.err;
+}
+
+TEST_F(ToolBake, AShaperAndItsCubeBakeIntoOnePlainCube) {
+  // A 2-point Truelight cube behind an InputLUT of x^2 (1025 entries): the reader turns the
+  // shaper's outputs into the cube's texture coordinates, so the LUT is f(x^2) per axis.
+  std::vector<crandle_test::Rgb> shaper;
+  for (int i = 0; i < 1025; ++i) {
+    const float x = float(i) / 1024;
+    shaper.push_back({x * x, x * x, x * x});
+  }
+  const std::string shaped = dir.Write(
+      "shaped.cub", crandle_test::TruelightText(2, shaper, [](uint32_t r, uint32_t g, uint32_t b) {
+        double out[3];
+        Multilinear(r, g, b, out);
+        return crandle_test::Rgb{float(out[0]), float(out[1]), float(out[2])};
+      }));
+  const auto plain = RunTool("convert " + Quote(shaped) + " " + Quote(Out("shaped.3dl")));
+  EXPECT_EQ(plain.status, 1);
+  EXPECT_NE(plain.err.find("give --size N to bake it"), std::string::npos) << plain.err;
+
+  const std::string out = Out("shaped9.cube");
+  const auto run = RunTool("convert --size 9 " + Quote(shaped) + " " + Quote(out));
+  ASSERT_EQ(run.status, 0) << run.err;
+  const SBaked baked = ReadBack(out);
+  ASSERT_TRUE(baked.lut && !baked.lut->InputShaper() && baked.lut->Size() == 9);
+  for (uint32_t i = 0; i < 729; i += 5) {
+    const uint32_t r = i % 9, g = i / 9 % 9, b = i / 81;
+    double expected[3];
+    Multilinear(std::pow(r / 8.0, 2), std::pow(g / 8.0, 2), std::pow(b / 8.0, 2), expected);
+    const Rgb got = baked.At(r, g, b);
+    // Six printed decimals in the source file and the shaper's interpolation of x^2.
+    for (int c = 0; c < 3; ++c)
+      EXPECT_NEAR(got[c], expected[c], 3e-6) << i;
+  }
 }
 
 TEST_F(ToolBake, EvalShowsWhatTheModuleAppliesAndExactlyWhatTheLUTHolds) {
