@@ -142,7 +142,7 @@ int RunConvert(const SConvertOptions& options) {
     std::string bytes, why;
     if (!Tincta::bWriteLUTFile(*table, format, write, bytes, why)) {
       std::string message =
-          output + ": " + std::string(NameOf(format)) + " cannot hold this LUT: " + why;
+          output + ": the " + std::string(NameOf(format)) + " format cannot hold this LUT: " + why;
       // A bake makes a plain 3-D table over the same input domain.
       Tincta::Rgb64 min, max;
       Tincta::InputDomainOf(*table, min, max);
