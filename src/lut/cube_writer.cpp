@@ -3,6 +3,8 @@
 #include <charconv>
 #include <vector>
 
+#include "lut/writer_text.h"
+
 namespace Tincta {
 namespace {
 
@@ -72,6 +74,71 @@ void WriteCubeText(const COv3DLUT& lut, std::string& out) {
       rgb[3 * i + c] = table[4 * i + c];
   }
   out = FormatCube(rgb.data(), lut.Size());
+}
+
+}  // namespace Tincta
+
+namespace Tincta {
+namespace {
+
+// What the cube reader keeps of a TITLE line: the text between the quotes, at most 1023 chars.
+constexpr size_t kMaxCubeTitle = 1023;
+
+void AppendDomainLine(std::string& out, const char* word, const Vec4& domain) {
+  out += word;
+  for (int c = 0; c < 3; ++c) {
+    out += ' ';
+    AppendExactFloat(out, domain[c]);
+  }
+  out += '\n';
+}
+
+}  // namespace
+
+bool bWriteCubeTable(const COv3DLUT& lut, const std::string& title, std::string& out,
+                     std::string& why) {
+  out.clear();
+  why.clear();
+  if (lut.Size() == 0 || !lut.Table()) {
+    why = "the LUT is empty";
+    return false;
+  }
+  if (lut.InputShaper()) {
+    why = "cube text holds one table, and it has an input shaper in front of its cube";
+    return false;
+  }
+  if (lut.Is3D() && lut.Size() > kMax3DSize) {
+    why = "cube text holds at most " + std::to_string(kMax3DSize) + " points per axis";
+    return false;
+  }
+  if (!lut.Is3D() && lut.Size() > kMax1DEntries) {
+    why = "a 1-D cube text holds at most " + std::to_string(kMax1DEntries) + " entries";
+    return false;
+  }
+  if (title.find_first_of("\"\r\n") != std::string::npos) {
+    why = "the title holds a quote or a line break, which a TITLE line cannot";
+    return false;
+  }
+  if (title.size() > kMaxCubeTitle) {
+    why = "the title is longer than the " + std::to_string(kMaxCubeTitle) +
+          " characters a TITLE line keeps";
+    return false;
+  }
+  const size_t entries = lut.EntryCount();
+  std::string text;
+  text.reserve(128 + title.size() + entries * 28);
+  if (!title.empty()) text += "TITLE \"" + title + "\"\n";
+  if (!HasUnitDomain(lut)) {
+    AppendDomainLine(text, "DOMAIN_MIN", lut.DomainMin());
+    AppendDomainLine(text, "DOMAIN_MAX", lut.DomainMax());
+  }
+  text += lut.Is3D() ? "LUT_3D_SIZE " : "LUT_1D_SIZE ";
+  text += std::to_string(lut.Size());
+  text += '\n';
+  for (size_t i = 0; i < entries; ++i)
+    AppendExactEntry(text, lut.Table(), i);
+  out = std::move(text);
+  return true;
 }
 
 }  // namespace Tincta

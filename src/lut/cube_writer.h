@@ -1,5 +1,7 @@
 // Cube text out of a colour pipeline: "LUT_3D_SIZE N" and N^3 lines of "%.6f %.6f %.6f", red
 // fastest, every line ending in "\r\n". No title, domain or comment lines.
+// Cube text out of a table as it stands (1-D or 3-D, title and domain kept), every number written
+// so that it reads back as the same float.
 #pragma once
 
 #include <cstdint>
@@ -25,5 +27,13 @@ void WriteCubeText(const CubePipeline& pipeline, std::string& out, uint32_t size
 /// Writes a 3-D table as it stands. `out` becomes empty unless the table is 3-D with at least
 /// two points, has no input shaper and has the domain [0, 1] on red, green and blue.
 void WriteCubeText(const COv3DLUT& lut, std::string& out);
+
+/// Cube text that holds `lut` as it stands: a TITLE line when `title` is not empty, DOMAIN_MIN and
+/// DOMAIN_MAX when the domain is not [0, 1], "LUT_1D_SIZE N" or "LUT_3D_SIZE N", then one line
+/// "R G B" per entry in table order, lines ending in "\n". False, with `out` empty and `why` set,
+/// when cube text cannot hold the table (an input shaper, a size the reader refuses, a title with
+/// a quote or a line break).
+bool bWriteCubeTable(const COv3DLUT& lut, const std::string& title, std::string& out,
+                     std::string& why);
 
 }  // namespace Tincta

@@ -1,5 +1,5 @@
-// crandle convert: any LUT to an "OTX3" image or to cube text, baking it where cube text cannot
-// hold it as it is.
+// crandle convert: a LUT to any format the library writes, as it stands or baked; several LUTs
+// composed into one bake.
 #include <unistd.h>
 
 #include <cstdio>
@@ -13,9 +13,10 @@
 #include "commands.h"
 #include "crandle/crandle.h"
 #include "foundation/utf16.h"
-#include "lut/cube_writer.h"
 #include "lut/lut3d.h"
-#include "lut/otx3_writer.h"
+#include "lut/lut_evaluate.h"
+#include "lut/lut_writers.h"
+#include "lut/mesh_writer.h"
 #include "lut_bake.h"
 #include "lut_report.h"
 
@@ -23,24 +24,28 @@ namespace crandle_tool {
 namespace {
 
 struct SConvertOptions {
-  std::string input;
-  std::string output;
+  // The LUTs in order, then the output.
+  std::vector<std::string> paths;
   uint32_t size = 0;
+  std::string format;
+  uint32_t bits = 0;
 };
+
+constexpr int kFailed = 1;
+constexpr int kUsage = 2;
 
 class CConvertError : public std::runtime_error {
  public:
-  using std::runtime_error::runtime_error;
+  CConvertError(int status, const std::string& message)
+      : std::runtime_error(message), status_(status) {}
+  int Status() const { return status_; }
+
+ private:
+  int status_;
 };
 
-std::string Lower(std::string text) {
-  for (char& c : text)
-    c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return text;
-}
-
 // Written under a temporary name beside the target and renamed when complete.
-void WriteFileAtomically(const std::string& path, const void* bytes, size_t count) {
+void WriteFileAtomically(const std::string& path, const std::string& bytes) {
   const std::filesystem::path target(path);
   std::string partialName(".");
   partialName += target.filename().string();
@@ -49,83 +54,112 @@ void WriteFileAtomically(const std::string& path, const void* bytes, size_t coun
   const std::filesystem::path partial = target.parent_path() / partialName;
   {
     std::ofstream out(partial, std::ios::binary | std::ios::trunc);
-    out.write(static_cast<const char*>(bytes), std::streamsize(count));
+    out.write(bytes.data(), std::streamsize(bytes.size()));
     out.close();
     if (!out) {
       std::error_code ignored;
       std::filesystem::remove(partial, ignored);
-      throw CConvertError("cannot write " + path);
+      throw CConvertError(kFailed, "cannot write " + path);
     }
   }
   std::error_code error;
   std::filesystem::rename(partial, target, error);
   if (error) {
     std::filesystem::remove(partial, error);
-    throw CConvertError("cannot move the written file into place at " + path);
+    throw CConvertError(kFailed, "cannot move the written file into place at " + path);
   }
 }
 
-// Why cube text cannot hold the LUT as it stands, or empty when it can.
-std::string WhyNotPlainCube(const Tincta::COv3DLUT& lut) {
-  if (!lut.Is3D()) return "it is a 1-D table";
-  if (lut.InputShaper()) return "it has an input shaper";
-  for (int c = 0; c < 3; ++c) {
-    if (lut.DomainMin()[c] != 0.0f || lut.DomainMax()[c] != 1.0f) return "its domain is not 0..1";
+std::string FormatNames() {
+  std::string names;
+  for (const Tincta::SLUTFileFormat& format : Tincta::WrittenLUTFormats()) {
+    if (!names.empty()) names += ", ";
+    names += format.name;
   }
-  return {};
+  return names;
+}
+
+Tincta::ELUTFileFormat ChooseFormat(const SConvertOptions& options, const std::string& output) {
+  if (!options.format.empty()) {
+    if (auto format = Tincta::LUTFormatNamed(options.format)) return *format;
+    throw CConvertError(kUsage, "unknown format '" + options.format + "': use " + FormatNames());
+  }
+  const std::string extension = std::filesystem::path(output).extension().string();
+  if (auto format = Tincta::LUTFormatNamed(extension); format && !extension.empty()) return *format;
+  throw CConvertError(kUsage, "unknown output type '" + extension + "': use an extension of " +
+                                  FormatNames() + ", or --format");
+}
+
+std::string_view NameOf(Tincta::ELUTFileFormat format) {
+  for (const Tincta::SLUTFileFormat& written : Tincta::WrittenLUTFormats()) {
+    if (written.format == format) return written.name;
+  }
+  return "?";
+}
+
+// The title a cube file gave the LUT; a title that is only the file's name is not written.
+std::string ContentTitle(const Tincta::COv3DLUT& lut, const std::string& path) {
+  if (lut.Title() == std::filesystem::path(path).stem().string()) return {};
+  return lut.Title();
 }
 
 int RunConvert(const SConvertOptions& options) {
   try {
-    std::shared_ptr<void> handle;
-    const int parsed = CRANDLE::ParseLUT(Tincta::Utf8ToUtf16(options.input), handle);
-    if (parsed != CRANDLE::kResultOK) {
-      throw CConvertError(options.input + ": " + ResultCodeText(parsed) + ": " +
-                          ParseFailureReason(options.input, parsed));
+    if (options.paths.size() < 2) throw CConvertError(kUsage, "give a LUT and an output file");
+    const std::vector<std::string> inputs(options.paths.begin(), options.paths.end() - 1);
+    const std::string& output = options.paths.back();
+    if (inputs.size() > 1 && options.size == 0) {
+      throw CConvertError(kUsage, "composing " + std::to_string(inputs.size()) +
+                                      " LUTs needs --size N, the points per axis of the bake");
     }
-    const Tincta::COv3DLUT& lut = *CRANDLE::detail::LUTOf(handle);
+    const Tincta::ELUTFileFormat format = ChooseFormat(options, output);
+    if (options.bits != 0 && format != Tincta::ELUTFileFormat::Mesh)
+      throw CConvertError(kUsage, "--bits applies to .3dl meshes only");
+
+    std::vector<std::shared_ptr<void>> handles;
+    std::vector<const Tincta::COv3DLUT*> luts;
+    for (const std::string& input : inputs) {
+      std::shared_ptr<void> handle;
+      const int parsed = CRANDLE::ParseLUT(Tincta::Utf8ToUtf16(input), handle);
+      if (parsed != CRANDLE::kResultOK) {
+        throw CConvertError(kFailed, input + ": " + ResultCodeText(parsed) + ": " +
+                                         ParseFailureReason(input, parsed));
+      }
+      luts.push_back(CRANDLE::detail::LUTOf(handle));
+      handles.push_back(std::move(handle));
+    }
+
+    Tincta::SLUTWriteOptions write;
+    write.meshOutputBits = options.bits;
+    if (luts.size() == 1) write.title = ContentTitle(*luts.front(), inputs.front());
     Tincta::COv3DLUT baked;
-    const Tincta::COv3DLUT* table = &lut;
+    const Tincta::COv3DLUT* table = luts.front();
     if (options.size != 0) {
-      const int result = BakeLUT(handle, options.size, baked);
-      if (result != CRANDLE::kResultOK)
-        throw CConvertError("baking the LUT failed: " + ResultCodeText(result));
+      if (!BakeLUTs(luts, options.size, baked))
+        throw CConvertError(kFailed, "not enough memory to bake the LUT");
       table = &baked;
     }
-    const std::string extension = Lower(std::filesystem::path(options.output).extension().string());
-    if (extension == ".otx3") {
-      // The image holds one table and its domain; a shaper would be dropped without a word.
-      if (table->InputShaper()) {
-        throw CConvertError(
-            "an OTX3 image cannot hold this LUT as it is (it has an input shaper); give --size N "
-            "to bake it into a 3-D cube of N points");
+    std::string bytes, why;
+    if (!Tincta::bWriteLUTFile(*table, format, write, bytes, why)) {
+      std::string message =
+          output + ": the " + std::string(NameOf(format)) + " format cannot hold this LUT: " + why;
+      // A bake makes a plain 3-D table over the same input domain.
+      Tincta::Rgb64 min, max;
+      Tincta::InputDomainOf(*table, min, max);
+      const bool unitDomain = min == Tincta::Rgb64{0, 0, 0} && max == Tincta::Rgb64{1, 1, 1};
+      const bool domainFree =
+          format == Tincta::ELUTFileFormat::Cube || format == Tincta::ELUTFileFormat::Otx3;
+      if (table != &baked && (table->InputShaper() || !table->Is3D()) &&
+          (unitDomain || domainFree)) {
+        message += "; give --size N to bake it into a 3-D table of N points per axis";
       }
-      if (table == &lut) {
-        const host::BinaryData blob = CRANDLE::GetLUTBlob(handle);
-        if (blob.Empty()) throw CConvertError("not enough memory for the image of the LUT");
-        WriteFileAtomically(options.output, blob.Data(), blob.Size());
-      } else {
-        std::vector<uint8_t> image(Tincta::Otx3ImageBytes(baked));
-        Tincta::WriteOtx3Image(baked, image.data());
-        WriteFileAtomically(options.output, image.data(), image.size());
-      }
-      return 0;
+      throw CConvertError(kFailed, message);
     }
-    if (extension == ".cube") {
-      if (const std::string why = WhyNotPlainCube(*table); !why.empty()) {
-        throw CConvertError("cube text cannot hold this LUT as it is (" + why +
-                            "); give --size N to bake it into a 3-D cube of N points");
-      }
-      std::string text;
-      Tincta::WriteCubeText(*table, text);
-      if (text.empty()) throw CConvertError("cube text cannot hold this LUT");
-      WriteFileAtomically(options.output, text.data(), text.size());
-      return 0;
-    }
-    throw CConvertError("unknown output type '" + extension + "': use .cube or .otx3");
+    WriteFileAtomically(output, bytes);
+    return 0;
   } catch (const CConvertError& error) {
     std::fprintf(stderr, "crandle convert: %s\n", error.what());
-    return 1;
+    return error.Status();
   }
 }
 
@@ -134,15 +168,27 @@ int RunConvert(const SConvertOptions& options) {
 void AddConvertCommand(CLI::App& app) {
   auto options = std::make_shared<SConvertOptions>();
   CLI::App* command = app.add_subcommand(
-      "convert", "Write a LUT as an OTX3 float image (.otx3) or as cube text (.cube)");
-  command->add_option("IN", options->input, "LUT file of any supported format")->required();
-  command->add_option("OUT", options->output, "Output file: .otx3 or .cube")->required();
+      "convert",
+      "Write a LUT in another format (chosen by OUT's extension: .cube, .3dl, .cub, .otx3), as "
+      "it stands or baked; several LUTs are composed, in order, into one bake");
   command
       ->add_option(
-          "--size", options->size,
-          "Bake the LUT (any kind, shaper and domain included) into a 3-D table of N points "
-          "per axis through the CPU apply path")
+          "FILES", options->paths,
+          "LUT... OUT: one or more LUT files of any supported format, then the output file")
+      ->required()
+      ->expected(2, -1);
+  command
+      ->add_option("--size", options->size,
+                   "Bake into a 3-D table of N points per axis over the first LUT's input domain: "
+                   "each node is the LUTs' exact value, applied in order")
       ->check(CLI::Range(2u, 256u));
+  command->add_option("--format", options->format,
+                      "Output format, whatever the extension: cube, 3dl, cub or otx3");
+  command
+      ->add_option("--bits", options->bits,
+                   "Output depth of a .3dl mesh: 1 to 32 (default 12; 10 for grids other than "
+                   "2^k + 1 points, which have no header to name it)")
+      ->check(CLI::Range(Tincta::kMinMeshOutputBits, Tincta::kMaxMeshOutputBits));
   command->callback([options] {
     if (const int status = RunConvert(*options); status != 0) throw CLI::RuntimeError(status);
   });

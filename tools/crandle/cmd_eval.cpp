@@ -1,6 +1,6 @@
-// crandle eval: what does a LUT do to a colour? Lines of "R G B" in, the LUT's output out,
-// computed through the exported interface on a one-row float frame, in host memory or on a GPU
-// device.
+// crandle eval: what does a LUT do to a colour? Lines of "R G B" in, the LUT's output out:
+// what the module applies, computed through the exported interface on a one-row float frame in
+// host memory or on a GPU device, or with --exact the LUT's own content (lut/lut_evaluate.h).
 #include <cstdio>
 #include <cstring>
 #include <iostream>
@@ -8,10 +8,12 @@
 #include <string>
 #include <vector>
 
+#include "api/lut_handle.h"
 #include "commands.h"
 #include "crandle/crandle.h"
 #include "foundation/utf16.h"
 #include "gpu_device.h"
+#include "lut/lut_evaluate.h"
 #include "lut_report.h"
 #include "picture.h"
 
@@ -22,6 +24,7 @@ struct SEvalOptions {
   std::string lutPath;
   std::string device = "cpu";
   std::string interpolation = "trilinear";
+  bool exact = false;
 };
 
 // Three numbers separated by blanks, tabs or commas, nothing else; blank lines and '#' comments
@@ -77,6 +80,15 @@ int RunEval(const SEvalOptions& options) {
   }
   const auto count = uint32_t(colours.size() / 3);
   if (count == 0) return 0;
+  if (options.exact) {
+    const Tincta::COv3DLUT& table = *CRANDLE::detail::LUTOf(lut);
+    for (uint32_t i = 0; i < count; ++i) {
+      const Tincta::Rgb64 out =
+          Tincta::EvaluateLUT(table, {colours[3 * i], colours[3 * i + 1], colours[3 * i + 2]});
+      std::printf("%.6f %.6f %.6f\n", out[0], out[1], out[2]);
+    }
+    return 0;
+  }
 
   CPicture source;
   CPicture destination;
@@ -122,18 +134,27 @@ int RunEval(const SEvalOptions& options) {
 void AddEvalCommand(CLI::App& app) {
   auto options = std::make_shared<SEvalOptions>();
   CLI::App* command = app.add_subcommand(
-      "eval", "Read lines of 'R G B' from standard input and print what the LUT makes of each");
+      "eval",
+      "Read lines of 'R G B' from standard input and print what the module's apply makes of each "
+      "(its edge behaviour included: the CPU sampler stops 1% of a cell short of the last entry); "
+      "--exact prints the LUT's own content instead");
   command->add_option("LUT", options->lutPath, "LUT file of any supported format")->required();
+  CLI::Option* exact = command->add_flag(
+      "--exact", options->exact,
+      "Evaluate the LUT's tables exactly (linear, trilinear at texel centres, the last entry "
+      "reached at the domain's end, shaper then cube) instead of applying it");
   command
       ->add_option("--device", options->device,
                    "Where to apply: cpu, opencl[:N], cuda[:N], or auto (the first CUDA device "
                    "when there is one, else the CPU)")
-      ->capture_default_str();
+      ->capture_default_str()
+      ->excludes(exact);
   command
       ->add_option("--interp", options->interpolation,
                    "trilinear or tetrahedral; tetrahedral needs a GPU device")
       ->check(CLI::IsMember({"trilinear", "tetrahedral"}))
-      ->capture_default_str();
+      ->capture_default_str()
+      ->excludes(exact);
   command->callback([options] {
     if (const int status = RunEval(*options); status != 0) throw CLI::RuntimeError(status);
   });

@@ -1,41 +1,60 @@
 #include "lut_bake.h"
 
-#include "crandle/crandle.h"
-#include "picture.h"
-#include "strip_apply.h"
+#include <algorithm>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+#include "lut/lut_evaluate.h"
 
 namespace crandle_tool {
 
-int BakeLUT(const std::shared_ptr<void>& lut, uint32_t size, Tincta::COv3DLUT& baked) {
-  // Node (r, g, b) sits at column r of row g + size * b: the table's own order, red fastest.
-  CPicture grid;
-  CPicture result;
-  if (size < 2 || !grid.Allocate(size, size * size, host::kPixelFormat_BGRA_4444_32f) ||
-      !result.Allocate(size, size * size, host::kPixelFormat_BGRA_4444_32f) ||
-      !baked.Allocate(size, true)) {
-    return CRANDLE::kResultLUTFailed;
+bool BakeLUTs(std::span<const Tincta::COv3DLUT* const> luts, uint32_t size,
+              Tincta::COv3DLUT& baked) {
+  if (luts.empty() || size < 2 || size > Tincta::kMax3DSize || !baked.Allocate(size, true)) {
+    return false;
   }
-  const float step = 1.0f / float(size - 1);
-  auto* node = reinterpret_cast<float*>(grid.Data());
-  for (uint32_t b = 0; b < size; ++b)
-    for (uint32_t g = 0; g < size; ++g)
-      for (uint32_t r = 0; r < size; ++r, node += 4) {
-        node[0] = float(b) * step;
-        node[1] = float(g) * step;
-        node[2] = float(r) * step;
-        node[3] = 1.0f;
+  Tincta::Rgb64 min, max;
+  Tincta::InputDomainOf(*luts.front(), min, max);
+  // A node's position from its index, so that the last node is the domain's end exactly.
+  auto position = [&](int c, uint32_t i) {
+    return i + 1 == size ? max[c] : min[c] + (max[c] - min[c]) * double(i) / double(size - 1);
+  };
+  float* table = baked.Table();
+  auto bakeSlices = [&](uint32_t firstBlue, uint32_t endBlue) {
+    for (uint32_t b = firstBlue; b < endBlue; ++b) {
+      for (uint32_t g = 0; g < size; ++g) {
+        float* entry = table + 4 * (size_t(size) * size * b + size_t(size) * g);
+        for (uint32_t r = 0; r < size; ++r, entry += 4) {
+          Tincta::Rgb64 rgb{position(0, r), position(1, g), position(2, b)};
+          for (const Tincta::COv3DLUT* lut : luts)
+            rgb = Tincta::EvaluateLUT(*lut, rgb);
+          entry[0] = float(rgb[0]);
+          entry[1] = float(rgb[1]);
+          entry[2] = float(rgb[2]);
+          entry[3] = 1.0f;
+        }
       }
-  const int applied = ApplyInStrips(lut, host::LUTInterpolationMethod::Trilinear, grid, result, 1);
-  if (applied != CRANDLE::kResultOK) return applied;
-  const auto* bgra = reinterpret_cast<const float*>(result.Data());
-  float* entry = baked.Table();
-  for (size_t i = 0, n = baked.EntryCount(); i < n; ++i, bgra += 4, entry += 4) {
-    entry[0] = bgra[2];
-    entry[1] = bgra[1];
-    entry[2] = bgra[0];
-    entry[3] = 1.0f;
+    }
+  };
+  // Blue slices are independent: spread them over the cores.
+  const uint32_t workers = std::clamp(std::thread::hardware_concurrency(), 1u, size);
+  std::vector<std::thread> threads;
+  const uint32_t per = (size + workers - 1) / workers;
+  for (uint32_t first = per; first < size; first += per) {
+    const uint32_t end = std::min(size, first + per);
+    try {
+      threads.emplace_back(bakeSlices, first, end);
+    } catch (const std::system_error&) {
+      bakeSlices(first, end);  // no thread to be had: this one does the work
+    }
   }
-  return CRANDLE::kResultOK;
+  bakeSlices(0, std::min(size, per));
+  for (std::thread& thread : threads)
+    thread.join();
+  baked.SetDomain({float(min[0]), float(min[1]), float(min[2]), 0.0f},
+                  {float(max[0]), float(max[1]), float(max[2]), 1.0f});
+  return true;
 }
 
 }  // namespace crandle_tool

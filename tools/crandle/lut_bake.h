@@ -1,15 +1,19 @@
-// Baking any LUT (1-D, 3-D with a shaper, any domain) into a plain 3-D table over [0, 1], by
-// applying it through the exported interface to a frame that holds every grid node once.
+// Baking LUTs, one after another, into one plain 3-D table: each grid node is run through the
+// LUTs' exact evaluation (lut/lut_evaluate.h), so that the new table holds their mathematical
+// content rather than any renderer's edge behaviour.
 #pragma once
 
-#include <memory>
+#include <cstdint>
+#include <span>
 
 #include "lut/lut3d.h"
 
 namespace crandle_tool {
 
-/// Fills `baked` with a 3-D table of `size` points per axis: the LUT's output at each node of an
-/// even [0, 1] grid. Returns 0 or the result code of the failing apply (0xa00f0001 without memory).
-int BakeLUT(const std::shared_ptr<void>& lut, uint32_t size, Tincta::COv3DLUT& baked);
+/// Fills `baked` with a 3-D table of `size` points per axis over the first LUT's input domain
+/// (its shaper's, where it has one): node (r, g, b) holds the colour at that point run through
+/// every LUT in order. False without memory, for no LUTs, or a size outside 2..256.
+bool BakeLUTs(std::span<const Tincta::COv3DLUT* const> luts, uint32_t size,
+              Tincta::COv3DLUT& baked);
 
 }  // namespace crandle_tool

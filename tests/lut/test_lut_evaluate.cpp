@@ -1,0 +1,157 @@
+// The exact evaluator against values worked out by hand: curves with known entries, cubes holding
+// multilinear functions (which trilinear interpolation reproduces exactly, so the expectation is
+// the function itself), identities at several sizes, domains other than [0, 1], and a shaper.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <functional>
+#include <memory>
+#include <random>
+
+#include "lut/lut3d.h"
+#include "lut/lut_evaluate.h"
+
+namespace {
+
+using Tincta::COv3DLUT;
+using Tincta::Rgb64;
+
+// A multilinear function of the unit cube's coordinates: what a 2-point cube holds at its corners
+// is then reproduced everywhere inside.
+Rgb64 Multilinear(const Rgb64& u) {
+  const double r = u[0], g = u[1], b = u[2];
+  return {0.1 + 0.5 * r + 0.2 * g * b, r * g * b - 0.25 * g, 1.0 - 0.3 * b + 0.4 * r * g};
+}
+
+void FillCube(COv3DLUT& lut, uint32_t n, const std::function<Rgb64(const Rgb64&)>& f) {
+  ASSERT_TRUE(lut.Allocate(n, true));
+  float* entry = lut.Table();
+  for (uint32_t b = 0; b < n; ++b)
+    for (uint32_t g = 0; g < n; ++g)
+      for (uint32_t r = 0; r < n; ++r, entry += 4) {
+        const Rgb64 v = f({double(r) / (n - 1), double(g) / (n - 1), double(b) / (n - 1)});
+        entry[0] = float(v[0]);
+        entry[1] = float(v[1]);
+        entry[2] = float(v[2]);
+        entry[3] = 1.0f;
+      }
+}
+
+TEST(LUTEvaluate, CurvesInterpolateTheirEntriesAndHoldTheEndsOutsideTheDomain) {
+  COv3DLUT lut;
+  ASSERT_TRUE(lut.Allocate(3, false));
+  const float entries[3][4] = {{0, 1, 0.2f, 1}, {0.25f, 0.5f, 0.2f, 1}, {1, 0, 0.8f, 1}};
+  std::copy(&entries[0][0], &entries[0][0] + 12, lut.Table());
+  struct Case {
+    double in;
+    Rgb64 out;
+  } cases[] = {
+      {0.0, {0, 1, 0.2f}},      {0.25, {0.125, 0.75, 0.2f}},
+      {0.5, {0.25, 0.5, 0.2f}}, {0.75, {0.625, 0.25, 0.5}},
+      {1.0, {1, 0, 0.8f}},      {-3.0, {0, 1, 0.2f}},
+      {7.0, {1, 0, 0.8f}},      {0.999999, {1 - 0.75e-6 * 2, 1e-6, 0.8 - 0.6e-6 * 2}},
+  };
+  for (const Case& c : cases) {
+    const Rgb64 got = Tincta::EvaluateLUT(lut, {c.in, c.in, c.in});
+    for (int k = 0; k < 3; ++k)
+      EXPECT_NEAR(got[k], c.out[k], 1e-7) << "input " << c.in << " channel " << k;
+  }
+}
+
+TEST(LUTEvaluate, CubesReproduceMultilinearFunctionsEverywhereInside) {
+  COv3DLUT lut;
+  FillCube(lut, 2, Multilinear);
+  std::mt19937 random(15);
+  std::uniform_real_distribution<double> unit(0.0, 1.0);
+  for (int i = 0; i < 200; ++i) {
+    const Rgb64 in{unit(random), unit(random), unit(random)};
+    const Rgb64 expected = Multilinear(in), got = Tincta::EvaluateLUT(lut, in);
+    for (int c = 0; c < 3; ++c)
+      EXPECT_NEAR(got[c], expected[c], 2e-7) << i;  // the corners are stored as float
+  }
+}
+
+TEST(LUTEvaluate, IdentityCubesGiveTheInputBackAtEverySizeUpToTheLastEntry) {
+  for (const uint32_t n : {2u, 3u, 5u, 17u, 32u, 33u, 65u}) {
+    COv3DLUT lut;
+    FillCube(lut, n, [](const Rgb64& u) { return u; });
+    std::mt19937 random(n);
+    std::uniform_real_distribution<double> unit(0.0, 1.0);
+    std::vector<Rgb64> inputs = {{0, 0, 0}, {1, 1, 1}, {1, 0, 1}, {0.5, 0.25, 0.75}};
+    for (int i = 0; i < 100; ++i)
+      inputs.push_back({unit(random), unit(random), unit(random)});
+    for (const Rgb64& in : inputs) {
+      const Rgb64 got = Tincta::EvaluateLUT(lut, in);
+      for (int c = 0; c < 3; ++c)
+        EXPECT_NEAR(got[c], in[c], 1e-7) << "size " << n;
+    }
+    // White reads the last entry itself, not 1% of a cell short of it.
+    EXPECT_EQ(Tincta::EvaluateLUT(lut, {1, 1, 1}), (Rgb64{1, 1, 1})) << n;
+  }
+}
+
+TEST(LUTEvaluate, DomainsMapOntoTheEntriesPerChannelAndClampOutside) {
+  COv3DLUT lut;
+  FillCube(lut, 2, Multilinear);
+  const Rgb64 min{-0.5, 0, 1}, max{2, 4, 3};
+  lut.SetDomain({-0.5f, 0, 1, 0}, {2, 4, 3, 1});
+  auto unitOf = [&](const Rgb64& x) {
+    Rgb64 u;
+    for (int c = 0; c < 3; ++c)
+      u[c] = std::clamp((x[c] - min[c]) / (max[c] - min[c]), 0.0, 1.0);
+    return u;
+  };
+  const Rgb64 inputs[] = {{-0.5, 0, 1}, {2, 4, 3}, {0, 1, 2}, {0.75, 3.5, 1.1}, {-9, 9, 0}};
+  for (const Rgb64& in : inputs) {
+    const Rgb64 expected = Multilinear(unitOf(in)), got = Tincta::EvaluateLUT(lut, in);
+    for (int c = 0; c < 3; ++c)
+      EXPECT_NEAR(got[c], expected[c], 2e-7) << in[0] << " " << in[1] << " " << in[2];
+  }
+  Rgb64 domainMin, domainMax;
+  Tincta::InputDomainOf(lut, domainMin, domainMax);
+  EXPECT_EQ(domainMin, min);
+  EXPECT_EQ(domainMax, max);
+}
+
+TEST(LUTEvaluate, AShaperGivesTheCubesTextureCoordinates) {
+  // A 2-point cube behind a 3-entry shaper whose middle entry sits a quarter of the way between
+  // the texel centres 0.25 and 0.75: inputs up to 0.5 reach u = x / 2, the rest rise to 1.
+  COv3DLUT lut;
+  FillCube(lut, 2, Multilinear);
+  auto shaper = std::make_shared<COv3DLUT>();
+  ASSERT_TRUE(shaper->Allocate(3, false));
+  const float s[3] = {0.25f, 0.375f, 0.75f};
+  for (int i = 0; i < 3; ++i)
+    for (int c = 0; c < 4; ++c)
+      shaper->Table()[4 * i + c] = c == 3 ? 1.0f : s[i];
+  shaper->SetDomain({0, 0, 0, 0}, {1, 1, 1, 1});
+  lut.SetInputShaper(shaper);
+  lut.SetDomain({0.25f, 0.25f, 0.25f, 0.25f}, {0.75f, 0.75f, 0.75f, 0.75f});
+  auto u = [](double x) { return x <= 0.5 ? x / 2 : 0.25 + 1.5 * (x - 0.5); };
+  for (const double x : {0.0, 0.2, 0.5, 0.6, 0.9, 1.0}) {
+    const Rgb64 in{x, 1 - x, x / 2};
+    const Rgb64 expected = Multilinear({u(in[0]), u(in[1]), u(in[2])});
+    const Rgb64 got = Tincta::EvaluateLUT(lut, in);
+    for (int c = 0; c < 3; ++c)
+      EXPECT_NEAR(got[c], expected[c], 2e-7) << x;
+  }
+  Rgb64 min, max;
+  Tincta::InputDomainOf(lut, min, max);
+  EXPECT_EQ(max, (Rgb64{1, 1, 1})) << "the shaper's domain is the one a colour meets";
+}
+
+TEST(LUTEvaluate, NaNReachesWhatDependsOnIt) {
+  COv3DLUT curves, cube;
+  ASSERT_TRUE(curves.Allocate(2, false));
+  for (int i = 0; i < 8; ++i)
+    curves.Table()[i] = float(i % 4 == 3 ? 1 : i / 4);
+  FillCube(cube, 2, Multilinear);
+  const Rgb64 oneD = Tincta::EvaluateLUT(curves, {NAN, 0.5, 1});
+  EXPECT_TRUE(std::isnan(oneD[0]));
+  EXPECT_EQ(oneD[1], 0.5);
+  EXPECT_EQ(oneD[2], 1.0);
+  for (const double v : Tincta::EvaluateLUT(cube, {0.5, NAN, 0.5}))
+    EXPECT_TRUE(std::isnan(v));
+}
+
+}  // namespace
