@@ -38,28 +38,37 @@ double COvHermiteCurve::Evaluate(double position) const {
   const auto after =
       std::upper_bound(keys_.begin(), keys_.end(), position,
                        [](double bound, const SKey& key) { return bound < key.position; });
-  return Interpolate(size_t(after - keys_.begin()) - 1, position);
+  const size_t k = size_t(after - keys_.begin()) - 1;
+  return Interpolate(k, position, Tangent(k), Tangent(k + 1));
 }
 
-double COvHermiteCurve::EvaluateAscending(double position, size_t& segment) const {
+double COvHermiteCurve::EvaluateAscending(double position, SAscendingCursor& cursor) const {
   if (keys_.empty()) return 0.0;
   if (keys_.size() == 1 || !(position > keys_.front().position)) return keys_.front().value;
   if (position >= keys_.back().position) return keys_.back().value;
   // The last key at or before the position, as the search in Evaluate finds it.
-  while (keys_[segment + 1].position <= position)
-    ++segment;
-  return Interpolate(segment, position);
+  while (keys_[cursor.segment + 1].position <= position) {
+    ++cursor.segment;
+    cursor.tangentsKnown = false;
+  }
+  if (!cursor.tangentsKnown) {
+    cursor.tangentFrom = Tangent(cursor.segment);
+    cursor.tangentTo = Tangent(cursor.segment + 1);
+    cursor.tangentsKnown = true;
+  }
+  return Interpolate(cursor.segment, position, cursor.tangentFrom, cursor.tangentTo);
 }
 
-double COvHermiteCurve::Interpolate(size_t k, double position) const {
+double COvHermiteCurve::Interpolate(size_t k, double position, double tangentFrom,
+                                    double tangentTo) const {
   const SKey& from = keys_[k];
   const SKey& to = keys_[k + 1];
   const double width = to.position - from.position;
   const double t = (position - from.position) / width;
   const double t2 = t * t;
   const double t3 = t2 * t;
-  return (2 * t3 - 3 * t2 + 1) * from.value + (t3 - 2 * t2 + t) * width * Tangent(k) +
-         (-2 * t3 + 3 * t2) * to.value + (t3 - t2) * width * Tangent(k + 1);
+  return (2 * t3 - 3 * t2 + 1) * from.value + (t3 - 2 * t2 + t) * width * tangentFrom +
+         (-2 * t3 + 3 * t2) * to.value + (t3 - t2) * width * tangentTo;
 }
 
 }  // namespace Tincta

@@ -23,10 +23,18 @@ class COvHermiteCurve {
   /// first and last key, so that keys on a straight line give that line. Before the first key and
   /// after the last the curve holds the end value; one key gives a constant, no key 0.
   double Evaluate(double position) const;
-  /// The same value as `Evaluate`, for positions that never decrease from one call to the next:
-  /// `segment` (0 before the first call) keeps the segment found last, so that evaluating a whole
-  /// run walks the keys once instead of searching them for every position.
-  double EvaluateAscending(double position, size_t& segment) const;
+  /// Where an ascending evaluation stands: the segment found last and its two tangents.
+  struct SAscendingCursor {
+    size_t segment = 0;
+    bool tangentsKnown = false;
+    double tangentFrom = 0;
+    double tangentTo = 0;
+  };
+  /// The same value as `Evaluate`, for positions that never decrease from one call to the next
+  /// (a fresh cursor before the first call): the cursor keeps the segment found last and its
+  /// tangents, so that evaluating a whole run walks the keys once instead of searching them for
+  /// every position.
+  double EvaluateAscending(double position, SAscendingCursor& cursor) const;
 
  private:
   struct SKey {
@@ -34,8 +42,9 @@ class COvHermiteCurve {
     double value;
   };
   double Tangent(size_t index) const;
-  // Inside the curve: the Hermite segment from key k to key k + 1 at `position`.
-  double Interpolate(size_t k, double position) const;
+  // Inside the curve: the Hermite segment from key k to key k + 1 at `position`, with the
+  // tangents at both keys.
+  double Interpolate(size_t k, double position, double tangentFrom, double tangentTo) const;
 
   std::vector<SKey> keys_;
 };

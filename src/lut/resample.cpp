@@ -28,12 +28,12 @@ void ResampleRun(const float* source, size_t sourceStep, uint32_t from, float* t
       curves[c].AddKey(SamplePosition(i, from), source[i * sourceStep + size_t(c)]);
     }
   }
-  std::array<size_t, 3> segments{};
+  std::array<COvHermiteCurve::SAscendingCursor, 3> cursors{};
   for (uint32_t j = 0; j < to; ++j) {
     const double position = SamplePosition(j, to);
     float* entry = target + j * targetStep;
     for (size_t c = 0; c < 3; ++c)
-      entry[c] = float(curves[c].EvaluateAscending(position, segments[c]));
+      entry[c] = float(curves[c].EvaluateAscending(position, cursors[c]));
     entry[3] = 1.0f;
   }
 }
