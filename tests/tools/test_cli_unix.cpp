@@ -273,4 +273,85 @@ TEST_F(ToolUnix, FolderInFolderOut) {
             (std::set<std::string>{".hidden.exr", "a.tif", "b.exr", "notes.txt", "sub.exr"}));
 }
 
+TEST_F(ToolUnix, LookPackTakesAGuidInEitherForm) {
+  const fs::path look = dir.Path() / "grade.look";
+  struct Case {
+    std::string guid;
+    std::string written;  // empty: refused as a usage error
+  } cases[] = {
+      {"0f8fad5bd9cb469fa16570867728950e", "0F8FAD5BD9CB469FA16570867728950E"},
+      {"0F8FAD5B-D9CB-469F-A165-70867728950E", "0F8FAD5BD9CB469FA16570867728950E"},
+      {"{00112233-4455-6677-8899-aabbccddeeff}", "00112233445566778899AABBCCDDEEFF"},
+      {"0f8fad5bd9cb469fa16570867728950", ""},
+      {"0f8fad5bd9cb469fa16570867728950e0", ""},
+      {"0f8fad5g-d9cb-469f-a165-70867728950e", ""},
+      {"0f8fad5bd-9cb-469f-a165-70867728950e", ""},
+      {"{0f8fad5b-d9cb-469f-a165-70867728950e", ""},
+      {"0f8fad5b-d9cb-469f-a165-70867728950e}", ""},
+      {"", ""},
+  };
+  for (const auto& c : cases) {
+    fs::remove(look);
+    const auto pack =
+        RunTool("look pack " + Quote(lut) + " -o " + Quote(look) + " --guid '" + c.guid + "'");
+    if (c.written.empty()) {
+      EXPECT_EQ(pack.status, 2) << c.guid;
+      EXPECT_NE(pack.err.find("--guid"), std::string::npos) << pack.err;
+      EXPECT_FALSE(fs::exists(look)) << c.guid;
+      continue;
+    }
+    ASSERT_EQ(pack.status, 0) << c.guid << "\n" << pack.err;
+    EXPECT_NE(crandle_test::ReadFileBytes(look.string()).find("<guid>\"" + c.written + "\"</guid>"),
+              std::string::npos)
+        << c.guid;
+    const auto show = RunTool("look show " + Quote(look));
+    EXPECT_NE(show.out.find("guid          " + c.written + "\n"), std::string::npos) << show.out;
+  }
+}
+
+TEST_F(ToolUnix, LookShowRefusesAFileThatIsNotAPayload) {
+  const fs::path look = dir.Path() / "grade.look";
+  const fs::path payload = dir.Path() / "grade.payload";
+  ASSERT_EQ(
+      RunTool("look pack " + Quote(lut) + " -o " + Quote(look) + " --payload " + Quote(payload))
+          .status,
+      0);
+  const std::string bytes = crandle_test::ReadFileBytes(payload.string());
+  // One record: 16 identifier bytes, a 4-byte length, the LUT's bytes.
+  ASSERT_GT(bytes.size(), 20u);
+  const uint32_t length = uint8_t(bytes[16]) | uint8_t(bytes[17]) << 8 | uint8_t(bytes[18]) << 16 |
+                          uint32_t(uint8_t(bytes[19])) << 24;
+  ASSERT_EQ(bytes.size(), 20u + length);
+  struct Case {
+    std::string name;
+    std::string bytes;
+    std::string reason;  // empty: read as a payload
+  } cases[] = {
+      {"whole.bin", bytes, ""},
+      {"twice.bin", bytes + bytes, ""},
+      {"empty.bin", "", "the file is empty"},
+      {"short.bin", bytes.substr(0, bytes.size() - 1), "a record is cut short"},
+      {"long.bin", bytes + "x", "a record is cut short"},
+      {"header.bin", bytes.substr(0, 19), "a record is cut short"},
+      {"text.bin", crandle_test::ReadFileBytes(look.string()), "a record is cut short"},
+  };
+  for (const auto& c : cases) {
+    const std::string path = dir.Write(c.name, c.bytes);
+    const auto run = RunTool("look show --json " + Quote(look) + " --payload " + Quote(path));
+    if (c.reason.empty()) {
+      EXPECT_EQ(run.status, 0) << c.name << "\n" << run.err;
+      EXPECT_NE(run.out.find("\"luts\":[{"), std::string::npos) << run.out;
+    } else {
+      EXPECT_EQ(run.status, 1) << c.name;
+      EXPECT_EQ(run.err, "crandle look show: " + path + ": not an embedded-LUT payload (" +
+                             (c.reason == "the file is empty"
+                                  ? c.reason
+                                  : "its records do not fill the file: a record is cut short or "
+                                    "runs past the end") +
+                             ")\n");
+      EXPECT_EQ(run.out, "") << c.name;
+    }
+  }
+}
+
 }  // namespace
