@@ -6,8 +6,10 @@
 #include <cstdlib>
 #include <filesystem>
 #include <set>
+#include <sstream>
 #include <thread>
 
+#include "lut/formats/reader.h"
 #include "support/cli_runner.h"
 #include "support/lut_samples.h"
 #include "support/temp_dir.h"
@@ -233,6 +235,7 @@ TEST_F(ToolUnix, FolderInFolderOut) {
   WriteImage(in / "a.tif", 0.2f);
   WriteImage(in / ".hidden.exr", 0.2f);
   dir.Write("plates/notes.txt", "not an image");
+  dir.Write("plates/clip.mov", "a movie is not taken from a folder");
   fs::create_directory(in / "sub.exr");
   const fs::path out = dir.Path() / "graded" / "deeper";
   const auto run = RunTool("apply --verbose " + Quote(lut) + " " + Quote(in) + " " + Quote(out));
@@ -269,8 +272,8 @@ TEST_F(ToolUnix, FolderInFolderOut) {
     EXPECT_NE(failed.err.find(c.err), std::string::npos) << failed.err;
   }
   EXPECT_FALSE(fs::exists(dir.Path() / "never"));
-  EXPECT_EQ(Names(in),
-            (std::set<std::string>{".hidden.exr", "a.tif", "b.exr", "notes.txt", "sub.exr"}));
+  EXPECT_EQ(Names(in), (std::set<std::string>{".hidden.exr", "a.tif", "b.exr", "clip.mov",
+                                              "notes.txt", "sub.exr"}));
 }
 
 TEST_F(ToolUnix, LookPackTakesAGuidInEitherForm) {
@@ -352,6 +355,81 @@ TEST_F(ToolUnix, LookShowRefusesAFileThatIsNotAPayload) {
       EXPECT_EQ(run.out, "") << c.name;
     }
   }
+}
+
+// The lines of `text` from the one after the line beginning with `from` up to the next line
+// that does not begin with two spaces.
+std::vector<std::string> Section(const std::string& text, const std::string& from) {
+  std::vector<std::string> lines;
+  size_t at = text.find("\n" + from);
+  if (text.rfind(from, 0) == 0) at = 0;
+  if (at == std::string::npos) return lines;
+  at = text.find('\n', at + 1) + 1;
+  for (size_t end; at < text.size() && text.compare(at, 2, "  ") == 0; at = end + 1) {
+    end = text.find('\n', at);
+    lines.push_back(text.substr(at, end - at));
+  }
+  return lines;
+}
+
+// The words of a line.
+std::vector<std::string> Words(const std::string& line) {
+  std::vector<std::string> words;
+  std::istringstream stream(line);
+  for (std::string word; stream >> word;)
+    words.push_back(word);
+  return words;
+}
+
+TEST_F(ToolUnix, FormatsListsWhatIsReadAndWrittenTruthfully) {
+  const auto run = RunTool("formats");
+  ASSERT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(run.err, "");
+
+  // Every reader of the detector, in its order, with the extensions its files carry.
+  const auto read = Section(run.out, "LUT formats read");
+  const auto readers = Tincta::LUTFormatReaders();
+  ASSERT_EQ(read.size(), readers.size()) << run.out;
+  for (size_t i = 0; i < readers.size(); ++i) {
+    EXPECT_EQ(read[i].rfind(std::string("  ") + readers[i].name + " ", 0), 0u) << read[i];
+    const size_t dot = read[i].find(" .");
+    EXPECT_NE(dot, std::string::npos) << read[i];
+  }
+  EXPECT_NE(run.out.find("  cube                   .cube "), std::string::npos);
+  EXPECT_NE(run.out.find("  Truelight              .cub "), std::string::npos);
+  EXPECT_NE(run.out.find("  mesh                   .3dl "), std::string::npos);
+
+  // Every extension listed as written is one convert writes and info reads back.
+  const auto written = Section(run.out, "LUT formats written");
+  ASSERT_GE(written.size(), 2u) << run.out;
+  for (const std::string& line : written) {
+    for (const std::string& word : Words(line)) {
+      if (word[0] != '.') continue;
+      const fs::path out = dir.Path() / ("converted" + word);
+      const auto convert = RunTool("convert " + Quote(lut) + " " + Quote(out));
+      EXPECT_EQ(convert.status, 0) << word << "\n" << convert.err;
+      const auto info = RunTool("info --json " + Quote(out));
+      EXPECT_EQ(info.status, 0) << word << "\n" << info.err;
+      EXPECT_NE(info.out.find("\"kind\":\"3D\",\"size\":5"), std::string::npos) << info.out;
+    }
+  }
+
+  // The image formats are those of the OpenImageIO in use, each line read/write flags first.
+  const auto images = Section(run.out, "Image formats of OpenImageIO");
+  std::set<std::string> names;
+  for (const std::string& line : images) {
+    const auto words = Words(line);
+    ASSERT_GE(words.size(), 3u) << line;
+    names.insert(words[0]);
+    EXPECT_TRUE(words[1] == "rw" || words[1] == "r-" || words[1] == "-w") << line;
+  }
+  std::set<std::string> expected;
+  std::istringstream list(OIIO::get_string_attribute("format_list"));
+  for (std::string name; std::getline(list, name, ',');)
+    expected.insert(name);
+  EXPECT_EQ(names, expected);
+  EXPECT_NE(run.out.find("\n  openexr      rw  .exr "), std::string::npos) << run.out;
+  EXPECT_NE(run.out.find("\n  png          rw  .png\n"), std::string::npos) << run.out;
 }
 
 }  // namespace

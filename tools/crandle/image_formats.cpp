@@ -36,6 +36,10 @@ std::vector<SImageFormat> ImageFormats() {
   return ParseExtensionList(OIIO::get_string_attribute("extension_list"));
 }
 
+bool IsStillImageFormat(const std::string& name) {
+  return name != "ffmpeg" && name != "null" && name != "term" && name != "openvdb";
+}
+
 bool IsImageFileName(const std::string& name) {
   std::string extension = std::filesystem::path(name).extension().string();
   if (extension.size() < 2) return false;
@@ -43,9 +47,11 @@ bool IsImageFileName(const std::string& name) {
   for (char& c : extension)
     c = char(std::tolower(static_cast<unsigned char>(c)));
   static const std::vector<SImageFormat> formats = ImageFormats();
-  for (const SImageFormat& format : formats)
+  for (const SImageFormat& format : formats) {
+    if (!IsStillImageFormat(format.name)) continue;
     for (const std::string& known : format.extensions)
       if (known == extension) return true;
+  }
   return false;
 }
 

@@ -17,7 +17,10 @@ std::vector<SImageFormat> ParseExtensionList(const std::string& text);
 /// The formats and extensions of the OpenImageIO in use.
 std::vector<SImageFormat> ImageFormats();
 
-/// Whether a file name's extension (any case) is one an image format of OpenImageIO claims.
+/// False for OpenImageIO's formats that hold no still picture: movies and its pseudo-formats.
+bool IsStillImageFormat(const std::string& name);
+
+/// Whether a file name's extension (any case) is one a still-image format of OpenImageIO claims.
 bool IsImageFileName(const std::string& name);
 
 }  // namespace crandle_tool
