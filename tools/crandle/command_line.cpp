@@ -37,10 +37,19 @@ int ReportParseEnd(const CLI::App& app, const CLI::ParseError& error) {
   while (!deepest->get_subcommands().empty())
     deepest = deepest->get_subcommands().front();
   if (deepest->get_require_subcommand_min() > 0) {
+    const std::string path = CommandPath(*deepest);
     for (const std::string& word : app.remaining(true)) {
       if (word.empty() || word[0] == '-') continue;
       std::fprintf(stderr, "%s: unknown command '%s'\nRun '%s --help' for the commands.\n",
-                   CommandPath(*deepest).c_str(), word.c_str(), CommandPath(*deepest).c_str());
+                   path.c_str(), word.c_str(), path.c_str());
+      return kExitUsage;
+    }
+    if (error.get_name() == "RequiredError") {
+      std::string names;
+      for (const CLI::App* command : deepest->get_subcommands(nullptr))
+        names += (names.empty() ? "" : ", ") + command->get_name();
+      std::fprintf(stderr, "%s: a command is needed: %s\nRun '%s --help' for what each does.\n",
+                   path.c_str(), names.c_str(), path.c_str());
       return kExitUsage;
     }
   }
