@@ -3,6 +3,8 @@
 #   lib/libcrandle.so.0, lib/libcrandle_host.so.0    the module and the reference host (SONAME .0)
 #   include/crandle/, include/host/                  their headers
 #   bin/crandle                                      the tool
+#   share/man/man1/crandle.1                         its manual page
+#   share/bash-completion/completions/crandle        its bash completion
 #   share/crandle/samples/                           the sample LUTs and image
 #   lib/cmake/crandle/                               find_package(crandle): crandle::crandle, crandle::host
 #   lib/pkgconfig/crandle.pc                         pkg-config --cflags --libs crandle
@@ -26,6 +28,12 @@ if(TARGET crandle_cli)
   file(RELATIVE_PATH _crandle_bin_to_lib ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
   set_target_properties(crandle_cli PROPERTIES INSTALL_RPATH "$ORIGIN/${_crandle_bin_to_lib}")
   install(TARGETS crandle_cli RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime)
+  install(FILES ${PROJECT_SOURCE_DIR}/docs/crandle.1
+    DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT runtime)
+  # bash-completion loads a command's completion on demand from a file named as the command.
+  install(FILES ${PROJECT_SOURCE_DIR}/tools/crandle/completion/crandle.bash
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME crandle
+    COMPONENT runtime)
 endif()
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/samples/
   DESTINATION ${CMAKE_INSTALL_DATADIR}/crandle/samples COMPONENT runtime)

@@ -42,6 +42,18 @@ bool COvEmbeddedLUTPayload::AppendRecord(const uint8_t (&identifier)[16], const 
   }
 }
 
+std::optional<size_t> CountEmbeddedLUTRecords(std::span<const uint8_t> payload) {
+  size_t records = 0;
+  for (size_t position = 0; position < payload.size(); ++records) {
+    if (payload.size() - position < kEmbeddedLUTRecordHeaderBytes) return std::nullopt;
+    const uint32_t length = ReadU32LE(payload.data() + position + 16);
+    position += kEmbeddedLUTRecordHeaderBytes;
+    if (payload.size() - position < length) return std::nullopt;
+    position += length;
+  }
+  return records;
+}
+
 void ResolveEmbeddedLUTs(std::span<const uint8_t> payload, std::vector<std::string>& pending,
                          std::vector<SDocumentLUT>& luts) {
   size_t position = 0;

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -48,6 +49,11 @@ class COvEmbeddedLUTPayload final : public IOvEmbeddedLUTSource, public IOvEmbed
  private:
   std::vector<uint8_t> bytes_;
 };
+
+/// The number of records when `payload` is nothing but whole records, the last ending exactly at
+/// the end of the stream; no value when a header is cut short or a record runs past the end.
+/// An empty stream holds zero records.
+std::optional<size_t> CountEmbeddedLUTRecords(std::span<const uint8_t> payload);
 
 /// Walks the records from the start and loads the LUTs that `pending` asks for. A record serves
 /// the first pending string whose first 32 characters equal its identifier's hexadecimal text

@@ -29,7 +29,8 @@ run("install" ${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix})
 foreach(path lib/libcrandle.so.0 lib/libcrandle_host.so.0 lib/libcrandle.so lib/libcrandle_host.so
              include/crandle/crandle.h include/host/video_frame.h include/host/gpu.h bin/crandle
              lib/cmake/crandle/crandleConfig.cmake lib/cmake/crandle/crandleConfigVersion.cmake
-             lib/pkgconfig/crandle.pc share/crandle/samples/warm-contrast.cube)
+             lib/pkgconfig/crandle.pc share/crandle/samples/warm-contrast.cube
+             share/man/man1/crandle.1 share/bash-completion/completions/crandle)
   if(NOT EXISTS ${prefix}/${path})
     message(FATAL_ERROR "the install lacks ${path}")
   endif()

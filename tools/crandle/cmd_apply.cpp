@@ -1,4 +1,5 @@
 // crandle apply: apply a LUT to images (or an image sequence) through the exported interface.
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <memory>
@@ -6,6 +7,7 @@
 #include <string>
 #include <thread>
 
+#include "apply_plan.h"
 #include "commands.h"
 #include "crandle/crandle.h"
 #include "foundation/utf16.h"
@@ -13,7 +15,6 @@
 #include "image_file.h"
 #include "lut_report.h"
 #include "progress.h"
-#include "sequence.h"
 #include "strip_apply.h"
 
 namespace crandle_tool {
@@ -23,7 +24,7 @@ struct SApplyOptions {
   std::string lutPath;
   std::string input;
   std::string output;
-  unsigned threads = 1;
+  unsigned threads = std::clamp(std::thread::hardware_concurrency(), 1u, 256u);
   std::string preview;
   std::string depth;
   std::string frames;
@@ -185,27 +186,21 @@ int RunApply(const SApplyOptions& options) {
                  GPUDeviceList().c_str());
     return 1;
   }
-  const bool sequence = IsSequencePattern(options.input);
+  std::vector<SApplyJob> jobs;
+  std::string planError;
+  if (const int status = PlanApply(options.input, options.output, options.frames, jobs, planError);
+      status != 0) {
+    std::fprintf(stderr, "crandle apply: %s\n", planError.c_str());
+    return status;
+  }
   try {
     std::optional<SFrameSize> firstSize;
-    if (!sequence) {
-      if (!options.frames.empty())
-        throw CApplyError("--frames needs an input with a frame-number field such as %04d");
-      ApplyToFile(options, device, lut, method, options.input, options.output,
-                  !options.preview.empty(), firstSize);
-      return 0;
-    }
-    if (!IsSequencePattern(options.output)) {
-      throw CApplyError("the input is a sequence, so the output needs a frame-number field too");
-    }
-    const auto range = ParseFrameRange(options.frames);
-    if (!range) throw CApplyError("a sequence needs --frames A-B (for example --frames 1001-1048)");
-    CProgress progress("applying", range->last - range->first + 1);
-    for (long frame = range->first; frame <= range->last; ++frame) {
-      ApplyToFile(options, device, lut, method, FramePath(options.input, frame),
-                  FramePath(options.output, frame),
-                  frame == range->first && !options.preview.empty(), firstSize);
-      progress.Step();
+    std::optional<CProgress> progress;
+    if (jobs.size() > 1) progress.emplace("applying", long(jobs.size()));
+    for (const SApplyJob& job : jobs) {
+      ApplyToFile(options, device, lut, method, job.input, job.output,
+                  &job == &jobs.front() && !options.preview.empty(), firstSize);
+      if (progress) progress->Step();
     }
     return 0;
   } catch (const CApplyError& error) {
@@ -222,22 +217,25 @@ void AddApplyCommand(CLI::App& app) {
   command->add_option("LUT", options->lutPath, "LUT file of any supported format")->required();
   command
       ->add_option("IN", options->input,
-                   "Input image (EXR, DPX, TIFF, PNG, JPEG...), or a pattern such as shot.%04d.exr")
+                   "Input image (EXR, DPX, TIFF, PNG, JPEG...), a sequence pattern such as "
+                   "shot.%04d.exr or shot.####.exr, or a folder of images")
       ->required();
   command
       ->add_option("OUT", options->output,
-                   "Output image, or a pattern; written whole or not at all")
+                   "Output image, pattern or folder; each image written whole or not at all")
       ->required();
-  command->add_option("--threads", options->threads, "Horizontal strips applied at once")
-      ->check(CLI::Range(1u, 256u))
-      ->capture_default_str();
+  command
+      ->add_option("--threads", options->threads,
+                   "Horizontal strips applied at once (default: the number of cores)")
+      ->check(CLI::Range(1u, 256u));
   command->add_option("--preview", options->preview,
                       "Also write a PNG with the original and the result side by side");
   command
       ->add_option("--depth", options->depth,
                    "Output samples: 8, 16, half or float (default: as the input)")
       ->check(CLI::IsMember({"8", "16", "half", "float"}));
-  command->add_option("--frames", options->frames, "Frame range A-B of a sequence");
+  command->add_option("--frames", options->frames,
+                      "Frames of a sequence: A, A-B, or A-BxN for every Nth frame");
   command
       ->add_option(
           "--interp", options->interpolation,

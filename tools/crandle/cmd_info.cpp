@@ -90,6 +90,7 @@ void PrintJson(const std::string& path, const SLUTReport& report) {
 }
 
 void PrintSystem() {
+  std::printf("version       crandle %s\n", CRANDLE_VERSION);
   const Tincta::SProcessorFeatures& features = Tincta::ProcessorFeatures();
   std::printf(
       "simd tier     %s%s\n", Tincta::SimdTierName(Tincta::ActiveSimdTier()),

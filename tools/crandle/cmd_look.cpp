@@ -6,6 +6,7 @@
 #include <fstream>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,6 +15,7 @@
 #include "commands.h"
 #include "foundation/file.h"
 #include "foundation/hex_codec.h"
+#include "host/guid.h"
 #include "look/embedded_lut_payload.h"
 #include "look/grading_from_lut.h"
 #include "look/look_document_reader.h"
@@ -39,7 +41,20 @@ struct SPackOptions {
   std::string output;
   std::string payload;
   std::string name;
+  std::string guid;
 };
+
+// 32 hexadecimal digits, or the same in 8-4-4-4-12 groups with or without braces.
+std::optional<host::Guid> ParseGuidArgument(std::string text) {
+  if (text.size() == 38 && text.front() == '{' && text.back() == '}') text = text.substr(1, 36);
+  if (text.size() == 36) {
+    for (size_t dash : {23, 18, 13, 8}) {
+      if (text[dash] != '-') return std::nullopt;
+      text.erase(dash, 1);
+    }
+  }
+  return host::Guid::FromString(text);
+}
 
 bool ReadFile(const std::string& path, uint64_t limit, std::vector<uint8_t>& bytes,
               const char* command) {
@@ -180,6 +195,16 @@ int RunShow(const SShowOptions& options) {
   if (!options.payload.empty()) {
     std::vector<uint8_t> bytes;
     if (!ReadFile(options.payload, kMaxDocumentBytes, bytes, "show")) return 1;
+    // A wrong file here would only show as LUTs missing from the document; say so instead.
+    const auto records = Tincta::CountEmbeddedLUTRecords(bytes);
+    if (!records || *records == 0) {
+      std::fprintf(stderr, "crandle look show: %s: not an embedded-LUT payload (%s)\n",
+                   options.payload.c_str(),
+                   records ? "the file is empty"
+                           : "its records do not fill the file: a record is cut short or runs "
+                             "past the end");
+      return 1;
+    }
     payload = std::make_unique<Tincta::COvEmbeddedLUTPayload>(std::move(bytes));
   }
   std::string error;
@@ -219,6 +244,7 @@ int RunPack(const SPackOptions& options) {
     }
   }
   if (!options.name.empty()) document->SetName(options.name);
+  if (!options.guid.empty()) document->SetGuid(*ParseGuidArgument(options.guid));
 
   Tincta::COvEmbeddedLUTPayload payload;
   const bool embedded = !options.payload.empty();
@@ -274,6 +300,18 @@ void AddLookCommand(CLI::App& app) {
                           "Write the LUTs into this payload file and name them by embeddedlut "
                           "elements, instead of writing them inline");
   packCommand->add_option("--name", pack->name, "The document's name");
+  packCommand
+      ->add_option("--guid", pack->guid,
+                   "The document's identifier: 32 hexadecimal digits, or 8-4-4-4-12 groups "
+                   "(default: all zeros)")
+      ->check(CLI::Validator(
+          [](std::string& text) {
+            return ParseGuidArgument(text) ? std::string()
+                                           : "'" + text +
+                                                 "' is not a GUID: give 32 hexadecimal digits, "
+                                                 "or 8-4-4-4-12 groups";
+          },
+          "GUID"));
   packCommand->callback([pack] {
     const int status = RunPack(*pack);
     if (status != 0) throw CLI::RuntimeError(status);

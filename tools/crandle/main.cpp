@@ -6,6 +6,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "command_line.h"
 #include "commands.h"
 #include "host/initializer.h"
 #include "host/settings.h"
@@ -14,11 +15,14 @@ int main(int argc, char** argv) {
   CLI::App app("crandle: inspect, convert and apply colour look-up tables", "crandle");
   app.require_subcommand(1);
   app.set_help_all_flag("--help-all", "Show the help of every command");
+  app.set_version_flag("--version", "crandle " CRANDLE_VERSION);
+  crandle_tool::WarnAboutSettingsEnvironment();
 
   std::vector<std::string> settings;
   std::string settingsFile;
   app.add_option("--set", settings, "Set a host setting, KEY=VALUE (repeatable)")
-      ->type_name("KEY=VALUE");
+      ->type_name("KEY=VALUE")
+      ->allow_extra_args(false);  // one pair per --set: the word after it is the command again
   app.add_option("--settings", settingsFile,
                  "Load host settings from a file of 'key = value' lines")
       ->check(CLI::ExistingFile);
@@ -32,6 +36,7 @@ int main(int argc, char** argv) {
       if (equals == std::string::npos || equals == 0) {
         throw CLI::ValidationError("--set", "expected KEY=VALUE, got '" + assignment + "'");
       }
+      crandle_tool::WarnAboutUnknownSetting(assignment.substr(0, equals));
       host.SetString(assignment.substr(0, equals), assignment.substr(equals + 1));
     }
     // The tool is the host here: it runs the module's initialisers once settings are known.
@@ -43,13 +48,16 @@ int main(int argc, char** argv) {
   crandle_tool::AddEvalCommand(app);
   crandle_tool::AddLookCommand(app);
   crandle_tool::AddConvertCommand(app);
+  crandle_tool::AddFormatsCommand(app);
   // Every command runs inside the parse; memory that runs out anywhere in one ends it with a
   // message instead of an abort.
   try {
-    CLI11_PARSE(app, argc, argv);
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return crandle_tool::ReportParseEnd(app, error);
   } catch (const std::bad_alloc&) {
     std::fprintf(stderr, "crandle: not enough memory\n");
-    return 1;
+    return crandle_tool::kExitFailure;
   }
-  return 0;
+  return crandle_tool::kExitSuccess;
 }
