@@ -1,8 +1,7 @@
 #include "lut/lut_writers.h"
 
-#include <cctype>
-
 #include "lut/cube_writer.h"
+#include "lut/formats/text_lines.h"
 #include "lut/mesh_writer.h"
 #include "lut/otx3_writer.h"
 #include "lut/truelight_writer.h"
@@ -16,17 +15,6 @@ constexpr SLUTFileFormat kWritten[] = {
     {ELUTFileFormat::Truelight, "cub", "Truelight cube text: 1-D, or 3-D with an input LUT"},
     {ELUTFileFormat::Otx3, "otx3", "OTX3 float image: 1-D or 3-D, with domain"},
 };
-
-bool EqualsIgnoringCase(std::string_view a, std::string_view b) {
-  if (a.size() != b.size()) return false;
-  for (size_t i = 0; i < a.size(); ++i) {
-    if (std::tolower(static_cast<unsigned char>(a[i])) !=
-        std::tolower(static_cast<unsigned char>(b[i]))) {
-      return false;
-    }
-  }
-  return true;
-}
 
 bool bWriteOtx3File(const COv3DLUT& lut, std::string& out, std::string& why) {
   if (lut.InputShaper()) {

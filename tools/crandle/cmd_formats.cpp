@@ -9,6 +9,7 @@
 #include "commands.h"
 #include "image_formats.h"
 #include "lut/formats/reader.h"
+#include "lut/lut_writers.h"
 
 namespace crandle_tool {
 namespace {
@@ -28,12 +29,6 @@ constexpr SLUTFormatNote kReadNotes[] = {
     {"Truelight", "cub", "Truelight cube text, with an input shaper"},
     {"mesh", "3dl", "integer mesh text (3DMESH, LUT_SIZE, entries =, shaper lines)"},
     {"colour transformation", "cc cdl ccc", "one ASC CDL correction, baked into a 1-D table"},
-};
-
-// What `crandle convert` writes, chosen by the output's extension.
-constexpr SLUTFormatNote kWriteNotes[] = {
-    {"OTX3 float image", "otx3", "any table, its domain kept (not an input shaper)"},
-    {"cube text", "cube", "a 3-D table over 0..1; --size N bakes anything else into one"},
 };
 
 std::string Dotted(std::string_view extensions) {
@@ -61,8 +56,10 @@ int RunFormats() {
                 note ? note->what : "");
   }
   std::printf("LUT formats written by convert (chosen by the output's extension):\n");
-  for (const SLUTFormatNote& note : kWriteNotes) {
-    std::printf("  %-22s %-18s %s\n", note.reader, Dotted(note.extensions).c_str(), note.what);
+  for (const Tincta::SLUTFileFormat& written : Tincta::WrittenLUTFormats()) {
+    std::printf("  %-22s %-18s %s\n", std::string(written.name).c_str(),
+                ("." + std::string(written.name)).c_str(),
+                std::string(written.description).c_str());
   }
   std::printf("Look documents: read by look show, written by look pack (usually .look)\n");
 

@@ -31,6 +31,10 @@ _crandle() {
       COMPREPLY=($(compgen -W "trilinear tetrahedral" -- "$cur"))
       return
       ;;
+    --format)
+      COMPREPLY=($(compgen -W "cube 3dl cub otx3" -- "$cur"))
+      return
+      ;;
     --device)
       COMPREPLY=($(compgen -W "cpu opencl opencl:0 cuda cuda:0 auto" -- "$cur"))
       return
@@ -68,8 +72,8 @@ _crandle() {
       ;;
     info) options="--help --json --from-bytes --system" ;;
     apply) options="--help --threads --preview --depth --frames --interp --device --verbose" ;;
-    eval) options="--help --device --interp" ;;
-    convert) options="--help --size" ;;
+    eval) options="--help --exact --device --interp" ;;
+    convert) options="--help --size --format --bits" ;;
     formats) options="--help" ;;
     look)
       case $subcommand in
