@@ -182,23 +182,24 @@ crandle_lut_tetrahedral(CRANDLE_GLOBAL const crandle_uchar* table, crandle_uint 
   const crandle_lut_axis b = crandle_lut_axis_of(sBlue, n);
   const float fr = r.fraction, fg = g.fraction, fb = b.fraction;
   const unsigned long slice = (unsigned long)n * rowBytes;
-  const unsigned long first =
+  /* The cell's first corner, and the byte step to the upper neighbour on each axis (0 where an
+     axis is clamped at its end); the walk's other corners are offsets from the first. */
+  const unsigned long cell =
       (unsigned long)b.low * slice + (unsigned long)g.low * rowBytes + (unsigned long)r.low * 16u;
-  /* The byte step to the upper neighbour on each axis (0 where an axis is clamped at its end). */
   const unsigned long stepRed = (unsigned long)(r.high - r.low) * 16u;
   const unsigned long stepGreen = (unsigned long)(g.high - g.low) * rowBytes;
   const unsigned long stepBlue = (unsigned long)(b.high - b.low) * slice;
-  const unsigned long last = stepRed + stepGreen + stepBlue;
+  const unsigned long three = stepRed + stepGreen + stepBlue;
   const float gbMax = fg > fb ? fg : fb, gbMin = fg < fb ? fg : fb;
   const unsigned long one = fr >= gbMax ? stepRed : (fg >= fb ? stepGreen : stepBlue);
-  const unsigned long two = last - (fr <= gbMin ? stepRed : (fg <= fb ? stepGreen : stepBlue));
+  const unsigned long two = three - (fr <= gbMin ? stepRed : (fg <= fb ? stepGreen : stepBlue));
   const float f1 = fr > gbMax ? fr : gbMax;
   const float f3 = fr < gbMin ? fr : gbMin;
   const float f2 = fr > gbMax ? gbMax : (fr < gbMin ? gbMin : fr);
-  return crandle_lut_blend4(1.0f - f1, crandle_lut_entry_at(table, first), f1 - f2,
-                            crandle_lut_entry_at(table, first + one), f2 - f3,
-                            crandle_lut_entry_at(table, first + two), f3,
-                            crandle_lut_entry_at(table, first + last));
+  return crandle_lut_blend4(1.0f - f1, crandle_lut_entry_at(table, cell), f1 - f2,
+                            crandle_lut_entry_at(table, cell + one), f2 - f3,
+                            crandle_lut_entry_at(table, cell + two), f3,
+                            crandle_lut_entry_at(table, cell + three));
 }
 
 /* A frame pixel (blue, green, red, alpha) as floats: 8- and 16-bit samples map full scale to 1. */
