@@ -78,15 +78,16 @@ TEST(LUTKernelMath, TetrahedralFindsEveryOrderTieAndClampedCell) {
   for (float& v : table)
     v = entry(rng);
   // Cell (red, green, blue) and fractions; a fraction of -1 puts the axis past its last entry.
+  // Tied axes share their cell, so that their fractions are equal after the rounding too.
   const struct {
     uint32_t r, g, b;
     float fr, fg, fb;
   } cases[] = {
       {1, 1, 1, 0.7f, 0.4f, 0.1f},    {1, 1, 1, 0.7f, 0.1f, 0.4f},  {1, 1, 1, 0.4f, 0.7f, 0.1f},
       {1, 1, 1, 0.1f, 0.7f, 0.4f},    {1, 1, 1, 0.4f, 0.1f, 0.7f},  {1, 1, 1, 0.1f, 0.4f, 0.7f},
-      {0, 2, 1, 0.6f, 0.6f, 0.2f},    {0, 2, 1, 0.2f, 0.6f, 0.6f},  {0, 2, 1, 0.6f, 0.2f, 0.6f},
-      {2, 0, 0, 0.3f, 0.3f, 0.8f},    {2, 0, 0, 0.8f, 0.3f, 0.3f},  {2, 0, 0, 0.3f, 0.8f, 0.3f},
-      {1, 0, 2, 0.5f, 0.5f, 0.5f},    {1, 0, 2, 0.0f, 0.0f, 0.0f},  {1, 0, 2, 0.0f, 0.9f, 0.0f},
+      {1, 1, 2, 0.6f, 0.6f, 0.2f},    {2, 1, 1, 0.2f, 0.6f, 0.6f},  {1, 2, 1, 0.6f, 0.2f, 0.6f},
+      {0, 0, 2, 0.3f, 0.3f, 0.8f},    {2, 0, 0, 0.8f, 0.3f, 0.3f},  {0, 2, 0, 0.3f, 0.8f, 0.3f},
+      {2, 2, 2, 0.5f, 0.5f, 0.5f},    {1, 0, 2, 0.0f, 0.0f, 0.0f},  {1, 0, 2, 0.0f, 0.9f, 0.0f},
       {3, 1, 1, -1.0f, 0.2f, 0.6f},   {1, 3, 2, 0.6f, -1.0f, 0.2f}, {0, 1, 3, 0.2f, 0.6f, -1.0f},
       {3, 3, 3, -1.0f, -1.0f, -1.0f},
   };
