@@ -55,9 +55,11 @@ CRANDLE_DEVICE_FUNCTION crandle_lut_axis crandle_lut_axis_of(float s, crandle_ui
   const float snap = (float)n * 4.76837158203125e-7f;
   x = x > snap ? x : 0.0f;
   x = x < last - snap ? x : last;
-  axis.low = (crandle_uint)x;
+  /* x is in [0, n - 1], so the signed conversions are exact; CPU devices have no unsigned ones. */
+  const int low = (int)x;
+  axis.low = (crandle_uint)low;
   axis.high = axis.low + 1u < n ? axis.low + 1u : axis.low;
-  axis.fraction = x - (float)axis.low;
+  axis.fraction = x - (float)low;
   return axis;
 }
 
@@ -150,23 +152,28 @@ CRANDLE_DEVICE_FUNCTION crandle_lut_vec4 crandle_lut_blend4(float w0, crandle_lu
   return out;
 }
 
-/* The fraction of axis a (0 red, 1 green, 2 blue). */
-CRANDLE_DEVICE_FUNCTION float crandle_lut_pick(int a, float fr, float fg, float fb) {
-  return a == 0 ? fr : (a == 1 ? fg : fb);
-}
-
-/* The index of axis `axis` at a corner whose axes in `high` (bit per axis) take their upper
-   neighbour. */
-CRANDLE_DEVICE_FUNCTION crandle_uint crandle_lut_corner(crandle_lut_axis a, int axis, int high) {
-  return (high >> axis) & 1 ? a.high : a.low;
+/* The entry `offset` bytes into a table (red, green, blue, alpha). */
+CRANDLE_DEVICE_FUNCTION crandle_lut_vec4
+crandle_lut_entry_at(CRANDLE_GLOBAL const crandle_uchar* table, unsigned long offset) {
+  CRANDLE_GLOBAL const float* e = (CRANDLE_GLOBAL const float*)(table + offset);
+  crandle_lut_vec4 out;
+  out.v0 = e[0];
+  out.v1 = e[1];
+  out.v2 = e[2];
+  out.v3 = e[3];
+  return out;
 }
 
 /* A cube of n entries per axis, tetrahedral at texture coordinates (red, green, blue): the cell
    is cut along its main diagonal into six tetrahedra, and the point's one is the walk from the
    cell's first corner to its last along the axes in decreasing order of their fractions f1 >= f2
-   >= f3, with weights 1 - f1, f1 - f2, f2 - f3 and f3. The order is found with selects, not
-   branches, so that neighbouring threads (or vector lanes) never diverge. Ties give the same
-   value whichever order they take. */
+   >= f3, with weights 1 - f1, f1 - f2, f2 - f3 and f3.
+   Neighbouring pixels of a grainy picture fall in different tetrahedra at random, so the walk is
+   found without branches (a mispredicted branch per pixel costs a CPU device more than the whole
+   lookup, and divergence costs a GPU): the fractions are sorted with min and max, the two inner
+   corners are byte offsets picked by selects, and only the four corners used are read. Ties give
+   the same value whichever order they take (the corner between equal fractions has weight 0), so
+   the axes of the largest and of the smallest fraction are picked independently. */
 CRANDLE_DEVICE_FUNCTION crandle_lut_vec4
 crandle_lut_tetrahedral(CRANDLE_GLOBAL const crandle_uchar* table, crandle_uint rowBytes,
                         crandle_uint n, float sRed, float sGreen, float sBlue) {
@@ -174,24 +181,25 @@ crandle_lut_tetrahedral(CRANDLE_GLOBAL const crandle_uchar* table, crandle_uint 
   const crandle_lut_axis g = crandle_lut_axis_of(sGreen, n);
   const crandle_lut_axis b = crandle_lut_axis_of(sBlue, n);
   const float fr = r.fraction, fg = g.fraction, fb = b.fraction;
-  const int rg = fr > fg, gb = fg > fb, rb = fr > fb, bg = fb > fg, br = fb > fr;
-  const int first = rg ? ((gb || rb) ? 0 : 2) : (bg ? 2 : 1);
-  const int third = rg ? (gb ? 2 : 1) : ((bg || br) ? 0 : 2);
-  const int second = 3 - first - third;
-  const float f1 = crandle_lut_pick(first, fr, fg, fb);
-  const float f2 = crandle_lut_pick(second, fr, fg, fb);
-  const float f3 = crandle_lut_pick(third, fr, fg, fb);
-  const int one = 1 << first;
-  const int two = one | (1 << second);
-  const crandle_lut_vec4 c0 = crandle_lut_entry(table, rowBytes, n, r.low, g.low, b.low);
-  const crandle_lut_vec4 c1 =
-      crandle_lut_entry(table, rowBytes, n, crandle_lut_corner(r, 0, one),
-                        crandle_lut_corner(g, 1, one), crandle_lut_corner(b, 2, one));
-  const crandle_lut_vec4 c2 =
-      crandle_lut_entry(table, rowBytes, n, crandle_lut_corner(r, 0, two),
-                        crandle_lut_corner(g, 1, two), crandle_lut_corner(b, 2, two));
-  const crandle_lut_vec4 c3 = crandle_lut_entry(table, rowBytes, n, r.high, g.high, b.high);
-  return crandle_lut_blend4(1.0f - f1, c0, f1 - f2, c1, f2 - f3, c2, f3, c3);
+  const unsigned long slice = (unsigned long)n * rowBytes;
+  /* The cell's first corner, and the byte step to the upper neighbour on each axis (0 where an
+     axis is clamped at its end); the walk's other corners are offsets from the first. */
+  const unsigned long cell =
+      (unsigned long)b.low * slice + (unsigned long)g.low * rowBytes + (unsigned long)r.low * 16u;
+  const unsigned long stepRed = (unsigned long)(r.high - r.low) * 16u;
+  const unsigned long stepGreen = (unsigned long)(g.high - g.low) * rowBytes;
+  const unsigned long stepBlue = (unsigned long)(b.high - b.low) * slice;
+  const unsigned long three = stepRed + stepGreen + stepBlue;
+  const float gbMax = fg > fb ? fg : fb, gbMin = fg < fb ? fg : fb;
+  const unsigned long one = fr >= gbMax ? stepRed : (fg >= fb ? stepGreen : stepBlue);
+  const unsigned long two = three - (fr <= gbMin ? stepRed : (fg <= fb ? stepGreen : stepBlue));
+  const float f1 = fr > gbMax ? fr : gbMax;
+  const float f3 = fr < gbMin ? fr : gbMin;
+  const float f2 = fr > gbMax ? gbMax : (fr < gbMin ? gbMin : fr);
+  return crandle_lut_blend4(1.0f - f1, crandle_lut_entry_at(table, cell), f1 - f2,
+                            crandle_lut_entry_at(table, cell + one), f2 - f3,
+                            crandle_lut_entry_at(table, cell + two), f3,
+                            crandle_lut_entry_at(table, cell + three));
 }
 
 /* A frame pixel (blue, green, red, alpha) as floats: 8- and 16-bit samples map full scale to 1. */

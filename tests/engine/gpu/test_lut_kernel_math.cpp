@@ -69,6 +69,48 @@ INSTANTIATE_TEST_SUITE_P(KindsMethodsFormats, LUTKernelMathTest,
                                   std::to_string(std::get<2>(test.param));
                          });
 
+// The tetrahedron is picked without branches; every order of the three fractions, the ties
+// between them and a cell clamped at the cube's end must land on the model's walk. The cube's
+// entries are random, so that a wrong corner or weight shows.
+TEST(LUTKernelMath, TetrahedralFindsEveryOrderTieAndClampedCell) {
+  const uint32_t n = 4;
+  std::mt19937 rng(12);
+  std::uniform_real_distribution<float> entry(0.0f, 1.0f);
+  std::vector<float> table(size_t(n) * n * n * 4);
+  for (float& v : table)
+    v = entry(rng);
+  // Cell (red, green, blue) and fractions; a fraction of -1 puts the axis past its last entry.
+  // Tied axes share their cell, so that their fractions are equal after the rounding too.
+  const struct {
+    uint32_t r, g, b;
+    float fr, fg, fb;
+  } cases[] = {
+      {1, 1, 1, 0.7f, 0.4f, 0.1f},    {1, 1, 1, 0.7f, 0.1f, 0.4f},  {1, 1, 1, 0.4f, 0.7f, 0.1f},
+      {1, 1, 1, 0.1f, 0.7f, 0.4f},    {1, 1, 1, 0.4f, 0.1f, 0.7f},  {1, 1, 1, 0.1f, 0.4f, 0.7f},
+      {1, 1, 2, 0.6f, 0.6f, 0.2f},    {2, 1, 1, 0.2f, 0.6f, 0.6f},  {1, 2, 1, 0.6f, 0.2f, 0.6f},
+      {0, 0, 2, 0.3f, 0.3f, 0.8f},    {2, 0, 0, 0.8f, 0.3f, 0.3f},  {0, 2, 0, 0.3f, 0.8f, 0.3f},
+      {2, 2, 2, 0.5f, 0.5f, 0.5f},    {1, 0, 2, 0.0f, 0.0f, 0.0f},  {1, 0, 2, 0.0f, 0.9f, 0.0f},
+      {3, 1, 1, -1.0f, 0.2f, 0.6f},   {1, 3, 2, 0.6f, -1.0f, 0.2f}, {0, 1, 3, 0.2f, 0.6f, -1.0f},
+      {3, 3, 3, -1.0f, -1.0f, -1.0f},
+  };
+  const auto coordinate = [&](uint32_t cell, float fraction) {
+    // The texture coordinate of texel-centre position cell + fraction (past the end: 1).
+    return fraction < 0 ? 1.0f : (float(cell) + fraction + 0.5f) / float(n);
+  };
+  for (const auto& c : cases) {
+    const float s[3] = {coordinate(c.r, c.fr), coordinate(c.g, c.fg), coordinate(c.b, c.fb)};
+    const crandle_lut_vec4 got = crandle_lut_tetrahedral(
+        reinterpret_cast<const crandle_uchar*>(table.data()), n * 16, n, s[0], s[1], s[2]);
+    const Rgb want = ModelTetrahedral(table.data(), n, {s[0], s[1], s[2]});
+    const std::string what = std::to_string(c.fr) + " " + std::to_string(c.fg) + " " +
+                             std::to_string(c.fb) + " in cell " + std::to_string(c.r) +
+                             std::to_string(c.g) + std::to_string(c.b);
+    EXPECT_NEAR(got.v0, want[0], 2e-6) << what;
+    EXPECT_NEAR(got.v1, want[1], 2e-6) << what;
+    EXPECT_NEAR(got.v2, want[2], 2e-6) << what;
+  }
+}
+
 // Operator choice and named parameters, as the GPU operators set them.
 TEST(HwCompositingEngine, ChoosesKernelsAndCodesByKindShaperAndMethod) {
   using Tincta::COvHwCompositingEngine;
