@@ -12,11 +12,11 @@
 #include "api/lut_handle.h"
 #include "commands.h"
 #include "crandle/crandle.h"
-#include "foundation/utf16.h"
 #include "lut/cube_writer.h"
 #include "lut/lut3d.h"
 #include "lut/otx3_writer.h"
 #include "lut_bake.h"
+#include "lut_file.h"
 #include "lut_report.h"
 
 namespace crandle_tool {
@@ -78,7 +78,7 @@ std::string WhyNotPlainCube(const Tincta::COv3DLUT& lut) {
 int RunConvert(const SConvertOptions& options) {
   try {
     std::shared_ptr<void> handle;
-    const int parsed = CRANDLE::ParseLUT(Tincta::Utf8ToUtf16(options.input), handle);
+    const int parsed = ParseLUTFile(options.input, handle);
     if (parsed != CRANDLE::kResultOK) {
       throw CConvertError(options.input + ": " + ResultCodeText(parsed) + ": " +
                           ParseFailureReason(options.input, parsed));

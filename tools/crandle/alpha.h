@@ -1,0 +1,36 @@
+// Grading under alpha: which files hold colour associated with alpha, and the division and
+// multiplication that let a LUT grade the colour itself rather than colour scaled by coverage.
+#pragma once
+
+#include <string>
+
+#include "image_file.h"
+#include "picture.h"
+
+namespace crandle_tool {
+
+/// True when `image` has an alpha channel and its colour, as read, is associated with it (EXR,
+/// TIFF with associated extra samples). Images read unassociated (PNG, Targa, TIFF with
+/// unassociated extra samples) carry "oiio:UnassociatedAlpha" in their spec.
+bool ColourIsAssociated(const SImage& image, const SChannelLayout& layout);
+
+/// True when the writer chosen for `path` stores colour unassociated from alpha as given when the
+/// spec says "oiio:UnassociatedAlpha", and marks the file so; other writers take associated
+/// colour.
+bool WriterKeepsUnassociatedAlpha(const std::string& path);
+
+/// Divides the colour of a float picture by its alpha where alpha is above 0; pixels with no
+/// coverage keep their colour.
+void DivideByAlpha(CPicture& picture);
+
+/// Undoes `DivideByAlpha` on a float picture graded after it: colour times alpha where alpha is
+/// above 0, and the stored colour of `source` (the image the picture was packed from) where it is
+/// not, so that a pixel with no coverage leaves the grade as it was.
+void ReassociateAlpha(CPicture& picture, const SImage& source, const SChannelLayout& layout);
+
+/// Multiplies the colour of a float image by its alpha (alpha below 0 counts as 0): unassociated
+/// colour made associated for a writer that takes it so. The image's spec loses
+/// "oiio:UnassociatedAlpha".
+void AssociateAlpha(SImage& image);
+
+}  // namespace crandle_tool
