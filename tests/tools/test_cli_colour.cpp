@@ -260,6 +260,72 @@ TEST_F(ToolColour, LookDocumentsApplyTheirLUTsInOrder) {
   EXPECT_FALSE(fs::exists(dir.Path() / "none.exr"));
 }
 
+// Replaces the `nth` (from 0) occurrence of `from` in `text`.
+std::string ReplaceNth(std::string text, const std::string& from, const std::string& to,
+                       size_t nth) {
+  size_t at = text.find(from);
+  for (size_t i = 0; i < nth && at != std::string::npos; ++i)
+    at = text.find(from, at + 1);
+  EXPECT_NE(at, std::string::npos) << from;
+  if (at != std::string::npos) text.replace(at, from.size(), to);
+  return text;
+}
+
+TEST_F(ToolColour, LUTsOfOneNameFromTwoFoldersKeepTheirOrder) {
+  fs::create_directories(dir.Path() / "a");
+  fs::create_directories(dir.Path() / "b");
+  fs::copy_file(half, dir.Path() / "a" / "look.cube");
+  fs::copy_file(gamma, dir.Path() / "b" / "look.cube");
+  const std::string look = (dir.Path() / "two.look").string();
+  ASSERT_EQ(RunTool("look pack " + Quote((dir.Path() / "a" / "look.cube").string()) + " " +
+                    Quote((dir.Path() / "b" / "look.cube").string()) + " -o " + Quote(look))
+                .status,
+            0);
+  const std::string input = (dir.Path() / "in.exr").string();
+  WritePixels(input, OIIO::TypeDesc::FLOAT, {{0.5f, 1.f}}, false);
+  const std::string output = (dir.Path() / "out.exr").string();
+  const auto run = Apply(Quote(look) + " " + Quote(input) + " " + Quote(output));
+  ASSERT_EQ(run.status, 0) << run.err;
+  EXPECT_NEAR(ReadStored(output).samples[0], Graded(0.25), 1e-4);
+}
+
+TEST_F(ToolColour, LookDocumentsThatCannotBeAppliedAreRefused) {
+  const std::string packed = (dir.Path() / "packed.look").string();
+  ASSERT_EQ(
+      RunTool("look pack " + Quote(half) + " " + Quote(gamma) + " -o " + Quote(packed)).status, 0);
+  const std::string text = crandle_test::ReadFileBytes(packed);
+  const std::string input = (dir.Path() / "in.exr").string();
+  WritePixels(input, OIIO::TypeDesc::FLOAT, {{0.5f, 1.f}}, false);
+  struct SCase {
+    const char* name;
+    std::string text;
+    const char* message;
+  } cases[] = {
+      {"other_operation",
+       ReplaceNth(text, "<operation>\n      <name>\"LUT\"</name>",
+                  "<operation>\n      <name>\"Lift\"</name>", 1),
+       "holds the operation \"Lift\"; only LUT operations can be applied"},
+      {"unknown_lut",
+       ReplaceNth(text, "<value>\"half.cube\"</value>", "<value>\"x.cube\"</value>", 0),
+       "the LUT \"x.cube\" is neither in the document nor a shipped LUT"},
+      {"animated",
+       ReplaceNth(ReplaceNth(text, "<layer>\"1\"</layer>", "<layer>\"0\"</layer>", 0),
+                  "<time>\"0\"</time>", "<time>\"24\"</time>", 1),
+       "track 0, layer 0 is animated over 2 keyframes"},
+      {"no_operation", "<Tincta>\n</Tincta>\n", "holds no LUT operation"},
+      {"not_xml", "<Tincta>\n  <keyframe>\n", "not a look document that can be read"},
+  };
+  for (const SCase& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::string look = dir.Write(std::string(c.name) + ".look", c.text);
+    const std::string output = (dir.Path() / (std::string(c.name) + ".exr")).string();
+    const auto run = Apply(Quote(look) + " " + Quote(input) + " " + Quote(output));
+    EXPECT_EQ(run.status, 1);
+    EXPECT_NE(run.err.find(c.message), std::string::npos) << run.err;
+    EXPECT_FALSE(fs::exists(output));
+  }
+}
+
 TEST_F(ToolColour, RequestsAFormatCannotHoldAreRefused) {
   const std::string rgba = (dir.Path() / "rgba.png").string();
   WritePixels(rgba, OIIO::TypeDesc::UINT8, {{0.5f, 0.5f}}, true);

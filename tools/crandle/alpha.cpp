@@ -80,4 +80,30 @@ void AssociateAlpha(SImage& image) {
   }
 }
 
+SAlphaPlan PlanAlpha(const SImage& image, const SChannelLayout& layout,
+                     const std::string& outputPath, bool asStored) {
+  SAlphaPlan plan;
+  const bool associated = ColourIsAssociated(image, layout);
+  plan.unassociate = associated && !asStored;
+  plan.associateForWriter =
+      layout.alpha >= 0 && !associated && !WriterKeepsUnassociatedAlpha(outputPath);
+  return plan;
+}
+
+bool PackForGrade(const SImage& image, const SChannelLayout& layout, const SAlphaPlan& plan,
+                  CPicture& picture) {
+  if (!plan.unassociate) return PackImage(image, layout, picture);
+  if (!PackImageAsFloat(image, layout, picture)) return false;
+  DivideByAlpha(picture);
+  return true;
+}
+
+SImage UnpackGraded(CPicture& picture, const SImage& source, const SChannelLayout& layout,
+                    const SAlphaPlan& plan) {
+  if (plan.unassociate) ReassociateAlpha(picture, source, layout);
+  SImage output = UnpackPicture(picture, source, layout);
+  if (plan.associateForWriter) AssociateAlpha(output);
+  return output;
+}
+
 }  // namespace crandle_tool

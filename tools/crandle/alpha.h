@@ -33,4 +33,28 @@ void ReassociateAlpha(CPicture& picture, const SImage& source, const SChannelLay
 /// "oiio:UnassociatedAlpha".
 void AssociateAlpha(SImage& image);
 
+/// What grading one image under alpha takes, decided from the image and where it goes.
+struct SAlphaPlan {
+  bool unassociate = false;         ///< divide by alpha before the LUT, multiply after
+  bool associateForWriter = false;  ///< multiply the result for a writer of associated colour
+  /// Both steps work on float pictures, so that the grade is not quantised between them.
+  bool FloatResult() const { return unassociate || associateForWriter; }
+};
+
+/// The plan for grading `image` into `outputPath`; `asStored` grades the stored values as they
+/// are (no division).
+SAlphaPlan PlanAlpha(const SImage& image, const SChannelLayout& layout,
+                     const std::string& outputPath, bool asStored);
+
+/// Packs `image` into `picture` for the grade: as `PackImage` does, or in float divided by alpha
+/// when the plan says so. False when the memory is not there.
+bool PackForGrade(const SImage& image, const SChannelLayout& layout, const SAlphaPlan& plan,
+                  CPicture& picture);
+
+/// The graded `picture` as an image to write (`UnpackPicture`), with alpha put back as the plan
+/// says; `picture` is reassociated in place, so a preview made from it afterwards shows what the
+/// file holds.
+SImage UnpackGraded(CPicture& picture, const SImage& source, const SChannelLayout& layout,
+                    const SAlphaPlan& plan);
+
 }  // namespace crandle_tool

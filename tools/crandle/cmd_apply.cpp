@@ -142,24 +142,19 @@ void ApplyToFile(const SApplyOptions& options, const SDeviceChoice& device,
   const OIIO::TypeDesc fileType = FileTypeFor(options.depth, image.spec.format);
   if (!CheckFormatHolds(outputPath, fileType, !options.depth.empty(), layout.alpha >= 0, error))
     throw CApplyError("cannot write " + error);
-  // Associated colour is graded unassociated: divided by alpha before the LUT and multiplied back
-  // after, in float. Unassociated colour for a writer that takes associated colour is multiplied
-  // after the grade.
-  const bool unassociate = !options.premultiplied && ColourIsAssociated(image, layout);
-  const bool associateForWriter = layout.alpha >= 0 && !ColourIsAssociated(image, layout) &&
-                                  !WriterKeepsUnassociatedAlpha(outputPath);
-  const host::PixelFormat resultFormat =
-      unassociate || associateForWriter ? host::kPixelFormat_BGRA_4444_32f
-      : options.depth.empty()           ? PictureFormatFor(image.sampleType)
-                                        : PictureFormatFor(fileType);
+  // Associated colour is graded unassociated; unassociated colour is multiplied for a writer that
+  // takes associated colour.
+  const SAlphaPlan alpha = PlanAlpha(image, layout, outputPath, options.premultiplied);
+  const host::PixelFormat resultFormat = alpha.FloatResult() ? host::kPixelFormat_BGRA_4444_32f
+                                         : options.depth.empty()
+                                             ? PictureFormatFor(image.sampleType)
+                                             : PictureFormatFor(fileType);
   CPicture source;
   CPicture destination;
-  const bool packed =
-      unassociate ? PackImageAsFloat(image, layout, source) : PackImage(image, layout, source);
-  if (!packed || !destination.Allocate(source.Width(), source.Height(), resultFormat)) {
+  if (!PackForGrade(image, layout, alpha, source) ||
+      !destination.Allocate(source.Width(), source.Height(), resultFormat)) {
     throw CApplyError("not enough memory for " + inputPath);
   }
-  if (unassociate) DivideByAlpha(source);
   // The apply path may reorder a float source in place, so the preview's left half is made first.
   std::optional<CPicture> before;
   if (writePreview) {
@@ -181,9 +176,7 @@ void ApplyToFile(const SApplyOptions& options, const SDeviceChoice& device,
     throw CApplyError("applying the LUT to " + inputPath + " failed: " + ResultCodeText(result));
   }
   const Clock::time_point writeStart = Clock::now();
-  if (unassociate) ReassociateAlpha(destination, image, layout);
-  SImage output = UnpackPicture(destination, image, layout);
-  if (associateForWriter) AssociateAlpha(output);
+  SImage output = UnpackGraded(destination, image, layout, alpha);
   if (!options.depth.empty()) output.spec.erase_attribute("oiio:BitsPerSample");
   // Both files are complete before either replaces anything: a preview that cannot be written
   // leaves the output as it was.

@@ -104,12 +104,21 @@ bool LoadLookDocumentLUTs(const std::string& path, const std::string& payloadPat
     return false;
   }
 
-  // The document's own LUTs by the name their operations use, each made a handle once.
-  std::map<std::string, std::shared_ptr<void>, std::less<>> byName;
+  // The document's own LUTs by the name their operations use. Two LUT files of one name (packed
+  // from two folders) are told apart by order: the n-th operation naming it takes the n-th LUT.
+  struct SNamed {
+    std::vector<std::shared_ptr<void>> luts;
+    bool differ = false;  // the LUTs of this name differ in content
+    size_t used = 0;
+  };
+  std::map<std::string, SNamed, std::less<>> byName;
   for (auto& entry : document->MutableLUTs()) {
-    const std::string name = entry.lut->SourcePath();
-    if (!byName.count(name))
-      byName.emplace(name, std::shared_ptr<Tincta::COv3DLUT>(std::move(entry.lut)));
+    SNamed& named = byName[entry.lut->SourcePath()];
+    if (!named.luts.empty()) {
+      const auto* first = static_cast<const Tincta::COv3DLUT*>(named.luts.front().get());
+      named.differ = named.differ || first->ContentDigest() != entry.lut->ContentDigest();
+    }
+    named.luts.push_back(std::shared_ptr<Tincta::COv3DLUT>(std::move(entry.lut)));
   }
   std::map<std::string, std::string, std::less<>> missing;
   for (const std::string& entry : document->MissingEmbeddedLUTs()) {
@@ -140,7 +149,17 @@ bool LoadLookDocumentLUTs(const std::string& path, const std::string& payloadPat
           return false;
         }
         if (const auto found = byName.find(*name); found != byName.end()) {
-          luts.push_back(found->second);
+          SNamed& named = found->second;
+          if (!named.differ) {
+            luts.push_back(named.luts.front());
+          } else if (named.used < named.luts.size()) {
+            luts.push_back(named.luts[named.used++]);
+          } else {
+            error = path + ": " + std::to_string(named.luts.size()) +
+                    " different LUTs are named \"" + *name +
+                    "\", and more operations name it; which one each means is not known";
+            return false;
+          }
           continue;
         }
         if (missing.count(*name)) {
@@ -162,7 +181,7 @@ bool LoadLookDocumentLUTs(const std::string& path, const std::string& payloadPat
                                    host::kSettingShippedLUTDirectory + " to their folder)");
           return false;
         }
-        byName.emplace(*name, handle);
+        byName[*name].luts.push_back(handle);
         luts.push_back(std::move(handle));
       }
     }
