@@ -225,6 +225,21 @@ TEST_F(ToolColour, GradesUnassociatedColourAndKeepsTheFilesConvention) {
   }
 }
 
+// The GPU path gets the same division and multiplication around its ApplyLUT.
+TEST_F(ToolColour, AlphaOnTheOpenCLDevice) {
+  const std::string input = (dir.Path() / "in.exr").string();
+  const std::string output = (dir.Path() / "out.exr").string();
+  WritePixels(input, OIIO::TypeDesc::FLOAT, {{0.25f, 0.5f}, {0.3f, 0.f}}, false);
+  const auto run =
+      Apply("--device opencl:0 " + Quote(gamma) + " " + Quote(input) + " " + Quote(output));
+  if (run.err.find("no device opencl") != std::string::npos) GTEST_SKIP() << run.err;
+  ASSERT_EQ(run.status, 0) << run.err;
+  const SStored out = ReadStored(output);
+  ASSERT_EQ(out.samples.size(), 8u);
+  EXPECT_NEAR(out.samples[0], 0.5 * Graded(0.5), 1e-4);
+  EXPECT_EQ(out.samples[4], 0.3f);
+}
+
 TEST_F(ToolColour, LookDocumentsApplyTheirLUTsInOrder) {
   const std::string input = (dir.Path() / "in.exr").string();
   WritePixels(input, OIIO::TypeDesc::FLOAT, {{0.5f, 1.f}, {0.8f, 1.f}}, false);
