@@ -304,6 +304,33 @@ TEST_F(ToolColour, LUTsOfOneNameFromTwoFoldersKeepTheirOrder) {
   EXPECT_NEAR(ReadStored(output).samples[0], Graded(0.25), 1e-4);
 }
 
+// A document refers to a LUT that ships with the host by its file name and does not carry it.
+TEST_F(ToolColour, ShippedLUTsAreReadFromTheirFolder) {
+  const fs::path shipped = dir.Path() / "shipped";
+  fs::create_directories(shipped);
+  fs::copy_file(half, shipped / "half.cube");
+  const std::string setting =
+      "--set ColorTransforms.ShippedLUTDirectory=" + Quote(shipped.string());
+  const std::string look = (dir.Path() / "shipped.look").string();
+  ASSERT_EQ(
+      RunTool(setting + " look pack " + Quote(half) + " " + Quote(gamma) + " -o " + Quote(look))
+          .status,
+      0);
+  ASSERT_EQ(crandle_test::ReadFileBytes(look).find("<filename>\"half.cube\""), std::string::npos)
+      << "the shipped LUT is named, not carried";
+  const std::string input = (dir.Path() / "in.exr").string();
+  WritePixels(input, OIIO::TypeDesc::FLOAT, {{0.5f, 1.f}}, false);
+  const std::string output = (dir.Path() / "out.exr").string();
+  const auto run =
+      RunTool(setting + " apply " + Quote(look) + " " + Quote(input) + " " + Quote(output));
+  ASSERT_EQ(run.status, 0) << run.err;
+  EXPECT_NEAR(ReadStored(output).samples[0], Graded(0.25), 1e-4);
+  const auto without = Apply(Quote(look) + " " + Quote(input) + " " + Quote(output));
+  EXPECT_EQ(without.status, 1);
+  EXPECT_NE(without.err.find("set ColorTransforms.ShippedLUTDirectory"), std::string::npos)
+      << without.err;
+}
+
 TEST_F(ToolColour, LookDocumentsThatCannotBeAppliedAreRefused) {
   const std::string packed = (dir.Path() / "packed.look").string();
   ASSERT_EQ(

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <set>
 #include <string_view>
 
 #include "crandle/crandle.h"
@@ -120,9 +121,9 @@ bool LoadLookDocumentLUTs(const std::string& path, const std::string& payloadPat
     }
     named.luts.push_back(std::shared_ptr<Tincta::COv3DLUT>(std::move(entry.lut)));
   }
-  std::map<std::string, std::string, std::less<>> missing;
+  std::set<std::string, std::less<>> missing;  // file names of LUTs left in a payload
   for (const std::string& entry : document->MissingEmbeddedLUTs()) {
-    if (entry.size() > 32) missing.emplace(entry.substr(32), entry.substr(0, 32));
+    if (entry.size() > 32) missing.insert(entry.substr(32));
   }
 
   const auto& tracks = document->Animation().Tracks();
@@ -168,13 +169,15 @@ bool LoadLookDocumentLUTs(const std::string& path, const std::string& payloadPat
                                        : ", and " + payloadPath + " does not hold it");
           return false;
         }
-        // A shipped LUT is named, not carried.
+        // A shipped LUT is named, not carried: a file name in the shipped folder, never a path.
         const auto directory =
             host::Settings::Instance().GetString(host::kSettingShippedLUTDirectory);
-        const std::filesystem::path shipped =
-            directory ? std::filesystem::path(*directory) / *name : std::filesystem::path();
+        const bool fileName =
+            !name->empty() && name->find('/') == std::string::npos && *name != "." && *name != "..";
         std::shared_ptr<void> handle;
-        if (!directory || ParseLUTFile(shipped.string(), handle) != CRANDLE::kResultOK) {
+        if (!directory || !fileName ||
+            ParseLUTFile((std::filesystem::path(*directory) / *name).string(), handle) !=
+                CRANDLE::kResultOK) {
           error = path + ": the LUT \"" + *name + "\" is neither in the document nor " +
                   (directory ? "a LUT file in " + *directory
                              : std::string("a shipped LUT (set ") +
