@@ -402,10 +402,10 @@ TEST_F(ToolColour, RequestsAFormatCannotHoldAreRefused) {
     std::string mustNotExist;
   } cases[] = {
       {Quote(rgb) + " " + out + ".png --depth float",
-       "a PNG file cannot hold --depth float samples; it holds --depth 8 or 16", out + ".png"},
+       "PNG files cannot hold --depth float samples; they hold --depth 8 or 16", out + ".png"},
       {Quote(rgb) + " " + out + ".jpg --depth 16",
-       "a JPEG file cannot hold --depth 16 samples; it holds --depth 8", out + ".jpg"},
-      {Quote(rgba) + " " + out + ".jpg", "a JPEG file cannot hold the input's alpha channel",
+       "JPEG files cannot hold --depth 16 samples; they hold --depth 8", out + ".jpg"},
+      {Quote(rgba) + " " + out + ".jpg", "JPEG files cannot hold the input's alpha channel",
        out + ".jpg"},
       {Quote(animation) + " " + out + ".png", "a movie", out + ".png"},
       {Quote(rgb) + " " + Quote(readOnly), "read-only; it is not replaced", ""},

@@ -111,8 +111,8 @@ bool CheckFormatHolds(const std::string& path, OIIO::TypeDesc fileType, bool dep
   }
   const std::string format = FormatName(*output);
   if (hasAlpha && !output->supports("alpha")) {
-    error = path + ": a " + format +
-            " file cannot hold the input's alpha channel; write a format that can (EXR, TIFF, "
+    error = path + ": " + format +
+            " files cannot hold the input's alpha channel; write a format that can (EXR, TIFF, "
             "PNG)";
     return false;
   }
@@ -127,8 +127,8 @@ bool CheckFormatHolds(const std::string& path, OIIO::TypeDesc fileType, bool dep
   for (size_t i = 0; i < held.size(); ++i) {
     list += (i == 0 ? "" : i + 1 == held.size() ? " or " : ", ") + held[i];
   }
-  error = path + ": a " + format + " file cannot hold --depth " + DepthName(fileType) + " samples" +
-          (held.empty() ? std::string() : "; it holds --depth " + list);
+  error = path + ": " + format + " files cannot hold --depth " + DepthName(fileType) + " samples" +
+          (held.empty() ? std::string() : "; they hold --depth " + list);
   return false;
 }
 
