@@ -76,6 +76,9 @@ std::string OperationPlace(size_t track, size_t layer) {
 }  // namespace
 
 bool IsLookDocumentFile(const std::string& path) {
+  // Only a regular file is looked into: reading a pipe here would take bytes from its reader.
+  std::error_code ignored;
+  if (!std::filesystem::is_regular_file(path, ignored)) return false;
   std::ifstream file(path, std::ios::binary);
   std::string head(64 * 1024, '\0');
   file.read(head.data(), std::streamsize(head.size()));
