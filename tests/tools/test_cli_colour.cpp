@@ -112,6 +112,7 @@ TEST_F(ToolColour, GradesUnassociatedColourAndKeepsTheFilesConvention) {
     bool unassociatedOut;
     std::vector<double> expectedColour;  // per pixel, as the output stores it
     double tolerance;
+    const char* warning = nullptr;
   } cases[] = {
       {"png_partial_zero_full",
        "in.png",
@@ -183,6 +184,17 @@ TEST_F(ToolColour, GradesUnassociatedColourAndKeepsTheFilesConvention) {
        false,
        {Graded(0.25), Graded(0.3)},
        eHalf},
+      {"png_premultiplied_is_as_stored",
+       "in.png",
+       OIIO::TypeDesc::UINT16,
+       true,
+       "out.png",
+       "--premultiplied ",
+       {{0.5f, 0.5f}},
+       true,
+       {Graded(0.5)},
+       4 * e16,
+       "--premultiplied changes nothing"},
       {"png_to_exr_is_associated",
        "in.png",
        OIIO::TypeDesc::UINT16,
@@ -212,6 +224,10 @@ TEST_F(ToolColour, GradesUnassociatedColourAndKeepsTheFilesConvention) {
     const auto run =
         Apply(std::string(c.flags) + Quote(gamma) + " " + Quote(input) + " " + Quote(output));
     ASSERT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(run.err.find("warning") != std::string::npos, c.warning != nullptr) << run.err;
+    if (c.warning) {
+      EXPECT_NE(run.err.find(c.warning), std::string::npos) << run.err;
+    }
     const SStored in = ReadStored(input);
     const SStored out = ReadStored(output);
     EXPECT_EQ(out.unassociated, c.unassociatedOut);

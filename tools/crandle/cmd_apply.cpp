@@ -145,6 +145,14 @@ void ApplyToFile(const SApplyOptions& options, const SDeviceChoice& device,
   // Associated colour is graded unassociated; unassociated colour is multiplied for a writer that
   // takes associated colour.
   const SAlphaPlan alpha = PlanAlpha(image, layout, outputPath, options.premultiplied);
+  static bool toldAsStored = false;
+  if (options.premultiplied && !ColourIsAssociated(image, layout) && !toldAsStored) {
+    toldAsStored = true;
+    std::fprintf(stderr,
+                 "crandle apply: warning: --premultiplied changes nothing for %s, whose colour "
+                 "is not associated with alpha\n",
+                 inputPath.c_str());
+  }
   const host::PixelFormat resultFormat = alpha.FloatResult() ? host::kPixelFormat_BGRA_4444_32f
                                          : options.depth.empty()
                                              ? PictureFormatFor(image.sampleType)
