@@ -18,6 +18,7 @@
 #include <system_error>
 #include <vector>
 
+#include "alpha.h"
 #include "array_apply.h"
 #include "crandle/crandle.h"
 #include "host/initializer.h"
@@ -257,12 +258,15 @@ void ApplyFile(nb::handle lutOrPath, nb::handle inPath, nb::handle outPath, unsi
       error = input + " has no colour channel";
     }
     OIIO::TypeDesc fileType;
+    crandle_tool::SAlphaPlan alpha;
     if (error.empty()) {
       fileType = FileTypeFor(depth, image.spec.format);
-      const host::PixelFormat resultFormat = depth
+      alpha = crandle_tool::PlanAlpha(image, layout, output, false);
+      const host::PixelFormat resultFormat = alpha.FloatResult() ? host::kPixelFormat_BGRA_4444_32f
+                                             : depth
                                                  ? crandle_tool::PictureFormatFor(fileType)
                                                  : crandle_tool::PictureFormatFor(image.sampleType);
-      if (!crandle_tool::PackImage(image, layout, source) ||
+      if (!crandle_tool::PackForGrade(image, layout, alpha, source) ||
           !destination.Allocate(source.Width(), source.Height(), resultFormat)) {
         error = "not enough memory for " + input;
       }
@@ -272,7 +276,7 @@ void ApplyFile(nb::handle lutOrPath, nb::handle inPath, nb::handle outPath, unsi
                                          source, destination, threads);
     }
     if (error.empty() && code == CRANDLE::kResultOK) {
-      crandle_tool::SImage result = crandle_tool::UnpackPicture(destination, image, layout);
+      crandle_tool::SImage result = crandle_tool::UnpackGraded(destination, image, layout, alpha);
       if (depth) result.spec.erase_attribute("oiio:BitsPerSample");
       if (!crandle_tool::WriteImageAtomically(output, result, fileType, error))
         error = "cannot write " + output + ": " + error;

@@ -93,7 +93,9 @@ class ToolApply : public testing::Test {
 TEST_F(ToolApply, SixteenBitRGBAKeepsAlphaDepthAndMetadata) {
   const std::string input = WriteImage(dir, "in.tif", OIIO::TypeDesc::UINT16, 4);
   const std::string output = (dir.Path() / "out.tif").string();
-  const auto run = RunTool("apply " + Quote(lut) + " " + Quote(input) + " " + Quote(output));
+  // The colour as stored (associated with alpha), so that the affine look is exact.
+  const auto run =
+      RunTool("apply --premultiplied " + Quote(lut) + " " + Quote(input) + " " + Quote(output));
   ASSERT_EQ(run.status, 0) << run.err;
   const SReadBack in = ReadBack(input);
   const SReadBack out = ReadBack(output);

@@ -1,19 +1,24 @@
 // crandle apply: apply a LUT to images (or an image sequence) through the exported interface.
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cstdio>
 #include <memory>
 #include <optional>
 #include <string>
 #include <thread>
+#include <vector>
 
+#include "alpha.h"
 #include "apply_plan.h"
 #include "commands.h"
 #include "crandle/crandle.h"
-#include "foundation/utf16.h"
 #include "gpu_device.h"
 #include "image_file.h"
+#include "look_apply.h"
+#include "lut_file.h"
 #include "lut_report.h"
+#include "output_checks.h"
 #include "progress.h"
 #include "strip_apply.h"
 
@@ -22,6 +27,7 @@ namespace {
 
 struct SApplyOptions {
   std::string lutPath;
+  std::string payload;
   std::string input;
   std::string output;
   unsigned threads = std::clamp(std::thread::hardware_concurrency(), 1u, 256u);
@@ -31,6 +37,7 @@ struct SApplyOptions {
   std::string interpolation = "trilinear";
   std::string device = "cpu";
   bool verbose = false;
+  bool premultiplied = false;
 };
 
 using Clock = std::chrono::steady_clock;
@@ -81,12 +88,43 @@ struct SFrameSize {
   int height = 0;
 };
 
+// Applies the LUTs in order, one ApplyLUT each, through float working pictures between them.
+int ApplyChain(const std::vector<std::shared_ptr<void>>& luts, const SApplyOptions& options,
+               const SDeviceChoice& device, host::LUTInterpolationMethod method,
+               const CPicture& source, CPicture& destination, SDeviceTimings& timings,
+               std::string& deviceError) {
+  std::array<CPicture, 2> working;
+  for (size_t i = 0; i < luts.size(); ++i) {
+    const CPicture& from = i == 0 ? source : working[(i - 1) % 2];
+    CPicture& into = i + 1 == luts.size() ? destination : working[i % 2];
+    if (&into != &destination && into.Bytes() == 0 &&
+        !into.Allocate(source.Width(), source.Height(), host::kPixelFormat_BGRA_4444_32f)) {
+      throw CApplyError("not enough memory for a working picture");
+    }
+    SDeviceTimings step;
+    const int result =
+        device.device ? ApplyOnGPU(device.device, luts[i], method, from, into, step, deviceError)
+                      : ApplyInStrips(luts[i], method, from, into, options.threads);
+    timings.uploadMs += step.uploadMs;
+    timings.applyMs += step.applyMs;
+    timings.downloadMs += step.downloadMs;
+    if (result != CRANDLE::kResultOK || !deviceError.empty()) return result;
+  }
+  return CRANDLE::kResultOK;
+}
+
 void ApplyToFile(const SApplyOptions& options, const SDeviceChoice& device,
-                 const std::shared_ptr<void>& lut, host::LUTInterpolationMethod method,
-                 const std::string& inputPath, const std::string& outputPath, bool writePreview,
+                 const std::vector<std::shared_ptr<void>>& luts,
+                 host::LUTInterpolationMethod method, const std::string& inputPath,
+                 const std::string& outputPath, bool writePreview,
                  std::optional<SFrameSize>& firstSize) {
   SImage image;
   std::string error;
+  // Nothing is read or applied for an output that could not be put in place.
+  if (!CheckWritable(outputPath, error))
+    throw CApplyError("cannot write " + outputPath + ": " + error);
+  if (writePreview && !CheckWritable(options.preview, error))
+    throw CApplyError("cannot write the preview " + options.preview + ": " + error);
   const Clock::time_point readStart = Clock::now();
   if (!ReadImage(inputPath, image, error))
     throw CApplyError("cannot read " + inputPath + ": " + error);
@@ -103,11 +141,26 @@ void ApplyToFile(const SApplyOptions& options, const SDeviceChoice& device,
   // The result is rendered straight into the output's depth, so a deeper output is not limited
   // by the input's quantisation.
   const OIIO::TypeDesc fileType = FileTypeFor(options.depth, image.spec.format);
-  const host::PixelFormat resultFormat =
-      options.depth.empty() ? PictureFormatFor(image.sampleType) : PictureFormatFor(fileType);
+  if (!CheckFormatHolds(outputPath, fileType, !options.depth.empty(), layout.alpha >= 0, error))
+    throw CApplyError("cannot write " + error);
+  // Associated colour is graded unassociated; unassociated colour is multiplied for a writer that
+  // takes associated colour.
+  const SAlphaPlan alpha = PlanAlpha(image, layout, outputPath, options.premultiplied);
+  static bool toldAsStored = false;
+  if (options.premultiplied && !ColourIsAssociated(image, layout) && !toldAsStored) {
+    toldAsStored = true;
+    std::fprintf(stderr,
+                 "crandle apply: warning: --premultiplied changes nothing for %s, whose colour "
+                 "is not associated with alpha\n",
+                 inputPath.c_str());
+  }
+  const host::PixelFormat resultFormat = alpha.FloatResult() ? host::kPixelFormat_BGRA_4444_32f
+                                         : options.depth.empty()
+                                             ? PictureFormatFor(image.sampleType)
+                                             : PictureFormatFor(fileType);
   CPicture source;
   CPicture destination;
-  if (!PackImage(image, layout, source) ||
+  if (!PackForGrade(image, layout, alpha, source) ||
       !destination.Allocate(source.Width(), source.Height(), resultFormat)) {
     throw CApplyError("not enough memory for " + inputPath);
   }
@@ -122,9 +175,7 @@ void ApplyToFile(const SApplyOptions& options, const SDeviceChoice& device,
   SDeviceTimings deviceTimings;
   std::string deviceError;
   const int result =
-      device.device
-          ? ApplyOnGPU(device.device, lut, method, source, destination, deviceTimings, deviceError)
-          : ApplyInStrips(lut, method, source, destination, options.threads);
+      ApplyChain(luts, options, device, method, source, destination, deviceTimings, deviceError);
   const double applyMs = MillisecondsSince(applyStart);
   if (!deviceError.empty()) {
     throw CApplyError(inputPath + " on " + device.label + ": " + deviceError + " (" +
@@ -134,7 +185,7 @@ void ApplyToFile(const SApplyOptions& options, const SDeviceChoice& device,
     throw CApplyError("applying the LUT to " + inputPath + " failed: " + ResultCodeText(result));
   }
   const Clock::time_point writeStart = Clock::now();
-  SImage output = UnpackPicture(destination, image, layout);
+  SImage output = UnpackGraded(destination, image, layout, alpha);
   if (!options.depth.empty()) output.spec.erase_attribute("oiio:BitsPerSample");
   // Both files are complete before either replaces anything: a preview that cannot be written
   // leaves the output as it was.
@@ -161,15 +212,33 @@ void ApplyToFile(const SApplyOptions& options, const SDeviceChoice& device,
   }
 }
 
-int RunApply(const SApplyOptions& options) {
+bool LoadLUTs(const SApplyOptions& options, std::vector<std::shared_ptr<void>>& luts) {
+  if (IsLookDocumentFile(options.lutPath)) {
+    std::string error;
+    if (LoadLookDocumentLUTs(options.lutPath, options.payload, luts, error)) return true;
+    std::fprintf(stderr, "crandle apply: %s\n", error.c_str());
+    return false;
+  }
+  if (!options.payload.empty()) {
+    std::fprintf(stderr, "crandle apply: --payload goes with a look document, and %s is not one\n",
+                 options.lutPath.c_str());
+    return false;
+  }
   std::shared_ptr<void> lut;
-  const int parsed = CRANDLE::ParseLUT(Tincta::Utf8ToUtf16(options.lutPath), lut);
+  const int parsed = ParseLUTFile(options.lutPath, lut);
   if (parsed != CRANDLE::kResultOK) {
     std::fprintf(stderr, "crandle apply: %s: %s: %s\n", options.lutPath.c_str(),
                  ResultCodeText(parsed).c_str(),
                  ParseFailureReason(options.lutPath, parsed).c_str());
-    return 1;
+    return false;
   }
+  luts.assign(1, std::move(lut));
+  return true;
+}
+
+int RunApply(const SApplyOptions& options) {
+  std::vector<std::shared_ptr<void>> luts;
+  if (!LoadLUTs(options, luts)) return 1;
   const auto method = options.interpolation == "tetrahedral"
                           ? host::LUTInterpolationMethod::Tetrahedral
                           : host::LUTInterpolationMethod::Trilinear;
@@ -180,10 +249,7 @@ int RunApply(const SApplyOptions& options) {
     return 1;
   }
   if (!device.device && method == host::LUTInterpolationMethod::Tetrahedral) {
-    std::fprintf(stderr,
-                 "crandle apply: --interp tetrahedral runs on GPU devices only (the CPU path is "
-                 "trilinear); choose one with --device: %s\n",
-                 GPUDeviceList().c_str());
+    std::fprintf(stderr, "crandle apply: %s\n", TetrahedralOnCPUMessage().c_str());
     return 1;
   }
   std::vector<SApplyJob> jobs;
@@ -198,7 +264,7 @@ int RunApply(const SApplyOptions& options) {
     std::optional<CProgress> progress;
     if (jobs.size() > 1) progress.emplace("applying", long(jobs.size()));
     for (const SApplyJob& job : jobs) {
-      ApplyToFile(options, device, lut, method, job.input, job.output,
+      ApplyToFile(options, device, luts, method, job.input, job.output,
                   &job == &jobs.front() && !options.preview.empty(), firstSize);
       if (progress) progress->Step();
     }
@@ -214,7 +280,11 @@ int RunApply(const SApplyOptions& options) {
 void AddApplyCommand(CLI::App& app) {
   auto options = std::make_shared<SApplyOptions>();
   CLI::App* command = app.add_subcommand("apply", "Apply a LUT to an image or an image sequence");
-  command->add_option("LUT", options->lutPath, "LUT file of any supported format")->required();
+  command
+      ->add_option("LUT", options->lutPath,
+                   "LUT file of any supported format, or a look document (whose LUT operations "
+                   "are applied in order)")
+      ->required();
   command
       ->add_option("IN", options->input,
                    "Input image (EXR, DPX, TIFF, PNG, JPEG...), a sequence pattern such as "
@@ -247,6 +317,12 @@ void AddApplyCommand(CLI::App& app) {
                    "Where to apply: cpu, opencl[:N], cuda[:N], or auto (the first CUDA device "
                    "when there is one, else the CPU)")
       ->capture_default_str();
+  command->add_option("--payload", options->payload,
+                      "The embedded-LUT payload that travels with the look document");
+  command->add_flag("--premultiplied", options->premultiplied,
+                    "Apply to the colour as the file stores it; by default colour associated "
+                    "with alpha (EXR, some TIFFs) is divided by alpha before the LUT and "
+                    "multiplied back after");
   command->add_flag("--verbose", options->verbose,
                     "Print how long reading, applying and writing took for each image (on a GPU "
                     "device: uploading, applying and downloading)");

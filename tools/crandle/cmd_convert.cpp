@@ -18,6 +18,7 @@
 #include "lut/lut_writers.h"
 #include "lut/mesh_writer.h"
 #include "lut_bake.h"
+#include "lut_file.h"
 #include "lut_report.h"
 
 namespace crandle_tool {
@@ -120,7 +121,7 @@ int RunConvert(const SConvertOptions& options) {
     std::vector<const Tincta::COv3DLUT*> luts;
     for (const std::string& input : inputs) {
       std::shared_ptr<void> handle;
-      const int parsed = CRANDLE::ParseLUT(Tincta::Utf8ToUtf16(input), handle);
+      const int parsed = ParseLUTFile(input, handle);
       if (parsed != CRANDLE::kResultOK) {
         throw CConvertError(kFailed, input + ": " + ResultCodeText(parsed) + ": " +
                                          ParseFailureReason(input, parsed));

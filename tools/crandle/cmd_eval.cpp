@@ -11,9 +11,9 @@
 #include "api/lut_handle.h"
 #include "commands.h"
 #include "crandle/crandle.h"
-#include "foundation/utf16.h"
 #include "gpu_device.h"
 #include "lut/lut_evaluate.h"
+#include "lut_file.h"
 #include "lut_report.h"
 #include "picture.h"
 
@@ -51,14 +51,11 @@ int RunEval(const SEvalOptions& options) {
                           ? host::LUTInterpolationMethod::Tetrahedral
                           : host::LUTInterpolationMethod::Trilinear;
   if (!device.device && method == host::LUTInterpolationMethod::Tetrahedral) {
-    std::fprintf(stderr,
-                 "crandle eval: --interp tetrahedral runs on GPU devices only (the CPU path is "
-                 "trilinear); choose one with --device: %s\n",
-                 GPUDeviceList().c_str());
+    std::fprintf(stderr, "crandle eval: %s\n", TetrahedralOnCPUMessage().c_str());
     return 1;
   }
   std::shared_ptr<void> lut;
-  const int parsed = CRANDLE::ParseLUT(Tincta::Utf8ToUtf16(options.lutPath), lut);
+  const int parsed = ParseLUTFile(options.lutPath, lut);
   if (parsed != CRANDLE::kResultOK) {
     std::fprintf(stderr, "crandle eval: %s: %s: %s\n", options.lutPath.c_str(),
                  ResultCodeText(parsed).c_str(),

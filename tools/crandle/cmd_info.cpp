@@ -13,8 +13,8 @@
 #include "engine/cpu/cpu_kernels.h"
 #include "foundation/file.h"
 #include "foundation/simd_tier.h"
-#include "foundation/utf16.h"
 #include "gpu_report.h"
+#include "lut_file.h"
 #include "lut_report.h"
 
 namespace crandle_tool {
@@ -52,7 +52,7 @@ std::string ReadForBytes(const std::string& path, Tincta::SFileContents& content
 
 int ParseFile(const std::string& path, bool fromBytes, std::shared_ptr<void>& lut,
               std::string& readError) {
-  if (!fromBytes) return CRANDLE::ParseLUT(Tincta::Utf8ToUtf16(path), lut);
+  if (!fromBytes) return ParseLUTFile(path, lut);
   Tincta::SFileContents contents;
   readError = ReadForBytes(path, contents);
   if (!readError.empty()) return CRANDLE::kResultLUTFailed;

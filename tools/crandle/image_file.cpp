@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstring>
 #include <filesystem>
+#include <string_view>
 
 namespace crandle_tool {
 namespace {
@@ -32,15 +33,6 @@ void Pack(const SImage& image, const SChannelLayout& layout, CPicture& picture) 
       out[3] = layout.alpha >= 0 ? in[layout.alpha] : opaque;
     }
   }
-}
-
-// A source sample as a fraction of its full scale.
-float UnitSample(const SImage& image, size_t index) {
-  if (image.sampleType == OIIO::TypeDesc::UINT8) return image.samples[index] / 255.0f;
-  if (image.sampleType == OIIO::TypeDesc::UINT16) {
-    return reinterpret_cast<const uint16_t*>(image.samples.data())[index] / 65535.0f;
-  }
-  return reinterpret_cast<const float*>(image.samples.data())[index];
 }
 
 template <class T>
@@ -120,11 +112,45 @@ uint64_t PhysicalMemoryBytes() {
 
 }  // namespace
 
+float UnitSample(const SImage& image, size_t index) {
+  if (image.sampleType == OIIO::TypeDesc::UINT8) return image.samples[index] / 255.0f;
+  if (image.sampleType == OIIO::TypeDesc::UINT16) {
+    return reinterpret_cast<const uint16_t*>(image.samples.data())[index] / 65535.0f;
+  }
+  return reinterpret_cast<const float*>(image.samples.data())[index];
+}
+
 bool ReadImage(const std::string& path, SImage& image, std::string& error) {
-  auto input = OIIO::ImageInput::open(path);
+  // Readers of formats that store unassociated colour (PNG, some TIFFs) would otherwise multiply
+  // it by alpha on the way in, in the file's own precision; the grade decides what to do with it.
+  OIIO::ImageSpec hints;
+  hints.attribute("oiio:UnassociatedAlpha", 1);
+  auto input = OIIO::ImageInput::open(path, &hints);
   if (!input) {
     error = OIIO::geterror();
     if (error.empty()) error = "cannot open the image";
+    return false;
+  }
+  // Only the first picture would be graded and written: a movie or a file of several pictures is
+  // refused rather than cut down to one.
+  const int declared = input->spec().get_int_attribute("oiio:subimages", 0);
+  const bool movie = input->spec().get_int_attribute("oiio:Movie", 0) != 0 ||
+                     std::string_view(input->format_name()) == "FFmpeg movie";
+  const bool several = declared > 1 || input->seek_subimage(1, 0);
+  (void)input->geterror();  // the probe for a second picture records one where there is none
+  if (movie || several) {
+    const std::string count = declared > 1 ? std::to_string(declared) + " " : "several ";
+    error = movie ? "a movie (" + count +
+                        "frames) is not applied frame by frame; write its frames out as an image "
+                        "sequence and apply to that"
+                  : "the file holds " + count +
+                        "pictures (pages, parts or frames), and only a file of one picture can be "
+                        "applied";
+    return false;
+  }
+  if (!input->seek_subimage(0, 0)) {
+    error = input->geterror();
+    if (error.empty()) error = "cannot read the first picture";
     return false;
   }
   image.spec = input->spec();
@@ -208,6 +234,25 @@ bool PackImage(const SImage& image, const SChannelLayout& layout, CPicture& pict
     Pack<uint16_t>(image, layout, picture);
   } else {
     Pack<float>(image, layout, picture);
+  }
+  return true;
+}
+
+bool PackImageAsFloat(const SImage& image, const SChannelLayout& layout, CPicture& picture) {
+  if (!picture.Allocate(uint32_t(image.spec.width), uint32_t(image.spec.height),
+                        host::kPixelFormat_BGRA_4444_32f)) {
+    return false;
+  }
+  const size_t channels = size_t(image.spec.nchannels);
+  for (uint32_t y = 0; y < picture.Height(); ++y) {
+    auto* out = reinterpret_cast<float*>(picture.Row(y));
+    size_t in = size_t(y) * picture.Width() * channels;
+    for (uint32_t x = 0; x < picture.Width(); ++x, in += channels, out += 4) {
+      out[0] = UnitSample(image, in + size_t(layout.blue));
+      out[1] = UnitSample(image, in + size_t(layout.green));
+      out[2] = UnitSample(image, in + size_t(layout.red));
+      out[3] = layout.alpha >= 0 ? UnitSample(image, in + size_t(layout.alpha)) : 1.0f;
+    }
   }
   return true;
 }

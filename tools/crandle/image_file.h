@@ -29,7 +29,9 @@ struct SChannelLayout {
   bool grey = false;
 };
 
-/// Reads the first subimage of `path`; false with `error` set when it cannot.
+/// Reads the first subimage of `path`; false with `error` set when it cannot. Colour is read as
+/// stored: a file that keeps it unassociated from alpha gives it so, with "oiio:UnassociatedAlpha"
+/// set in the spec. A movie or a file of several pictures is refused.
 bool ReadImage(const std::string& path, SImage& image, std::string& error);
 
 /// The colour and alpha channels of `spec`; false when it has no colour channel.
@@ -44,6 +46,12 @@ OIIO::TypeDesc SampleTypeOf(host::PixelFormat format);
 /// Fills `picture` (allocated here in `PictureFormatFor(image.sampleType)`) from the image's
 /// colour and alpha channels; alpha is full scale when the image has none.
 bool PackImage(const SImage& image, const SChannelLayout& layout, CPicture& picture);
+
+/// The same in the float format, whatever the image's sample type.
+bool PackImageAsFloat(const SImage& image, const SChannelLayout& layout, CPicture& picture);
+
+/// Sample `index` of `image` as a fraction of its full scale.
+float UnitSample(const SImage& image, size_t index);
 
 /// The image that holds `picture`'s colours, in the picture's sample type: same channels and
 /// metadata as `source` (a grey image becomes RGB, keeping its alpha); channels other than colour
