@@ -12,7 +12,6 @@
 #include "api/lut_handle.h"
 #include "commands.h"
 #include "crandle/crandle.h"
-#include "foundation/utf16.h"
 #include "lut/lut3d.h"
 #include "lut/lut_evaluate.h"
 #include "lut/lut_writers.h"

@@ -71,7 +71,7 @@ _crandle() {
       return
       ;;
     info) options="--help --json --from-bytes --system" ;;
-    apply) options="--help --threads --preview --depth --frames --interp --device --verbose" ;;
+    apply) options="--help --threads --preview --depth --frames --interp --device --premultiplied --payload --verbose" ;;
     eval) options="--help --exact --device --interp" ;;
     convert) options="--help --size --format --bits" ;;
     formats) options="--help" ;;
