@@ -12,6 +12,7 @@
 #include "gpu_device.h"
 #include "image_file.h"
 #include "lut_report.h"
+#include "lut_source.h"
 #include "progress.h"
 #include "sequence.h"
 #include "strip_apply.h"
@@ -21,6 +22,7 @@ namespace {
 
 struct SApplyOptions {
   std::string lutPath;
+  std::string correctionId;
   std::string input;
   std::string output;
   unsigned threads = 1;
@@ -162,11 +164,11 @@ void ApplyToFile(const SApplyOptions& options, const SDeviceChoice& device,
 
 int RunApply(const SApplyOptions& options) {
   std::shared_ptr<void> lut;
-  const int parsed = CRANDLE::ParseLUT(Tincta::Utf8ToUtf16(options.lutPath), lut);
+  const int parsed = ParseLUTFile(options.lutPath, options.correctionId, lut);
   if (parsed != CRANDLE::kResultOK) {
     std::fprintf(stderr, "crandle apply: %s: %s: %s\n", options.lutPath.c_str(),
                  ResultCodeText(parsed).c_str(),
-                 ParseFailureReason(options.lutPath, parsed).c_str());
+                 ParseFailureReason(options.lutPath, parsed, options.correctionId).c_str());
     return 1;
   }
   const auto method = options.interpolation == "tetrahedral"
@@ -220,6 +222,7 @@ void AddApplyCommand(CLI::App& app) {
   auto options = std::make_shared<SApplyOptions>();
   CLI::App* command = app.add_subcommand("apply", "Apply a LUT to an image or an image sequence");
   command->add_option("LUT", options->lutPath, "LUT file of any supported format")->required();
+  AddCorrectionIdOption(command, options->correctionId);
   command
       ->add_option("IN", options->input,
                    "Input image (EXR, DPX, TIFF, PNG, JPEG...), or a pattern such as shot.%04d.exr")

@@ -18,12 +18,14 @@
 #include "lut/otx3_writer.h"
 #include "lut_bake.h"
 #include "lut_report.h"
+#include "lut_source.h"
 
 namespace crandle_tool {
 namespace {
 
 struct SConvertOptions {
   std::string input;
+  std::string correctionId;
   std::string output;
   uint32_t size = 0;
 };
@@ -78,10 +80,10 @@ std::string WhyNotPlainCube(const Tincta::COv3DLUT& lut) {
 int RunConvert(const SConvertOptions& options) {
   try {
     std::shared_ptr<void> handle;
-    const int parsed = CRANDLE::ParseLUT(Tincta::Utf8ToUtf16(options.input), handle);
+    const int parsed = ParseLUTFile(options.input, options.correctionId, handle);
     if (parsed != CRANDLE::kResultOK) {
       throw CConvertError(options.input + ": " + ResultCodeText(parsed) + ": " +
-                          ParseFailureReason(options.input, parsed));
+                          ParseFailureReason(options.input, parsed, options.correctionId));
     }
     const Tincta::COv3DLUT& lut = *CRANDLE::detail::LUTOf(handle);
     Tincta::COv3DLUT baked;
@@ -136,6 +138,7 @@ void AddConvertCommand(CLI::App& app) {
   CLI::App* command = app.add_subcommand(
       "convert", "Write a LUT as an OTX3 float image (.otx3) or as cube text (.cube)");
   command->add_option("IN", options->input, "LUT file of any supported format")->required();
+  AddCorrectionIdOption(command, options->correctionId);
   command->add_option("OUT", options->output, "Output file: .otx3 or .cube")->required();
   command
       ->add_option(

@@ -13,6 +13,7 @@
 #include "foundation/utf16.h"
 #include "gpu_device.h"
 #include "lut_report.h"
+#include "lut_source.h"
 #include "picture.h"
 
 namespace crandle_tool {
@@ -20,6 +21,7 @@ namespace {
 
 struct SEvalOptions {
   std::string lutPath;
+  std::string correctionId;
   std::string device = "cpu";
   std::string interpolation = "trilinear";
 };
@@ -55,11 +57,11 @@ int RunEval(const SEvalOptions& options) {
     return 1;
   }
   std::shared_ptr<void> lut;
-  const int parsed = CRANDLE::ParseLUT(Tincta::Utf8ToUtf16(options.lutPath), lut);
+  const int parsed = ParseLUTFile(options.lutPath, options.correctionId, lut);
   if (parsed != CRANDLE::kResultOK) {
     std::fprintf(stderr, "crandle eval: %s: %s: %s\n", options.lutPath.c_str(),
                  ResultCodeText(parsed).c_str(),
-                 ParseFailureReason(options.lutPath, parsed).c_str());
+                 ParseFailureReason(options.lutPath, parsed, options.correctionId).c_str());
     return 1;
   }
   std::vector<float> colours;
@@ -124,6 +126,7 @@ void AddEvalCommand(CLI::App& app) {
   CLI::App* command = app.add_subcommand(
       "eval", "Read lines of 'R G B' from standard input and print what the LUT makes of each");
   command->add_option("LUT", options->lutPath, "LUT file of any supported format")->required();
+  AddCorrectionIdOption(command, options->correctionId);
   command
       ->add_option("--device", options->device,
                    "Where to apply: cpu, opencl[:N], cuda[:N], or auto (the first CUDA device "

@@ -10,5 +10,6 @@ void AddApplyCommand(CLI::App& app);
 void AddEvalCommand(CLI::App& app);
 void AddLookCommand(CLI::App& app);
 void AddConvertCommand(CLI::App& app);
+void AddCheckCommand(CLI::App& app);
 
 }  // namespace crandle_tool

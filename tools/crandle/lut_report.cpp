@@ -7,6 +7,7 @@
 #include "api/lut_handle.h"
 #include "crandle/crandle.h"
 #include "foundation/file.h"
+#include "lut_source.h"
 
 namespace crandle_tool {
 
@@ -34,7 +35,8 @@ std::string ResultCodeText(int result) {
   return text;
 }
 
-std::string ParseFailureReason(const std::string& path, int result) {
+std::string ParseFailureReason(const std::string& path, int result,
+                               const std::string& correctionId) {
   if (result == CRANDLE::kResultEmptyArgument) return "the path or the file is empty";
   if (result != CRANDLE::kResultLUTFailed) return "unexpected result";
   std::error_code error;
@@ -46,7 +48,9 @@ std::string ParseFailureReason(const std::string& path, int result) {
   if (Tincta::COvFile file; !file.Open(path)) return "the file cannot be read";
   const auto size = std::filesystem::file_size(path, error);
   if (!error && size > Tincta::kMaxLUTFileBytes) return "the file is larger than 200 MiB";
-  return "not a LUT in a format this tool reads, or a damaged one";
+  // The module says no more than its result code; the library, asked again, says why.
+  return "not a LUT in a format this tool reads, or a damaged one: " +
+         FailureText(CheckLUTFile(path, correctionId));
 }
 
 }  // namespace crandle_tool
