@@ -93,7 +93,7 @@ TEST(ToolCheck, SaysWhyEachBrokenFileFailsWithItsExitCode) {
        "",
        1,
        {"failed: colour transformation: ASC CDL: 2 corrections (ids warm, cool) where a table "
-        "holds one; name one by its id"}},
+        "holds one; name one by its id with --cc-id"}},
       {"picked.ccc",
        Collection(),
        "--cc-id cool",
@@ -166,6 +166,19 @@ TEST(ToolCheck, InfoEvalAndApplyKeepTheirLineAndAddTheReason) {
                              (dir.Path() / "out.png").string() + "'");
   EXPECT_NE(apply.status, 0);
   EXPECT_NE(apply.err.find(expected), std::string::npos) << apply.err;
+}
+
+// The module reads a relative path from the LUT directory first; check reads the same file.
+TEST(ToolCheck, RelativePathsResolveAgainstTheLUTDirectoryAsTheModuleDoes) {
+  TempDir dir;
+  dir.Write("graded.cube", Replaced(kCube2, "0 1 0", "1 x 1"));
+  const std::string base = "--set ColorTransforms.LUTBaseDirectory='" + dir.Path().string() + "' ";
+  const auto check = RunTool(base + "check graded.cube");
+  EXPECT_EQ(check.status, 1);
+  EXPECT_EQ(check.out, "graded.cube: failed: cube: line 4: '1 x 1' is not three numbers\n");
+  const auto info = RunTool(base + "info graded.cube");
+  EXPECT_EQ(info.status, 1);
+  EXPECT_NE(info.err.find("line 4: '1 x 1' is not three numbers"), std::string::npos) << info.err;
 }
 
 // slope 0.8 and 0.5 at input 0.5: 0.4 and 0.25 (a 1-D table of 1024 entries holds both

@@ -1,9 +1,13 @@
 #include "lut_source.h"
 
+#include <filesystem>
+#include <system_error>
+
 #include "crandle/crandle.h"
 #include "foundation/file.h"
 #include "foundation/path_title.h"
 #include "foundation/utf16.h"
+#include "host/settings.h"
 
 namespace crandle_tool {
 namespace {
@@ -31,6 +35,14 @@ std::string FileProblem(Tincta::EFileReadResult result) {
 
 }  // namespace
 
+std::string LUTPathAsTheModuleOpensIt(const std::string& path) {
+  const bool relative = path.empty() || path.front() != '/' || path.find("..") != std::string::npos;
+  if (!relative) return path;
+  const std::string resolved = host::Settings::Instance().ResolveLUTPath(path);
+  std::error_code error;
+  return std::filesystem::exists(resolved, error) ? resolved : path;
+}
+
 void AddCorrectionIdOption(CLI::App* command, std::string& correctionId) {
   command
       ->add_option("--cc-id", correctionId,
@@ -41,7 +53,9 @@ void AddCorrectionIdOption(CLI::App* command, std::string& correctionId) {
 SLUTFileCheck CheckLUTFile(const std::string& path, const std::string& correctionId) {
   SLUTFileCheck check;
   Tincta::SFileContents contents;
-  check.fileProblem = FileProblem(Tincta::ReadWholeFile(path, Tincta::kMaxLUTFileBytes, contents));
+  const Tincta::EFileReadResult read =
+      Tincta::ReadWholeFile(LUTPathAsTheModuleOpensIt(path), Tincta::kMaxLUTFileBytes, contents);
+  check.fileProblem = FileProblem(read);
   if (!check.fileProblem.empty()) return check;
   auto lut = std::make_shared<Tincta::COv3DLUT>();
   // The module's arguments for a path: no upsampling asked, any kind, text corrections allowed.
@@ -74,8 +88,12 @@ int ParseLUTFile(const std::string& path, const std::string& correctionId,
 std::string FailureText(const SLUTFileCheck& check) {
   if (!check.fileProblem.empty()) return check.fileProblem;
   const Tincta::SLUTReadDiagnostics& diagnostics = check.diagnostics;
-  const std::string reason =
+  std::string reason =
       diagnostics.failure ? diagnostics.failure->Text() : std::string("no reason given");
+  // The library names a correction by its id; the tool knows the option that does it.
+  if (diagnostics.reader == kCorrectionReader && reason.ends_with("name one by its id")) {
+    reason += " with --cc-id";
+  }
   if (diagnostics.reader.empty()) return reason;
   return diagnostics.reader + ": " + reason;
 }

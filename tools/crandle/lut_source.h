@@ -12,6 +12,10 @@
 
 namespace crandle_tool {
 
+/// The file the module opens for `path`: a relative path (or one with "..") in the LUT directory
+/// when it is there, else the path as given.
+std::string LUTPathAsTheModuleOpensIt(const std::string& path);
+
 /// Adds `--cc-id ID` to a command that takes a LUT path.
 void AddCorrectionIdOption(CLI::App* command, std::string& correctionId);
 
