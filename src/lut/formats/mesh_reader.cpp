@@ -158,12 +158,13 @@ bool CMeshReader::ReadHeaderComment(std::string_view comment) {
   comment = TrimLine(comment);
   if (comment.empty() || !IsDigit(comment.front())) return true;
   SShaperLine read;
-  switch (ReadShaperLine(comment, options_.upsampleToPowerOfTwo, read, false)) {
+  std::string whyInvalid;
+  switch (ReadShaperLine(comment, options_.upsampleToPowerOfTwo, read, false,
+                         options_.diagnostics ? &whyInvalid : nullptr)) {
     case EShaperLineOutcome::NotAShaperLine:
       return true;  // a comment that merely starts with a number
     case EShaperLineOutcome::Invalid:
-      return Fail(QuoteLine(comment) +
-                  " is no valid shaper line (4 to 256 rising codes up to 4096)");
+      return Fail("shaper line: " + whyInvalid);
     case EShaperLineOutcome::Read:
       break;
   }
