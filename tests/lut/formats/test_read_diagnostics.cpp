@@ -2,11 +2,13 @@
 // them, the first failure with its line and the warnings; and that asking for diagnostics never
 // changes what a read yields.
 #include <cstring>
+#include <filesystem>
 #include <ostream>
 #include <string>
 #include <vector>
 
 #include "support/lut_test.h"
+#include "support/temp_dir.h"
 
 namespace crandle_test {
 namespace {
@@ -348,13 +350,22 @@ SReadResult Read(const std::string& bytes, bool upsample, SLUTReadDiagnostics* d
 }
 
 // The module never asks for diagnostics; what a read yields must not depend on them, bit for bit,
-// with and without upsampling, for the broken files above and a valid file of every format.
+// with and without upsampling, for the broken files above, a valid file of every format, the
+// regression files and the fuzz corpus.
 TEST_F(LUTTest, DiagnosticsNeverChangeWhatAReadYields) {
   std::vector<std::string> inputs;
   for (const SDiagnosisCase& c : Cases())
     inputs.push_back(c.bytes);
   for (const SSeed& seed : ParseLUTDataSeeds())
     inputs.push_back(seed.bytes);
+  // The regression files of broken LUTs and the fuzz corpus too.
+  for (const std::string& folder :
+       {std::string(CRANDLE_TEST_DATA_DIR) + "/lut",
+        std::string(CRANDLE_SOURCE_DIR) + "/fuzz/corpus/parse_lut_data"}) {
+    for (const auto& entry : std::filesystem::directory_iterator(folder))
+      inputs.push_back(ReadFileBytes(entry.path().string()));
+  }
+  EXPECT_GT(inputs.size(), Cases().size() + 30);
   for (const bool upsample : {false, true}) {
     for (size_t i = 0; i < inputs.size(); ++i) {
       SLUTReadDiagnostics diagnostics;
