@@ -1,8 +1,9 @@
 // Arbitrary bytes through the format detector and every reader, with each kind filter and with
-// and without upsampling.
+// and without upsampling, each read once more with a diagnostics record that must not change it.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 
 #include "host/log.h"
 #include "host/settings.h"
@@ -24,6 +25,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       const bool loaded = lut.ParseLUTData(data, uint32_t(size), upsample, kind, true);
       // A failed read leaves nothing; a loaded one respects the filter and the limits.
       if (!loaded && (lut.Size() != 0 || lut.Table() || lut.InputShaper())) std::abort();
+      // Asking why must never change what is read.
+      Tincta::COv3DLUT diagnosed;
+      Tincta::SLUTReadDiagnostics diagnostics;
+      const bool diagnosedLoaded =
+          diagnosed.ParseLUTData(data, uint32_t(size), upsample, kind, true, &diagnostics);
+      if (diagnosedLoaded != loaded || diagnosedLoaded == diagnostics.failure.has_value())
+        std::abort();
+      if (loaded && (diagnosed.Size() != lut.Size() || diagnosed.Is3D() != lut.Is3D() ||
+                     std::memcmp(diagnosed.Table(), lut.Table(),
+                                 lut.EntryCount() * 4 * sizeof(float)) != 0)) {
+        std::abort();
+      }
       if (!loaded) continue;
       if (lut.Size() == 0 || !lut.Table()) std::abort();
       if (kind == Tincta::ELUTKindFilter::Only1D && lut.Is3D()) std::abort();

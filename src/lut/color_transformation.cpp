@@ -6,7 +6,10 @@
 #include <cctype>
 #include <charconv>
 #include <cmath>
+#include <cstdio>
+#include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "foundation/xml_storage.h"
@@ -76,9 +79,20 @@ void CollectCorrections(const pugi::xml_node& root, std::vector<pugi::xml_node>&
 
 }  // namespace
 
-bool COvColorTransformation::bParse(const void* text, size_t length) {
+bool COvColorTransformation::bParse(const void* text, size_t length, std::string_view correctionId,
+                                    std::string* whyNot) {
+  const auto refuse = [whyNot](std::string reason) {
+    if (whyNot) *whyNot = std::move(reason);
+    return false;
+  };
   pugi::xml_document document;
-  if (!XMLMarkupWithinLimit(text, length) || !document.load_buffer(text, length)) return false;
+  if (!XMLMarkupWithinLimit(text, length)) {
+    return refuse("more than " + std::to_string(kXmlMaxMarkup) + " markup characters");
+  }
+  if (const pugi::xml_parse_result parsed = document.load_buffer(text, length); !parsed) {
+    return refuse(std::string("not well-formed XML: ") + parsed.description() + " at byte " +
+                  std::to_string(parsed.offset));
+  }
   const pugi::xml_node root = document.document_element();
 
   std::vector<pugi::xml_node> corrections;
@@ -88,24 +102,57 @@ bool COvColorTransformation::bParse(const void* text, size_t length) {
              LocalNameIs(root, "ColorCorrectionCollection")) {
     CollectCorrections(root, corrections);
   }
-  // Several corrections are alternatives, not one transformation; picking one would be a guess.
-  if (corrections.size() != 1) return false;
-  const pugi::xml_node correction = corrections.front();
+  if (corrections.empty()) {
+    return refuse(std::string("no ColorCorrection in the XML (its root is ") + root.name() + ")");
+  }
+  std::string ids;
+  for (const pugi::xml_node& candidate : corrections) {
+    ids += (ids.empty() ? "" : ", ") + std::string(candidate.attribute("id").as_string("(no id)"));
+  }
+  pugi::xml_node correction;
+  if (correctionId.empty()) {
+    // Several corrections are alternatives, not one transformation; picking one would be a guess.
+    if (corrections.size() != 1) {
+      return refuse(std::to_string(corrections.size()) + " corrections (ids " + ids +
+                    ") where a table holds one; name one by its id");
+    }
+    correction = corrections.front();
+  } else {
+    for (const pugi::xml_node& candidate : corrections) {
+      if (candidate.attribute("id").as_string() == correctionId) {
+        correction = candidate;
+        break;
+      }
+    }
+    if (!correction) {
+      return refuse("no correction has the id '" + std::string(correctionId) + "' (ids " + ids +
+                    ")");
+    }
+  }
 
   const pugi::xml_node sop = Child(correction, "SOPNode");
-  if (!sop) return false;
+  if (!sop) return refuse("the correction has no SOPNode");
   std::array<double, 3> slope{}, offset{}, power{};
-  if (!ParseNumbers(Child(sop, "Slope").text().get(), slope.data(), 3) ||
-      !ParseNumbers(Child(sop, "Offset").text().get(), offset.data(), 3) ||
-      !ParseNumbers(Child(sop, "Power").text().get(), power.data(), 3)) {
-    return false;
+  const std::pair<const char*, double*> parts[] = {
+      {"Slope", slope.data()}, {"Offset", offset.data()}, {"Power", power.data()}};
+  for (const auto& [name, values] : parts) {
+    if (!ParseNumbers(Child(sop, name).text().get(), values, 3)) {
+      return refuse(std::string(name) + " is not three finite numbers");
+    }
   }
-  if (std::any_of(power.begin(), power.end(), [](double p) { return !(p > 0); })) return false;
+  if (std::any_of(power.begin(), power.end(), [](double p) { return !(p > 0); })) {
+    return refuse("a Power is not above 0");
+  }
 
   if (const pugi::xml_node sat = Child(correction, "SatNode")) {
     double saturation = 0;
-    if (!ParseNumbers(Child(sat, "Saturation").text().get(), &saturation, 1) || saturation != 1.0) {
-      return false;
+    if (!ParseNumbers(Child(sat, "Saturation").text().get(), &saturation, 1)) {
+      return refuse("Saturation is not one finite number");
+    }
+    if (saturation != 1.0) {
+      char number[32];
+      std::snprintf(number, sizeof(number), "%g", saturation);
+      return refuse(std::string("saturation ") + number + " cannot be held by a 1-D table");
     }
   }
 

@@ -7,6 +7,8 @@
 
 #include <array>
 #include <cstddef>
+#include <string>
+#include <string_view>
 
 namespace Tincta {
 
@@ -16,7 +18,10 @@ class COvColorTransformation {
   /// is no such correction: malformed XML, no or more than one ColorCorrection, a SOPNode
   /// missing or holding other than three finite numbers per element, a power not above 0, or a
   /// SatNode whose saturation is not 1 (saturation mixes channels, which a 1-D table cannot).
-  bool bParse(const void* text, size_t length);
+  /// With a `correctionId`, the ColorCorrection whose id attribute it is is taken, however many
+  /// the text holds. `whyNot`, when given, receives the reason of a refusal.
+  bool bParse(const void* text, size_t length, std::string_view correctionId = {},
+              std::string* whyNot = nullptr);
 
   /// out = clamp(in * slope + offset, 0, 1) ^ power, per channel.
   void Apply(const float in[3], float out[3]) const;

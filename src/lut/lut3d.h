@@ -17,8 +17,10 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "foundation/md5.h"
+#include "lut/read_diagnostics.h"
 
 namespace Tincta {
 
@@ -37,6 +39,12 @@ struct SParseOptions {
   bool upsampleToPowerOfTwo = false;
   ELUTKindFilter kindFilter = ELUTKindFilter::Any;
   bool allowTransformText = true;
+  /// Where a read notes why it failed and what looks damaged; null (the module's case) for none.
+  /// The detector hands it to the read, never to the probes.
+  SLUTReadDiagnostics* diagnostics = nullptr;
+  /// Which correction of an ASC CDL collection to take, by its id; empty (the module's case) for
+  /// the one correction a file must then hold.
+  std::string_view correctionId;
 };
 
 /// Limits of the tables read from files.
@@ -80,13 +88,17 @@ class COv3DLUT {
                     bool allowTransformText);
 
   /// Reads a LUT from `length` bytes (never cached, title and path untouched).
+  /// `diagnostics` and `correctionId` as in `SParseOptions`; the module passes neither.
   bool LoadFromMemory(const void* bytes, uint32_t length, bool upsampleToPowerOfTwo,
-                      ELUTKindFilter kindFilter, bool allowTransformText);
+                      ELUTKindFilter kindFilter, bool allowTransformText,
+                      SLUTReadDiagnostics* diagnostics = nullptr,
+                      std::string_view correctionId = {});
 
   /// The format detector and readers: recognises the format of the bytes and fills the object.
   /// False, with the object cleared, when no reader takes the bytes.
   bool ParseLUTData(const void* bytes, uint32_t length, bool upsampleToPowerOfTwo,
-                    ELUTKindFilter kindFilter, bool allowTransformText);
+                    ELUTKindFilter kindFilter, bool allowTransformText,
+                    SLUTReadDiagnostics* diagnostics = nullptr, std::string_view correctionId = {});
 
   /// Rebuilds the table at `newSize` points (cubic Hermite, Catmull-Rom tangents, separable for
   /// 3-D). Nothing changes for 0 or the current size. False, table unchanged, without memory.

@@ -16,8 +16,9 @@ bool IsAbsolutePath(std::string_view path) {
     return false;
   }
   if (!path.empty() && path.front() == '/') return true;
-  const bool driveLetter = path.size() >= 2 && path[1] == ':' &&
-                           ((path[0] >= 'A' && path[0] <= 'Z') || (path[0] >= 'a' && path[0] <= 'z'));
+  const bool driveLetter =
+      path.size() >= 2 && path[1] == ':' &&
+      ((path[0] >= 'A' && path[0] <= 'Z') || (path[0] >= 'a' && path[0] <= 'z'));
   return driveLetter;
 }
 
@@ -66,8 +67,8 @@ bool COv3DLUT::LoadFromFile(const std::string& path, bool upsampleToPowerOfTwo,
   file.Close();
 
   title_ = PathTitleUtf8(openedPath);
-  if (!ParseLUTData(contents.bytes.get(), static_cast<uint32_t>(contents.size), upsampleToPowerOfTwo,
-                    kindFilter, allowTransformText)) {
+  if (!ParseLUTData(contents.bytes.get(), static_cast<uint32_t>(contents.size),
+                    upsampleToPowerOfTwo, kindFilter, allowTransformText)) {
     return false;
   }
   if (!WidenShort1DTable(*this)) {
@@ -84,9 +85,14 @@ bool COv3DLUT::LoadFromFile(const std::string& path, bool upsampleToPowerOfTwo,
 }
 
 bool COv3DLUT::LoadFromMemory(const void* bytes, uint32_t length, bool upsampleToPowerOfTwo,
-                              ELUTKindFilter kindFilter, bool allowTransformText) {
-  if (!ParseLUTData(bytes, length, upsampleToPowerOfTwo, kindFilter, allowTransformText)) return false;
+                              ELUTKindFilter kindFilter, bool allowTransformText,
+                              SLUTReadDiagnostics* diagnostics, std::string_view correctionId) {
+  if (!ParseLUTData(bytes, length, upsampleToPowerOfTwo, kindFilter, allowTransformText,
+                    diagnostics, correctionId)) {
+    return false;
+  }
   if (!WidenShort1DTable(*this)) {
+    NoteFailure(diagnostics, 0, "not enough memory to widen the short 1-D table");
     Clear();
     return false;
   }

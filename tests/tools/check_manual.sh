@@ -67,7 +67,7 @@ expect() {
   got=$(complete_at "$@")
   [[ $got == "$want" ]] || fail "completing '$*': got '$got', want '$want'"
 }
-expect "info apply eval look convert formats" crandle ""
+expect "info apply eval look convert check plot formats" crandle ""
 expect "apply" crandle ap
 expect "--help --help-all" crandle --he
 expect "-h --help --help-all --version --set --settings" crandle -

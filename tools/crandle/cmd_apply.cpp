@@ -16,8 +16,8 @@
 #include "gpu_device.h"
 #include "image_file.h"
 #include "look_apply.h"
-#include "lut_file.h"
 #include "lut_report.h"
+#include "lut_source.h"
 #include "output_checks.h"
 #include "progress.h"
 #include "strip_apply.h"
@@ -28,6 +28,7 @@ namespace {
 struct SApplyOptions {
   std::string lutPath;
   std::string payload;
+  std::string correctionId;
   std::string input;
   std::string output;
   unsigned threads = std::clamp(std::thread::hardware_concurrency(), 1u, 256u);
@@ -225,11 +226,11 @@ bool LoadLUTs(const SApplyOptions& options, std::vector<std::shared_ptr<void>>& 
     return false;
   }
   std::shared_ptr<void> lut;
-  const int parsed = ParseLUTFile(options.lutPath, lut);
+  const int parsed = ParseLUTFile(options.lutPath, options.correctionId, lut);
   if (parsed != CRANDLE::kResultOK) {
     std::fprintf(stderr, "crandle apply: %s: %s: %s\n", options.lutPath.c_str(),
                  ResultCodeText(parsed).c_str(),
-                 ParseFailureReason(options.lutPath, parsed).c_str());
+                 ParseFailureReason(options.lutPath, parsed, options.correctionId).c_str());
     return false;
   }
   luts.assign(1, std::move(lut));
@@ -285,6 +286,7 @@ void AddApplyCommand(CLI::App& app) {
                    "LUT file of any supported format, or a look document (whose LUT operations "
                    "are applied in order)")
       ->required();
+  AddCorrectionIdOption(command, options->correctionId);
   command
       ->add_option("IN", options->input,
                    "Input image (EXR, DPX, TIFF, PNG, JPEG...), a sequence pattern such as "

@@ -17,8 +17,8 @@
 #include "lut/lut_writers.h"
 #include "lut/mesh_writer.h"
 #include "lut_bake.h"
-#include "lut_file.h"
 #include "lut_report.h"
+#include "lut_source.h"
 
 namespace crandle_tool {
 namespace {
@@ -26,6 +26,7 @@ namespace {
 struct SConvertOptions {
   // The LUTs in order, then the output.
   std::vector<std::string> paths;
+  std::string correctionId;
   uint32_t size = 0;
   std::string format;
   uint32_t bits = 0;
@@ -120,10 +121,10 @@ int RunConvert(const SConvertOptions& options) {
     std::vector<const Tincta::COv3DLUT*> luts;
     for (const std::string& input : inputs) {
       std::shared_ptr<void> handle;
-      const int parsed = ParseLUTFile(input, handle);
+      const int parsed = ParseLUTFile(input, options.correctionId, handle);
       if (parsed != CRANDLE::kResultOK) {
         throw CConvertError(kFailed, input + ": " + ResultCodeText(parsed) + ": " +
-                                         ParseFailureReason(input, parsed));
+                                         ParseFailureReason(input, parsed, options.correctionId));
       }
       luts.push_back(CRANDLE::detail::LUTOf(handle));
       handles.push_back(std::move(handle));
@@ -177,6 +178,7 @@ void AddConvertCommand(CLI::App& app) {
           "LUT... OUT: one or more LUT files of any supported format, then the output file")
       ->required()
       ->expected(2, -1);
+  AddCorrectionIdOption(command, options->correctionId);
   command
       ->add_option("--size", options->size,
                    "Bake into a 3-D table of N points per axis over the first LUT's input domain: "

@@ -13,8 +13,8 @@
 #include "crandle/crandle.h"
 #include "gpu_device.h"
 #include "lut/lut_evaluate.h"
-#include "lut_file.h"
 #include "lut_report.h"
+#include "lut_source.h"
 #include "picture.h"
 
 namespace crandle_tool {
@@ -22,6 +22,7 @@ namespace {
 
 struct SEvalOptions {
   std::string lutPath;
+  std::string correctionId;
   std::string device = "cpu";
   std::string interpolation = "trilinear";
   bool exact = false;
@@ -55,11 +56,11 @@ int RunEval(const SEvalOptions& options) {
     return 1;
   }
   std::shared_ptr<void> lut;
-  const int parsed = ParseLUTFile(options.lutPath, lut);
+  const int parsed = ParseLUTFile(options.lutPath, options.correctionId, lut);
   if (parsed != CRANDLE::kResultOK) {
     std::fprintf(stderr, "crandle eval: %s: %s: %s\n", options.lutPath.c_str(),
                  ResultCodeText(parsed).c_str(),
-                 ParseFailureReason(options.lutPath, parsed).c_str());
+                 ParseFailureReason(options.lutPath, parsed, options.correctionId).c_str());
     return 1;
   }
   std::vector<float> colours;
@@ -140,6 +141,7 @@ void AddEvalCommand(CLI::App& app) {
       "--exact", options->exact,
       "Evaluate the LUT's tables exactly (linear, trilinear at texel centres, the last entry "
       "reached at the domain's end, shaper then cube) instead of applying it");
+  AddCorrectionIdOption(command, options->correctionId);
   command
       ->add_option("--device", options->device,
                    "Where to apply: cpu, opencl[:N], cuda[:N], or auto (the first CUDA device "

@@ -14,14 +14,15 @@
 #include "foundation/file.h"
 #include "foundation/simd_tier.h"
 #include "gpu_report.h"
-#include "lut_file.h"
 #include "lut_report.h"
+#include "lut_source.h"
 
 namespace crandle_tool {
 namespace {
 
 struct SInfoOptions {
   std::vector<std::string> paths;
+  std::string correctionId;
   bool json = false;
   bool fromBytes = false;
   bool system = false;
@@ -50,9 +51,9 @@ std::string ReadForBytes(const std::string& path, Tincta::SFileContents& content
   return "the file cannot be read";
 }
 
-int ParseFile(const std::string& path, bool fromBytes, std::shared_ptr<void>& lut,
-              std::string& readError) {
-  if (!fromBytes) return ParseLUTFile(path, lut);
+int ParseFile(const std::string& path, bool fromBytes, const std::string& correctionId,
+              std::shared_ptr<void>& lut, std::string& readError) {
+  if (!fromBytes || !correctionId.empty()) return ParseLUTFile(path, correctionId, lut);
   Tincta::SFileContents contents;
   readError = ReadForBytes(path, contents);
   if (!readError.empty()) return CRANDLE::kResultLUTFailed;
@@ -110,7 +111,7 @@ int RunInfo(const SInfoOptions& options) {
   for (const std::string& path : options.paths) {
     std::shared_ptr<void> lut;
     std::string readError;
-    const int result = ParseFile(path, options.fromBytes, lut, readError);
+    const int result = ParseFile(path, options.fromBytes, options.correctionId, lut, readError);
     if (!readError.empty()) {
       std::fprintf(stderr, "%s: %s\n", path.c_str(), readError.c_str());
       status = 1;
@@ -118,7 +119,7 @@ int RunInfo(const SInfoOptions& options) {
     }
     if (result != CRANDLE::kResultOK) {
       std::fprintf(stderr, "%s: %s: %s\n", path.c_str(), ResultCodeText(result).c_str(),
-                   ParseFailureReason(path, result).c_str());
+                   ParseFailureReason(path, result, options.correctionId).c_str());
       status = 1;
       continue;
     }
@@ -139,6 +140,7 @@ void AddInfoCommand(CLI::App& app) {
   auto options = std::make_shared<SInfoOptions>();
   CLI::App* command = app.add_subcommand("info", "Parse LUT files and describe them");
   command->add_option("LUT", options->paths, "LUT files of any supported format");
+  AddCorrectionIdOption(command, options->correctionId);
   command->add_flag("--json", options->json, "One JSON object per file, each on its own line");
   command->add_flag(
       "--from-bytes", options->fromBytes,

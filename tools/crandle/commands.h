@@ -11,5 +11,7 @@ void AddEvalCommand(CLI::App& app);
 void AddLookCommand(CLI::App& app);
 void AddConvertCommand(CLI::App& app);
 void AddFormatsCommand(CLI::App& app);
+void AddCheckCommand(CLI::App& app);
+void AddPlotCommand(CLI::App& app);
 
 }  // namespace crandle_tool

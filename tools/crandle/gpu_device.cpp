@@ -32,6 +32,12 @@ std::string GPUDeviceList() {
   return list.empty() ? "none" : list;
 }
 
+std::string TetrahedralOnCPUMessage() {
+  return "--interp tetrahedral runs on GPU devices only (the CPU path is trilinear); choose "
+         "--device opencl[:N] or --device cuda[:N] (GPU devices here: " +
+         GPUDeviceList() + ")";
+}
+
 bool ChooseDevice(const std::string& request, SDeviceChoice& choice, std::string& error) {
   choice = {};
   if (request == "cpu") {

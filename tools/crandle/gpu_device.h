@@ -24,6 +24,9 @@ bool ChooseDevice(const std::string& request, SDeviceChoice& choice, std::string
 /// The GPU devices of this machine as "opencl:0 (name), cuda:0 (name)", or "none".
 std::string GPUDeviceList();
 
+/// "--interp tetrahedral runs on GPU devices only ..." for the CPU device, naming the devices.
+std::string TetrahedralOnCPUMessage();
+
 struct SDeviceTimings {
   double uploadMs = 0;
   double applyMs = 0;  ///< until the kernel has finished

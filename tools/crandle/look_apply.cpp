@@ -14,7 +14,7 @@
 #include "look/embedded_lut_payload.h"
 #include "look/look_document_reader.h"
 #include "look/look_reference.h"
-#include "lut_file.h"
+#include "lut_source.h"
 
 namespace crandle_tool {
 namespace {
@@ -179,7 +179,7 @@ bool LoadLookDocumentLUTs(const std::string& path, const std::string& payloadPat
             !name->empty() && name->find('/') == std::string::npos && *name != "." && *name != "..";
         std::shared_ptr<void> handle;
         if (!directory || !fileName ||
-            ParseLUTFile((std::filesystem::path(*directory) / *name).string(), handle) !=
+            ParseLUTFile((std::filesystem::path(*directory) / *name).string(), {}, handle) !=
                 CRANDLE::kResultOK) {
           error = path + ": the LUT \"" + *name + "\" is neither in the document nor " +
                   (directory ? "a LUT file in " + *directory

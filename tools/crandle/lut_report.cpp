@@ -7,6 +7,7 @@
 #include "api/lut_handle.h"
 #include "crandle/crandle.h"
 #include "foundation/file.h"
+#include "lut_source.h"
 
 namespace crandle_tool {
 
@@ -34,19 +35,23 @@ std::string ResultCodeText(int result) {
   return text;
 }
 
-std::string ParseFailureReason(const std::string& path, int result) {
+std::string ParseFailureReason(const std::string& path, int result,
+                               const std::string& correctionId) {
+  const std::string opened = LUTPathAsTheModuleOpensIt(path);
   if (result == CRANDLE::kResultEmptyArgument) return "the path or the file is empty";
   if (result != CRANDLE::kResultLUTFailed) return "unexpected result";
   std::error_code error;
-  const auto status = std::filesystem::status(path, error);
+  const auto status = std::filesystem::status(opened, error);
   if (error || !std::filesystem::exists(status)) return "no such file";
   if (std::filesystem::is_directory(status)) return "it is a directory";
   // Checked by kind rather than by opening it: opening a named pipe would wait for a writer.
   if (!std::filesystem::is_regular_file(status)) return "not a regular file (a pipe or a device)";
-  if (Tincta::COvFile file; !file.Open(path)) return "the file cannot be read";
-  const auto size = std::filesystem::file_size(path, error);
+  if (Tincta::COvFile file; !file.Open(opened)) return "the file cannot be read";
+  const auto size = std::filesystem::file_size(opened, error);
   if (!error && size > Tincta::kMaxLUTFileBytes) return "the file is larger than 200 MiB";
-  return "not a LUT in a format this tool reads, or a damaged one";
+  // The module says no more than its result code; the library, asked again, says why.
+  return "not a LUT in a format this tool reads, or a damaged one: " +
+         FailureText(CheckLUTFile(path, correctionId));
 }
 
 }  // namespace crandle_tool

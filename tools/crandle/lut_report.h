@@ -26,8 +26,9 @@ SLUTReport DescribeLUT(const std::shared_ptr<void>& lut);
 /// "0xa00f0001" and so on.
 std::string ResultCodeText(int result);
 
-/// Why parsing `path` failed with `result`, in plain words (looks at the file to tell a missing
-/// file from an oversized one from one that holds no LUT).
-std::string ParseFailureReason(const std::string& path, int result);
+/// Why parsing `path` (with `correctionId` as `--cc-id` gave it) failed with `result`, in plain
+/// words: a missing file, an oversized one, or what the reader found wrong, with its line.
+std::string ParseFailureReason(const std::string& path, int result,
+                               const std::string& correctionId = {});
 
 }  // namespace crandle_tool

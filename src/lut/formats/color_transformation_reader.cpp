@@ -1,5 +1,7 @@
 #include "lut/formats/color_transformation_reader.h"
 
+#include <string>
+
 #include "lut/color_transformation.h"
 
 namespace Tincta {
@@ -17,8 +19,26 @@ bool ReadColorTransformation(COv3DLUT& lut, const uint8_t* bytes, uint32_t lengt
                              const SParseOptions& options) {
   if (!IsColorTransformationAllowed(bytes, length, options)) return false;
   COvColorTransformation transformation;
-  if (!transformation.bParse(bytes, length)) return false;
-  if (!lut.Allocate(kBakedEntries, false)) return false;
+  std::string whyNot;
+  if (!transformation.bParse(bytes, length, options.correctionId,
+                             options.diagnostics ? &whyNot : nullptr)) {
+    if (SLUTReadDiagnostics* diagnostics = options.diagnostics) {
+      // This reader is the last resort for any text: text that is not even XML is no one's.
+      if (whyNot.starts_with("not well-formed XML")) {
+        diagnostics->reader.clear();
+        diagnostics->Fail(0,
+                          "no reader recognises the text (it is no cube, Truelight, mesh or "
+                          "ASC CDL text)");
+      } else {
+        diagnostics->Fail(0, "ASC CDL: " + whyNot);
+      }
+    }
+    return false;
+  }
+  if (!lut.Allocate(kBakedEntries, false)) {
+    NoteFailure(options.diagnostics, 0, "not enough memory for the table");
+    return false;
+  }
   float* table = lut.Table();
   for (uint32_t i = 0; i < kBakedEntries; ++i) {
     const float value = float(double(i) / double(kBakedEntries - 1));

@@ -25,6 +25,12 @@ class CCubeWalk {
   ETextWalk Walk();
 
  private:
+  // Only the read notes anything; the probe is given no record.
+  ETextWalk Fail(std::string message) {
+    NoteFailure(options_.diagnostics, lines_.LineNumber(), std::move(message));
+    return ETextWalk::Failed;
+  }
+
   // Probing: whether a size line may still follow; without one, the walk can only end as a cube.
   bool SizeLineMayFollow();
 
@@ -77,7 +83,7 @@ ETextWalk CCubeWalk::Walk() {
       } else if (EqualsIgnoringCase(name, "MAX")) {
         domainMax = {r, g, b, 1.0f};
       } else {
-        return ETextWalk::Failed;
+        return Fail("DOMAIN_" + std::string(name) + " is neither DOMAIN_MIN nor DOMAIN_MAX");
       }
       continue;
     }
@@ -85,12 +91,23 @@ ETextWalk CCubeWalk::Walk() {
     unsigned declared = 0;
     const int sizeFields = mayBeSize ? ScanFields(line, " LUT_%s %u ", word.data(), &declared) : 0;
     // A size that wraps at 32 bits would declare some other table.
-    if (sizeFields == kScanOutOfRange) return ETextWalk::Failed;
+    if (sizeFields == kScanOutOfRange)
+      return Fail(QuoteLine(line) + " declares a size beyond 32 bits");
     if (sizeFields == 2) {
       const bool is3D = EqualsIgnoringCase(word.c_str(), "3D_SIZE");
       if (is3D ? options_.kindFilter == ELUTKindFilter::Only1D || declared > kMax3DSize
                : options_.kindFilter == ELUTKindFilter::Only3D || declared > kMax1DEntries) {
-        return ETextWalk::Failed;
+        if (!options_.diagnostics) return ETextWalk::Failed;
+        const std::string keyword = "LUT_" + std::string(word.c_str());
+        if (is3D && declared > kMax3DSize)
+          return Fail(keyword + " " + std::to_string(declared) + " is above " +
+                      std::to_string(kMax3DSize));
+        if (!is3D && declared > kMax1DEntries)
+          return Fail(keyword + " " + std::to_string(declared) + " is above " +
+                      std::to_string(kMax1DEntries) + " (read as a 1-D size)");
+        return Fail(keyword +
+                    std::string(is3D ? " declares a 3-D table where only 1-D ones are taken"
+                                     : " declares a 1-D table where only 3-D ones are taken"));
       }
       expected = is3D ? size_t(declared) * declared * declared : size_t(declared);
       stored = 0;
@@ -106,11 +123,14 @@ ETextWalk CCubeWalk::Walk() {
     if (expected == 0) return ETextWalk::NotMine;
     if (!lut_ && !SizeLineMayFollow()) return ETextWalk::Mine;
     float rgb[3];
-    if (ScanFloatTriple(line, rgb) != 3) break;
+    if (ScanFloatTriple(line, rgb) != 3) {
+      if (options_.diagnostics) Fail(QuoteLine(line) + " is not three numbers");
+      break;
+    }
     // A table that the rest of the text is too short to fill cannot be completed whatever
     // follows, unless a later size line replaces it; it is counted but never allocated.
     if (stored == 0 && lut_ && lines_.HasRoomForLines(expected - 1)) {
-      if (!lut_->Allocate(declaredSize, declared3D)) return ETextWalk::Failed;
+      if (!lut_->Allocate(declaredSize, declared3D)) return Fail("not enough memory for the table");
       allocated = true;
     }
     if (allocated && lut_) {
@@ -120,13 +140,22 @@ ETextWalk CCubeWalk::Walk() {
       entry[2] = rgb[2];
       entry[3] = 1.0f;
     }
-    if (++stored == expected) break;
+    if (++stored == expected) {
+      if (options_.diagnostics && lut_) NoteSurplusLines(lines_, expected, *options_.diagnostics);
+      break;
+    }
   }
 
   if (expected == 0) return ETextWalk::NotMine;
   if (!lut_) return ETextWalk::Mine;
   // An unallocated table never fills (see above); the test keeps that promise explicit.
-  if (stored < expected || !allocated) return ETextWalk::Failed;
+  if (stored < expected || !allocated) {
+    if (options_.diagnostics) {
+      options_.diagnostics->Fail(
+          0, "found " + std::to_string(stored) + " entries, expected " + std::to_string(expected));
+    }
+    return ETextWalk::Failed;
+  }
   if (title) lut_->SetTitle(std::move(*title));
   lut_->SetDomain(domainMin, domainMax);
   return ETextWalk::Loaded;

@@ -2,6 +2,7 @@
 
 #include <bit>
 #include <cstring>
+#include <string>
 
 namespace Tincta {
 namespace {
@@ -42,28 +43,45 @@ bool ReadFloatImage(COv3DLUT& lut, const uint8_t* bytes, uint32_t length,
   const uint32_t size = LoadU32LE(bytes + 4);
   const uint32_t kind = LoadU32LE(bytes + 8);
   const uint32_t enciphered = LoadU32LE(bytes + 12);
-
-  if (enciphered != 0 && !HasMagic(bytes, "OTX3")) return false;
-  if (size > kMax1DEntries || (size > kMax3DSize && kind == kKind3D) ||
-      (kind != kKind1D && kind != kKind3D)) {
+  SLUTReadDiagnostics* const diagnostics = options.diagnostics;
+  const auto fail = [diagnostics](std::string message) {
+    NoteFailure(diagnostics, 0, std::move(message));
     return false;
+  };
+
+  if (enciphered != 0 && !HasMagic(bytes, "OTX3")) {
+    return fail("the enciphered flag is set, which only OTX3 allows");
+  }
+  if (kind != kKind1D && kind != kKind3D) {
+    return fail("kind " + std::to_string(kind) + " is neither 1 (1-D) nor 3 (3-D)");
+  }
+  if (size > kMax1DEntries || (size > kMax3DSize && kind == kKind3D)) {
+    return fail("size " + std::to_string(size) + " is above " +
+                std::to_string(kind == kKind3D ? kMax3DSize : kMax1DEntries));
   }
   const bool is3D = kind == kKind3D;
-  if (options.kindFilter == ELUTKindFilter::Only3D && !is3D) return false;
-  if (options.kindFilter == ELUTKindFilter::Only1D && is3D) return false;
-  if (size == 0) return false;
+  if (options.kindFilter == ELUTKindFilter::Only3D && !is3D) {
+    return fail("a 1-D table where only 3-D ones are taken");
+  }
+  if (options.kindFilter == ELUTKindFilter::Only1D && is3D) {
+    return fail("a 3-D table where only 1-D ones are taken");
+  }
+  if (size == 0) return fail("size 0");
 
   const uint64_t count = is3D ? uint64_t(size) * size * size : uint64_t(size);
   // The format's own test counts three bytes an entry and no header, which lets a short payload
   // through; it stays as it is, and the payload is then checked to be all there before it is
   // read. Both come before the allocation, so a forged size cannot ask for memory.
-  if (count * 3 > length) return false;
   const uint32_t headerBytes = hasDomain ? kDomainHeaderBytes : kShortHeaderBytes;
-  if (headerBytes + count * 12 > length) return false;
+  if (count * 3 > length || headerBytes + count * 12 > length) {
+    return fail("the file holds " + std::to_string(length) + " bytes, a table of " +
+                std::to_string(count) + " entries needs " +
+                std::to_string(headerBytes + count * 12));
+  }
   // Enciphered payloads cannot be read here: their cipher and key are not ours to rebuild.
-  if (enciphered != 0) return false;
+  if (enciphered != 0) return fail("the table is enciphered, which this build cannot read");
 
-  if (!lut.Allocate(size, is3D)) return false;
+  if (!lut.Allocate(size, is3D)) return fail("not enough memory for the table");
   float* table = lut.Table();
   const uint8_t* payload = bytes + headerBytes;
   if constexpr (std::endian::native == std::endian::little) {

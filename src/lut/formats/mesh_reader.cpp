@@ -63,6 +63,15 @@ class CMeshReader {
   EHeaderStep ReadHeaderLine(std::string_view line);
   void StoreEntry(const unsigned (&values)[4]);
   ETextWalk Finish();
+  // Notes why the read fails, at the line read last; the probe is given no record.
+  bool Fail(std::string message) {
+    NoteFailure(options_.diagnostics, lines_.LineNumber(), std::move(message));
+    return false;
+  }
+  ETextWalk Failed(std::string message) {
+    Fail(std::move(message));
+    return ETextWalk::Failed;
+  }
 
   COv3DLUT* lut_;
   CTextLines lines_;
@@ -84,14 +93,24 @@ class CMeshReader {
 };
 
 bool CMeshReader::AllocateGrid(uint32_t points) {
-  if (options_.kindFilter == ELUTKindFilter::Only1D) return false;
-  if (points == 0 || points > kMax3DSize) return false;
+  if (options_.kindFilter == ELUTKindFilter::Only1D) {
+    return Fail("a 3-D table where only 1-D ones are taken");
+  }
+  if (points == 0 || points > kMax3DSize) {
+    return Fail("a grid of " + std::to_string(points) + " points is outside 1.." +
+                std::to_string(kMax3DSize));
+  }
   // A shaper made for another grid would send every input to the wrong texel.
-  if (hasShaper_ && shaperPoints_ != points) return false;
+  if (hasShaper_ && shaperPoints_ != points) {
+    return Fail("the shaper line has " + std::to_string(shaperPoints_) + " points, the grid " +
+                std::to_string(points));
+  }
   const uint64_t entries = uint64_t(points) * points * points;
   // Too few bytes left for the data lines: fail before allocating for them.
-  if (!lines_.HasRoomForLines(entries)) return false;
-  if (lut_ && !lut_->Allocate(points, true)) return false;
+  if (!lines_.HasRoomForLines(entries)) {
+    return Fail("the text is too short for " + std::to_string(entries) + " entries");
+  }
+  if (lut_ && !lut_->Allocate(points, true)) return Fail("not enough memory for the table");
   gridKnown_ = true;
   size_ = points;
   expected_ = size_t(entries);
@@ -99,7 +118,10 @@ bool CMeshReader::AllocateGrid(uint32_t points) {
 }
 
 bool CMeshReader::TakeShaper(std::string_view line, const SShaperLine& read) {
-  if (read.uneven && gridKnown_ && read.pointCount != size_) return false;
+  if (read.uneven && gridKnown_ && read.pointCount != size_) {
+    return Fail("the shaper line has " + std::to_string(read.pointCount) + " points, the grid " +
+                std::to_string(size_));
+  }
   hasShaper_ = read.uneven;
   shaperLine_ = line;
   shaperPoints_ = read.pointCount;
@@ -110,29 +132,39 @@ bool CMeshReader::ReadHeaderComment(std::string_view comment) {
   // A number that wraps at 32 bits would declare some other grid: the read fails.
   unsigned red = 0, green = 0, blue = 0;
   const int sizes = ScanFields(comment, " LUT_SIZE : %u %u %u ", &red, &green, &blue);
-  if (sizes == kScanOutOfRange) return false;
+  const auto outOfRange = [&] {
+    return Fail(QuoteLine(comment) + " holds a number beyond 32 bits");
+  };
+  if (sizes == kScanOutOfRange) return outOfRange();
   if (sizes == 3) {
-    if (red != green || green != blue) return false;
+    if (red != green || green != blue) return Fail("LUT_SIZE differs between axes");
     outputDenominator_ = 1023;
     return AllocateGrid(red);
   }
   unsigned entries = 0;
   const int entryFields = ScanFields(comment, " entries = %u ", &entries);
-  if (entryFields == kScanOutOfRange) return false;
+  if (entryFields == kScanOutOfRange) return outOfRange();
   if (entryFields == 1) {
-    if (options_.kindFilter == ELUTKindFilter::Only1D) return false;
-    if (!IsPowerOfTwo(entries) || entries > kMaxEntriesHeader) return false;
+    if (options_.kindFilter == ELUTKindFilter::Only1D) {
+      return Fail("a 3-D table where only 1-D ones are taken");
+    }
+    if (!IsPowerOfTwo(entries) || entries > kMaxEntriesHeader) {
+      return Fail("entries = " + std::to_string(entries) + " is no power of two up to " +
+                  std::to_string(kMaxEntriesHeader));
+    }
     outputDenominator_ = 1023;
     return AllocateGrid(entries + 1);
   }
   comment = TrimLine(comment);
   if (comment.empty() || !IsDigit(comment.front())) return true;
   SShaperLine read;
-  switch (ReadShaperLine(comment, options_.upsampleToPowerOfTwo, read, false)) {
+  std::string whyInvalid;
+  switch (ReadShaperLine(comment, options_.upsampleToPowerOfTwo, read, false,
+                         options_.diagnostics ? &whyInvalid : nullptr)) {
     case EShaperLineOutcome::NotAShaperLine:
       return true;  // a comment that merely starts with a number
     case EShaperLineOutcome::Invalid:
-      return false;
+      return Fail("shaper line: " + whyInvalid);
     case EShaperLineOutcome::Read:
       break;
   }
@@ -144,15 +176,29 @@ EHeaderStep CMeshReader::ReadHeaderLine(std::string_view line) {
   if (ScanLine(line, " 3DME%s ", word.data()) == 1) {
     word.resize(word.find('\0'));
     if (word != "SH" && word != "SHHW") return EHeaderStep::kEnd;
-    if (options_.kindFilter == ELUTKindFilter::Only1D) return EHeaderStep::kFail;
+    if (options_.kindFilter == ELUTKindFilter::Only1D) {
+      Fail("a 3-D table where only 1-D ones are taken");
+      return EHeaderStep::kFail;
+    }
     return EHeaderStep::kGoOn;
   }
   unsigned inputBits = 0, outputBits = 0;
   const int bits = ScanFields(line, " Mesh %u %u", &inputBits, &outputBits);
-  if (bits == kScanOutOfRange) return EHeaderStep::kFail;
+  if (bits == kScanOutOfRange) {
+    Fail(QuoteLine(line) + " holds a number beyond 32 bits");
+    return EHeaderStep::kFail;
+  }
   if (bits == 2) {
-    if (inputBits > kMaxMeshInputBits) return EHeaderStep::kFail;
-    if (outputBits == 0 || outputBits > kMaxMeshOutputBits) return EHeaderStep::kFail;
+    if (inputBits > kMaxMeshInputBits) {
+      Fail("Mesh input bits " + std::to_string(inputBits) + " is above " +
+           std::to_string(kMaxMeshInputBits));
+      return EHeaderStep::kFail;
+    }
+    if (outputBits == 0 || outputBits > kMaxMeshOutputBits) {
+      Fail("Mesh output bits " + std::to_string(outputBits) + " is outside 1.." +
+           std::to_string(kMaxMeshOutputBits));
+      return EHeaderStep::kFail;
+    }
     outputDenominator_ = double((uint64_t(1) << outputBits) - 1);
     return AllocateGrid((1u << inputBits) + 1) ? EHeaderStep::kGoOn : EHeaderStep::kFail;
   }
@@ -204,14 +250,17 @@ ETextWalk CMeshReader::Walk() {
     unsigned values[4] = {};
     const int fields = ScanMeshDataLine(line, values);
     // A code that wraps at 32 bits would store some other value.
-    if (fields == kScanOutOfRange) return ETextWalk::Failed;
+    if (fields == kScanOutOfRange) return Failed(QuoteLine(line) + " holds a code beyond 32 bits");
     if (fields == 3) {
       // Once an entry is stored, nothing can hand the text on.
       if (!lut_) return ETextWalk::Mine;
       StoreEntry(values);
       continue;
     }
-    if (stored_ > 0 || hasShaper_) break;
+    if (stored_ > 0 || hasShaper_) {
+      if (options_.diagnostics) Fail(QuoteLine(line) + " is not three codes");
+      break;
+    }
     // The shaper line of a file whose header came first.
     SShaperLine read;
     if (ReadShaperLine(line, options_.upsampleToPowerOfTwo, read, false) !=
@@ -220,13 +269,18 @@ ETextWalk CMeshReader::Walk() {
     }
     if (!TakeShaper(line, read)) return ETextWalk::Failed;
   }
+  if (options_.diagnostics && lut_ && gridKnown_ && stored_ == expected_)
+    NoteSurplusLines(lines_, expected_, *options_.diagnostics);
   return Finish();
 }
 
 ETextWalk CMeshReader::Finish() {
   if (!gridKnown_) return ETextWalk::NotMine;
   if (!lut_) return ETextWalk::Mine;
-  if (stored_ < expected_) return ETextWalk::Failed;
+  if (stored_ < expected_) {
+    return Failed("found " + std::to_string(stored_) + " entries, expected " +
+                  std::to_string(expected_));
+  }
 
   if (outputDenominator_ == 0) {
     // No header named the output depth: take the least one that holds the largest value.
@@ -247,11 +301,14 @@ ETextWalk CMeshReader::Finish() {
   if (hasShaper_ && (ReadShaperLine(shaperLine_, options_.upsampleToPowerOfTwo, built) !=
                          EShaperLineOutcome::Read ||
                      !built.shaper)) {
+    NoteFailure(options_.diagnostics, 0, "building the shaper failed");
     return ETextWalk::Failed;
   }
-  return FinishTextGrid(*lut_, std::move(built.shaper), options_.upsampleToPowerOfTwo)
-             ? ETextWalk::Loaded
-             : ETextWalk::Failed;
+  if (FinishTextGrid(*lut_, std::move(built.shaper), options_.upsampleToPowerOfTwo)) {
+    return ETextWalk::Loaded;
+  }
+  NoteFailure(options_.diagnostics, 0, "resampling the cube failed");
+  return ETextWalk::Failed;
 }
 
 }  // namespace

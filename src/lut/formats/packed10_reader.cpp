@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <string>
 
 namespace Tincta {
 namespace {
@@ -38,17 +39,33 @@ bool IsPacked10Cube(const uint8_t* bytes, uint32_t length, const SParseOptions&)
 
 bool ReadPacked10Cube(COv3DLUT& lut, const uint8_t* bytes, uint32_t length,
                       const SParseOptions& options) {
-  if (options.kindFilter == ELUTKindFilter::Only1D) return false;
+  SLUTReadDiagnostics* const diagnostics = options.diagnostics;
+  const auto fail = [diagnostics](std::string message) {
+    NoteFailure(diagnostics, 0, std::move(message));
+    return false;
+  };
+  if (options.kindFilter == ELUTKindFilter::Only1D) {
+    return fail("a 3-D table where only 1-D ones are taken");
+  }
   const bool bigEndian = IsBigEndian(bytes);
-  if (ReadWord(bytes + kMarkerAt, bigEndian) != kMarker) return false;
+  if (ReadWord(bytes + kMarkerAt, bigEndian) != kMarker) {
+    return fail("the word at byte " + std::to_string(kMarkerAt) + " is not 0xFFFFFFFF");
+  }
 
   const uint32_t exponent = ReadHalfWord(bytes + kGridExponentAt, bigEndian) & 31u;
-  if (exponent > kMaxGridExponent) return false;
+  if (exponent > kMaxGridExponent) {
+    return fail("a grid of 2^" + std::to_string(exponent) + " + 1 points is above 2^" +
+                std::to_string(kMaxGridExponent) + " + 1");
+  }
   const uint32_t size = (1u << exponent) + 1;
   const uint64_t entries = uint64_t(size) * size * size;
   const uint64_t dataOffset = ReadWord(bytes + kDataOffsetAt, bigEndian);
-  if (dataOffset + entries * 4 > length) return false;
-  if (!lut.Allocate(size, true)) return false;
+  if (dataOffset + entries * 4 > length) {
+    return fail("the file holds " + std::to_string(length) + " bytes, a table of " +
+                std::to_string(entries) + " entries at byte " + std::to_string(dataOffset) +
+                " needs " + std::to_string(dataOffset + entries * 4));
+  }
+  if (!lut.Allocate(size, true)) return fail("not enough memory for the table");
 
   // The caller's buffer is const: big-endian words are swapped as they are read rather than in
   // place, which gives the same values.
@@ -72,7 +89,7 @@ bool ReadPacked10Cube(COv3DLUT& lut, const uint8_t* bytes, uint32_t length,
   const bool oversized = size > kMax3DSize;
   if ((options.upsampleToPowerOfTwo && !IsPowerOfTwo(size)) || oversized) {
     if (!lut.Resample(std::min(PowerOfTwoNotBelow(size), kPacked10UpsampleCap))) {
-      return false;
+      return fail("resampling the cube failed");
     }
   }
   lut.SetDomain({0, 0, 0, 0}, {1, 1, 1, 1});

@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <limits>
+#include <string>
 #include <vector>
 
 #include "lut/formats/text_chars.h"
@@ -57,18 +58,30 @@ bool IsEvenlySpaced(const std::vector<uint64_t>& positions, uint32_t codes) {
 }  // namespace
 
 EShaperLineOutcome ReadShaperLine(std::string_view line, bool upsampleToPowerOfTwo,
-                                  SShaperLine& result, bool buildShaper) {
+                                  SShaperLine& result, bool buildShaper, std::string* whyInvalid) {
   std::vector<uint64_t> positions;
   uint64_t count = 0;
   if (!ParsePositions(line, kMaxShaperLinePoints + 1, positions, count)) {
     return EShaperLineOutcome::NotAShaperLine;
   }
   if (count < kMinShaperLinePoints || count > kMaxShaperLinePoints) {
+    if (whyInvalid) {
+      *whyInvalid = (count > kMaxShaperLinePoints ? "more than " + std::to_string(count - 1)
+                                                  : std::to_string(count)) +
+                    " codes, where a shaper line holds " + std::to_string(kMinShaperLinePoints) +
+                    " to " + std::to_string(kMaxShaperLinePoints);
+    }
     return EShaperLineOutcome::Invalid;
   }
 
   const uint64_t last = positions.back();
-  if (last > kMaxShaperLineCodes) return EShaperLineOutcome::Invalid;
+  if (last > kMaxShaperLineCodes) {
+    if (whyInvalid) {
+      *whyInvalid = "the last code " + std::to_string(last) + " is above " +
+                    std::to_string(kMaxShaperLineCodes);
+    }
+    return EShaperLineOutcome::Invalid;
+  }
   const uint32_t codes = last <= 1 ? 1 : PowerOfTwoNotBelow(uint32_t(last));
 
   const uint32_t points = uint32_t(count);
@@ -81,7 +94,10 @@ EShaperLineOutcome ReadShaperLine(std::string_view line, bool upsampleToPowerOfT
   }
 
   auto shaper = std::make_shared<COv3DLUT>();
-  if (!shaper->Allocate(codes, false)) return EShaperLineOutcome::Invalid;
+  if (!shaper->Allocate(codes, false)) {
+    if (whyInvalid) *whyInvalid = "not enough memory for the shaper";
+    return EShaperLineOutcome::Invalid;
+  }
   const double texels = upsampleToPowerOfTwo ? double(PowerOfTwoNotBelow(points)) : double(points);
   float* table = shaper->Table();
   size_t interval = 0;  // positions[interval] <= code once the code has passed the first position

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <string_view>
 
 #include "lut/lut3d.h"
@@ -43,7 +44,9 @@ struct SShaperLine {
 /// of two not below it when `upsampleToPowerOfTwo`). `result` is written only on `Read`. With
 /// `buildShaper` false the line is checked in full but no shaper is built, so that a reader can
 /// defer the table (up to 4096 entries) until it knows the line is the one it keeps.
+/// `whyInvalid`, when given, receives the reason of an `Invalid` outcome.
 EShaperLineOutcome ReadShaperLine(std::string_view line, bool upsampleToPowerOfTwo,
-                                  SShaperLine& result, bool buildShaper = true);
+                                  SShaperLine& result, bool buildShaper = true,
+                                  std::string* whyInvalid = nullptr);
 
 }  // namespace Tincta

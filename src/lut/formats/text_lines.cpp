@@ -44,18 +44,35 @@ bool MayMatchKeyword(std::string_view line, std::string_view keyword) {
 
 bool CTextLines::Next(std::string_view& line) {
   while (cursor_ < end_) {
-    while (cursor_ < end_ && IsBreak(*cursor_))
-      ++cursor_;
+    for (; cursor_ < end_ && IsBreak(*cursor_); ++cursor_) {
+      // "\r\n" is one break: its '\r' is not counted.
+      if (*cursor_ == '\n' || cursor_ + 1 == end_ || cursor_[1] != '\n') ++breaks_;
+    }
     const char* start = cursor_;
     while (cursor_ < end_ && !IsBreak(*cursor_))
       ++cursor_;
     const std::string_view trimmed = TrimLine(std::string_view(start, size_t(cursor_ - start)));
     if (!trimmed.empty()) {
       line = trimmed;
+      lineNumber_ = breaks_ + 1;
       return true;
     }
   }
   return false;
+}
+
+void NoteSurplusLines(CTextLines& lines, uint64_t entries, SLUTReadDiagnostics& diagnostics) {
+  uint32_t surplus = 0;
+  uint32_t first = 0;
+  std::string_view line;
+  while (lines.Next(line)) {
+    if (line.front() == '#') continue;
+    if (surplus++ == 0) first = lines.LineNumber();
+  }
+  if (surplus == 0) return;
+  diagnostics.Warn(first, std::to_string(surplus) + (surplus == 1 ? " line" : " lines") +
+                              " after the last of the " + std::to_string(entries) + " entries " +
+                              (surplus == 1 ? "is" : "are") + " not read");
 }
 
 int ScanLine(std::string_view line, const char* format, ...) {

@@ -8,6 +8,8 @@
 #include <string>
 #include <string_view>
 
+#include "lut/read_diagnostics.h"
+
 namespace Tincta {
 
 /// Trims the characters "\n\t \r" from both ends.
@@ -31,6 +33,9 @@ class CTextLines {
 
   /// The next non-empty trimmed line; false at the end of the text.
   bool Next(std::string_view& line);
+  /// The 1-based number of the line that `Next` gave last, counted as an editor counts lines
+  /// ("\n", "\r\n" and a lone "\r" each end one), empty lines included.
+  uint32_t LineNumber() const { return lineNumber_; }
   /// Bytes not yet consumed (for checks of declared sizes against the text actually present).
   uint64_t RemainingBytes() const { return uint64_t(end_ - cursor_); }
 
@@ -44,7 +49,13 @@ class CTextLines {
  private:
   const char* cursor_;
   const char* end_;
+  uint32_t breaks_ = 0;
+  uint32_t lineNumber_ = 0;
 };
+
+/// Warns of the lines (comments aside) that a read leaves unread after a full table of `entries`;
+/// consumes the rest of `lines`.
+void NoteSurplusLines(CTextLines& lines, uint64_t entries, SLUTReadDiagnostics& diagnostics);
 
 /// `vsscanf` over a NUL-terminated copy of `line`; returns what sscanf returns (EOF included).
 /// `%s` and `%[` conversions must be given buffers of at least `line.size() + 1` bytes.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <string>
 
 #include "lut/formats/float_triple.h"
 #include "lut/formats/text_grid.h"
@@ -31,6 +32,15 @@ class CTruelightReader {
   bool ReadInputLUT();
   bool ReadCube();
   ETextWalk Finish();
+  // Notes why the read fails, at the line read last; returns false for the caller to return.
+  bool FailAtEnd(std::string message) {
+    NoteFailure(options_.diagnostics, 0, std::move(message));
+    return false;
+  }
+  bool Fail(std::string message) {
+    NoteFailure(options_.diagnostics, lines_.LineNumber(), std::move(message));
+    return false;
+  }
 
   COv3DLUT& lut_;
   CTextLines lines_;
@@ -52,6 +62,7 @@ ETextWalk CTruelightReader::Walk() {
     if (line == "#") continue;
     if (line.front() != '#') {
       // Stray text outside the blocks: a broken Truelight file, or not one at all.
+      if (options_.diagnostics) Fail(QuoteLine(line) + " is neither a comment nor in a block");
       failed = true;
       break;
     }
@@ -75,27 +86,40 @@ bool CTruelightReader::ReadHeader(std::string_view comment, bool& end) {
   // A number beyond an int fails the read rather than wrapping into some other value.
   const int dims =
       MayMatchKeyword(comment, "iDims") ? ScanFields(comment, " iDims %d ", &value) : 0;
-  if (dims == kScanOutOfRange) return false;
-  if (dims == 1) return value == 3;
+  const auto outOfRange = [&] {
+    return Fail(QuoteLine(comment) + " holds a number beyond 32 bits");
+  };
+  if (dims == kScanOutOfRange) return outOfRange();
+  if (dims == 1) return value == 3 || Fail("iDims " + std::to_string(value) + ", expected 3");
   const int length =
       MayMatchKeyword(comment, "lutLength") ? ScanFields(comment, " lutLength %d ", &value) : 0;
-  if (length == kScanOutOfRange) return false;
+  if (length == kScanOutOfRange) return outOfRange();
   if (length == 1) {
-    if (value < 0 || value > kMaxInputLUTLength) return false;
+    if (value < 0 || value > kMaxInputLUTLength) {
+      return Fail("lutLength " + std::to_string(value) + " is outside 0.." +
+                  std::to_string(kMaxInputLUTLength));
+    }
     lutLength_ = value;
     return true;
   }
   const int outDims =
       MayMatchKeyword(comment, "oDims") ? ScanFields(comment, " oDims %d ", &value) : 0;
-  if (outDims == kScanOutOfRange) return false;
-  if (outDims == 1) return value == 3 && options_.kindFilter != ELUTKindFilter::Only1D;
+  if (outDims == kScanOutOfRange) return outOfRange();
+  if (outDims == 1) {
+    if (value != 3) return Fail("oDims " + std::to_string(value) + ", expected 3");
+    return options_.kindFilter != ELUTKindFilter::Only1D ||
+           Fail("a 3-D table where only 1-D ones are taken");
+  }
   int red = 0, green = 0, blue = 0;
   const int widths = MayMatchKeyword(comment, "width")
                          ? ScanFields(comment, " width %d %d %d", &red, &green, &blue)
                          : 0;
-  if (widths == kScanOutOfRange) return false;
+  if (widths == kScanOutOfRange) return outOfRange();
   if (widths == 3) {
-    if (red != green || green != blue || red < 0 || red > int(kMax3DSize)) return false;
+    if (red != green || green != blue) return Fail("the width differs between axes");
+    if (red < 0 || red > int(kMax3DSize)) {
+      return Fail("width " + std::to_string(red) + " is outside 0.." + std::to_string(kMax3DSize));
+    }
     width_ = red;
     return true;
   }
@@ -107,17 +131,22 @@ bool CTruelightReader::ReadHeader(std::string_view comment, bool& end) {
 
 bool CTruelightReader::ReadInputLUT() {
   // One table and one shaper a file: a second would silently replace the first.
-  if (inputLUTRead_ || tableRead_) return false;
+  if (inputLUTRead_ || tableRead_) return Fail("a second table");
   inputLUTRead_ = true;
   // The identity test and the resampling need a first and a last entry.
-  if (lutLength_ < 2 || !lines_.HasRoomForLines(uint64_t(lutLength_))) return false;
+  if (lutLength_ < 2) return Fail("lutLength " + std::to_string(lutLength_) + " is below 2");
+  if (!lines_.HasRoomForLines(uint64_t(lutLength_))) {
+    return Fail("the text is too short for " + std::to_string(lutLength_) + " InputLUT lines");
+  }
   const uint32_t length = uint32_t(lutLength_);
   const bool asShaper = width_ >= 0;
-  if (!asShaper && options_.kindFilter == ELUTKindFilter::Only3D) return false;
+  if (!asShaper && options_.kindFilter == ELUTKindFilter::Only3D) {
+    return Fail("a 1-D table where only 3-D ones are taken");
+  }
 
   auto shaper = std::make_shared<COv3DLUT>();
   COv3DLUT& target = asShaper ? *shaper : lut_;
-  if (!target.Allocate(length, false)) return false;
+  if (!target.Allocate(length, false)) return Fail("not enough memory for the table");
 
   // The shaper's output addresses texel centres of the cube as it will be uploaded.
   const double texels =
@@ -127,9 +156,11 @@ bool CTruelightReader::ReadInputLUT() {
   std::string_view line;
   for (uint32_t i = 0; i < length; ++i) {
     float rgb[3] = {};
-    if (!lines_.Next(line) || ScanFloatTriple(line, rgb) != 3) {
-      return false;
+    if (!lines_.Next(line)) {
+      return FailAtEnd("the text ends after " + std::to_string(i) + " of " +
+                       std::to_string(length) + " InputLUT lines");
     }
+    if (ScanFloatTriple(line, rgb) != 3) return Fail(QuoteLine(line) + " is not three numbers");
     const double expected = double(i) / double(length - 1);
     float* entry = table + 4 * size_t(i);
     for (int c = 0; c < 3; ++c) {
@@ -145,7 +176,9 @@ bool CTruelightReader::ReadInputLUT() {
   }
   if (identity) return true;
   if (options_.upsampleToPowerOfTwo && !IsPowerOfTwo(length)) {
-    if (!shaper->Resample(std::min(PowerOfTwoNotBelow(length), kShaperUpsampleCap))) return false;
+    if (!shaper->Resample(std::min(PowerOfTwoNotBelow(length), kShaperUpsampleCap))) {
+      return Fail("resampling the shaper failed");
+    }
   }
   shaper->SetDomain({0, 0, 0, 0}, {1, 1, 1, 1});
   shaper_ = std::move(shaper);
@@ -154,17 +187,25 @@ bool CTruelightReader::ReadInputLUT() {
 
 bool CTruelightReader::ReadCube() {
   if (width_ <= 0) return true;  // no cube to read
-  if (tableRead_ || options_.kindFilter == ELUTKindFilter::Only1D) return false;
+  if (tableRead_) return Fail("a second table");
+  if (options_.kindFilter == ELUTKindFilter::Only1D) {
+    return Fail("a 3-D table where only 1-D ones are taken");
+  }
   const uint32_t size = uint32_t(width_);
   const uint64_t entries = uint64_t(size) * size * size;
-  if (!lines_.HasRoomForLines(entries) || !lut_.Allocate(size, true)) return false;
+  if (!lines_.HasRoomForLines(entries)) {
+    return Fail("the text is too short for " + std::to_string(entries) + " Cube lines");
+  }
+  if (!lut_.Allocate(size, true)) return Fail("not enough memory for the table");
   float* table = lut_.Table();
   std::string_view line;
   for (uint64_t i = 0; i < entries; ++i) {
     float* entry = table + 4 * i;
-    if (!lines_.Next(line) || ScanFloatTriple(line, entry) != 3) {
-      return false;
+    if (!lines_.Next(line)) {
+      return FailAtEnd("found " + std::to_string(i) + " entries, expected " +
+                       std::to_string(entries));
     }
+    if (ScanFloatTriple(line, entry) != 3) return Fail(QuoteLine(line) + " is not three numbers");
     entry[3] = 1.0f;
   }
   tableRead_ = true;
@@ -172,14 +213,19 @@ bool CTruelightReader::ReadCube() {
 }
 
 ETextWalk CTruelightReader::Finish() {
-  if (!tableRead_) return ETextWalk::Failed;
+  if (!tableRead_) {
+    NoteFailure(options_.diagnostics, 0, "no InputLUT or Cube block holds a table");
+    return ETextWalk::Failed;
+  }
   if (!lut_.Is3D()) {
     lut_.SetDomain({0, 0, 0, 1}, {1, 1, 1, 1});
     return ETextWalk::Loaded;
   }
-  return FinishTextGrid(lut_, std::move(shaper_), options_.upsampleToPowerOfTwo)
-             ? ETextWalk::Loaded
-             : ETextWalk::Failed;
+  if (FinishTextGrid(lut_, std::move(shaper_), options_.upsampleToPowerOfTwo)) {
+    return ETextWalk::Loaded;
+  }
+  NoteFailure(options_.diagnostics, 0, "resampling the cube failed");
+  return ETextWalk::Failed;
 }
 
 }  // namespace

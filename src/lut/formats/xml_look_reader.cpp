@@ -41,6 +41,10 @@ class CXMLLookReader {
 
  private:
   bool ReadData(std::string_view text);
+  bool Fail(std::string message) {
+    NoteFailure(options_.diagnostics, 0, std::move(message));
+    return false;
+  }
 
   COv3DLUT& lut_;
   const SParseOptions& options_;
@@ -53,22 +57,29 @@ class CXMLLookReader {
 bool CXMLLookReader::ReadElement(const pugi::xml_node& element) {
   std::string text;
   if (ElementNameIs(element, "size")) {
-    if (!ReadElementText(element, text)) return false;
+    if (!ReadElementText(element, text)) return Fail("the size element cannot be read");
     // An unreadable size stays out of range, so that data after it fails.
     if (!ParseTrimmedNumber(text, size_)) size_ = 0;
     return true;
   }
   if (ElementNameIs(element, "domainmin") || ElementNameIs(element, "domainmax")) {
-    if (!ReadElementText(element, text)) return false;
-    return ParseDomain(text, ElementNameIs(element, "domainmin") ? domainMin_ : domainMax_);
+    if (!ReadElementText(element, text) ||
+        !ParseDomain(text, ElementNameIs(element, "domainmin") ? domainMin_ : domainMax_)) {
+      return Fail(std::string(element.name()) + " is not three numbers separated by commas");
+    }
+    return true;
   }
   if (ElementNameIs(element, "data")) return ReadData(element.text().get());
   return true;
 }
 
 bool CXMLLookReader::ReadData(std::string_view text) {
-  if (size_ < 1 || size_ > int64_t(kMax3DSize)) return false;
-  if (options_.kindFilter == ELUTKindFilter::Only1D) return false;
+  if (size_ < 1 || size_ > int64_t(kMax3DSize)) {
+    return Fail("the size before the data is missing or outside 1.." + std::to_string(kMax3DSize));
+  }
+  if (options_.kindFilter == ELUTKindFilter::Only1D) {
+    return Fail("a 3-D table where only 1-D ones are taken");
+  }
   // Only upper-case digits count; lower-case ones are dropped with the blanks and quotes.
   std::string digits;
   digits.reserve(text.size());
@@ -78,10 +89,14 @@ bool CXMLLookReader::ReadData(std::string_view text) {
   const uint32_t size = uint32_t(size_);
   const size_t entries = size_t(size) * size * size;
   // Checked before allocating, so that a short text never costs a full table.
-  if (digits.size() != entries * 24) return false;
-  if (!lut_.Allocate(size, true)) return false;
+  if (digits.size() != entries * 24) {
+    return Fail("the data holds " + std::to_string(digits.size()) +
+                " upper-case hexadecimal digits, a cube of " + std::to_string(size) + " needs " +
+                std::to_string(entries * 24));
+  }
+  if (!lut_.Allocate(size, true)) return Fail("not enough memory for the table");
   float* table = lut_.Table();
-  if (!DecodeTextToBytes(digits, table, entries * 12)) return false;
+  if (!DecodeTextToBytes(digits, table, entries * 12)) return Fail("the data cannot be decoded");
   COv3DLUT::ExpandRGBToRGBA(table, table, entries, 1.0f);
   tableLoaded_ = true;
   return true;
@@ -115,7 +130,17 @@ bool IsXMLLook(const uint8_t* bytes, uint32_t length, const SParseOptions&) {
 bool ReadXMLLook(COv3DLUT& lut, const uint8_t* bytes, uint32_t length,
                  const SParseOptions& options) {
   pugi::xml_document document;
-  if (!XMLMarkupWithinLimit(bytes, length) || !document.load_buffer(bytes, length)) return false;
+  if (!XMLMarkupWithinLimit(bytes, length)) {
+    NoteFailure(options.diagnostics, 0,
+                "more than " + std::to_string(kXmlMaxMarkup) + " markup characters");
+    return false;
+  }
+  if (const pugi::xml_parse_result parsed = document.load_buffer(bytes, length); !parsed) {
+    NoteFailure(options.diagnostics, 0,
+                std::string("not well-formed XML: ") + parsed.description() + " at byte " +
+                    std::to_string(parsed.offset));
+    return false;
+  }
 
   pugi::xml_node lutElement;
   for (pugi::xml_node node = document.first_child(); node; node = NextInDocumentOrder(node)) {
@@ -127,7 +152,10 @@ bool ReadXMLLook(COv3DLUT& lut, const uint8_t* bytes, uint32_t length,
       }
     }
   }
-  if (!lutElement) return false;
+  if (!lutElement) {
+    NoteFailure(options.diagnostics, 0, "no look element begins with a LUT element");
+    return false;
+  }
 
   // Every element after the LUT tag, its own children first.
   CXMLLookReader reader(lut, options);
@@ -135,7 +163,10 @@ bool ReadXMLLook(COv3DLUT& lut, const uint8_t* bytes, uint32_t length,
        node = NextInDocumentOrder(node)) {
     if (node.type() == pugi::node_element && !reader.ReadElement(node)) return false;
   }
-  if (!reader.TableLoaded()) return false;
+  if (!reader.TableLoaded()) {
+    NoteFailure(options.diagnostics, 0, "the look holds no size and data");
+    return false;
+  }
   lut.SetDomain(reader.DomainMin(), reader.DomainMax());
   return true;
 }

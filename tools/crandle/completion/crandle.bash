@@ -7,7 +7,7 @@ _crandle() {
   _init_completion -n = || return
 
   local global_options="-h --help --help-all --version --set --settings"
-  local commands="info apply eval look convert formats"
+  local commands="info apply eval look convert check plot formats"
   local settings_keys="ColorTransforms.AlwaysUpsampleToPoT= ColorTransforms.EnableFloatLUTs=
     ColorTransforms.LUTBaseDirectory= ColorTransforms.ShippedLUTDirectory=
     ColorTransforms.LUTCacheBudgetMiB="
@@ -19,7 +19,7 @@ _crandle() {
       COMPREPLY=($(compgen -W "$settings_keys" -- "$cur"))
       return
       ;;
-    --settings | --preview | -o | --output | --payload)
+    --settings | --preview | -o | --output | --payload | --cc-id)
       _filedir
       return
       ;;
@@ -70,10 +70,12 @@ _crandle() {
       fi
       return
       ;;
-    info) options="--help --json --from-bytes --system" ;;
-    apply) options="--help --threads --preview --depth --frames --interp --device --premultiplied --payload --verbose" ;;
-    eval) options="--help --exact --device --interp" ;;
-    convert) options="--help --size --format --bits" ;;
+    info) options="--help --json --from-bytes --system --cc-id" ;;
+    apply) options="--help --threads --preview --depth --frames --interp --device --premultiplied --payload --cc-id --verbose" ;;
+    eval) options="--help --exact --device --interp --cc-id" ;;
+    convert) options="--help --size --format --bits --cc-id" ;;
+    check) options="--help --cc-id" ;;
+    plot) options="--help -o --output --cc-id" ;;
     formats) options="--help" ;;
     look)
       case $subcommand in
