@@ -192,6 +192,8 @@ TEST_F(ToolBake, RefusalsSayWhyAndLeaveNoFileBehind) {
         out[1] = g;
         out[2] = b;
       }));
+  const std::string wideCurve = dir.Write(
+      "wide1d.cube", "DOMAIN_MIN -1 -1 -1\nDOMAIN_MAX 1 1 1\nLUT_1D_SIZE 2\n0 0 0\n1 1 1\n");
   const auto before = Names();
   constexpr int kAnyFailure = -1;  // the option parser's own checks and their codes
   const struct {
@@ -208,6 +210,7 @@ TEST_F(ToolBake, RefusalsSayWhyAndLeaveNoFileBehind) {
       {Quote(curve), "r.3dl", 1, "only 3-D tables", true},
       {Quote(shaped), "s.3dl", 1, "input shaper", true},
       {Quote(wide), "w.3dl", 1, "domain 0..1 only", false},
+      {Quote(wideCurve), "wc.3dl", 1, "only 3-D tables", false},  // no bake gives a mesh -1..1
       {Quote(negative), "n.3dl", 1, "entry (0, 0, 0) holds -0.5", false},
       {Quote(grade), "missing/x.cube", 1, "cannot write", false},
       {"--size 300 " + Quote(grade), "big.cube", kAnyFailure, "--size", false},
