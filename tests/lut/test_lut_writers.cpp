@@ -1,8 +1,6 @@
-// Every writer against exact bytes for small tables, its refusals, and the round trip of every
-// pair (source format, written format): a table read from a file the test made in each format the
-// library reads is written in each format the library writes and read back through the readers,
-// and must come back the same within the written format's precision, or be refused with the
-// reason.
+// Every writer against exact bytes for small tables, its refusals, and the round trip of each kind
+// of table through each written format and back through the readers: the same table within the
+// written format's precision, or a refusal with the reason.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -87,49 +85,43 @@ TEST(LUTWriters, SmallTablesComeOutAsExactBytes) {
   EXPECT_EQ(minRed, -1.0f);
 }
 
-TEST(LUTWriters, MeshShaperLineAndHeaderlessDepthFollowTheGrid) {
-  COv3DLUT identity;
+TEST(LUTWriters, MeshShaperLineFollowsTheGridOrTheShaperItWasGiven) {
   const uint32_t n = 5;
+  COv3DLUT identity, shaped, six;
   Fill(identity, n, true, [n](size_t i) {
     return Tincta::Vec4{float(i % n) / (n - 1), float(i / n % n) / (n - 1),
                         float(i / n / n) / (n - 1), 1};
   });
-  const std::string mesh = Write(identity, ELUTFileFormat::Mesh);
-  EXPECT_EQ(mesh.rfind("3DMESH\nMesh 2 12\n0 256 512 767 1023\n0 0 0\n0 0 1024\n", 0), 0u)
-      << mesh.substr(0, 60);
-  // A shaper line that a mesh file gave comes back as it was.
-  COv3DLUT shaped;
   ASSERT_TRUE(
       crandle_test::Parse(shaped, crandle_test::MeshText("3DMESH\nMesh 2 10\n0 100 300 600 1000\n",
                                                          n, crandle_test::NodeCodesOf(n, 1024))));
-  ASSERT_NE(shaped.InputShaper(), nullptr);
-  const std::string shapedMesh = Write(shaped, ELUTFileFormat::Mesh);
-  EXPECT_EQ(shapedMesh.rfind("3DMESH\nMesh 2 12\n0 100 300 600 1000\n", 0), 0u)
-      << shapedMesh.substr(0, 60);
-  // Six points: no header, 10-bit codes by default, the shaper line first.
-  COv3DLUT six;
+  // Six points: no header, 10-bit codes by default; 12 bits is allowed, its top code names it.
+  // The shaper line holds 10-bit input codes whatever the output depth.
   Fill(six, 6, true, [](size_t i) { return Tincta::Vec4{float(i % 6) / 5, 0, 0.5f, 1}; });
-  const std::string headerless = Write(six, ELUTFileFormat::Mesh);
-  EXPECT_EQ(headerless.rfind("0 205 409 614 818 1023\n0 0 512\n", 0), 0u)
-      << headerless.substr(0, 60);
-  // At 12 bits its largest code (4095) names the depth itself; at 16 bits with values up to 0.4
-  // a reader would take 10... no: 26214 reads as 32768 levels.
-  Tincta::SLUTWriteOptions bits12, bits16;
+  Tincta::SLUTWriteOptions bits12;
   bits12.meshOutputBits = 12;
-  bits16.meshOutputBits = 16;
-  EXPECT_FALSE(Write(six, ELUTFileFormat::Mesh, bits12).empty());
-  COv3DLUT dim;
-  Fill(dim, 6, true, [](size_t i) { return Tincta::Vec4{float(i % 6) / 12.5f, 0, 0, 1}; });
-  EXPECT_NE(Refusal(dim, ELUTFileFormat::Mesh, bits16)
-                .find("read back as 32768 levels rather than 65536"),
-            std::string::npos);
+  const struct {
+    const COv3DLUT& lut;
+    Tincta::SLUTWriteOptions options;
+    const char* starts;
+  } cases[] = {
+      {identity, {}, "3DMESH\nMesh 2 12\n0 256 512 767 1023\n0 0 0\n0 0 1024\n"},
+      {shaped, {}, "3DMESH\nMesh 2 12\n0 100 300 600 1000\n"},
+      {six, {}, "0 205 409 614 818 1023\n0 0 512\n"},
+      {six, bits12, "0 205 409 614 818 1023\n0 0 2048\n"},
+  };
+  for (const auto& c : cases) {
+    const std::string mesh = Write(c.lut, ELUTFileFormat::Mesh, c.options);
+    EXPECT_EQ(mesh.rfind(c.starts, 0), 0u) << mesh.substr(0, 60);
+  }
 }
 
 TEST(LUTWriters, TablesAFormatCannotHoldAreRefusedWithTheReason) {
-  COv3DLUT curve, cube, shaped, negative, wide;
+  COv3DLUT curve, cube, shaped, negative, wide, dim, empty;
+  auto grey = [](size_t) { return Tincta::Vec4{0.5f, 0.5f, 0.5f, 1}; };
   Fill(curve, 5000, false, [](size_t i) { return Tincta::Vec4{float(i) / 4999, 0, 0, 1}; });
-  Fill(cube, 3, true, [](size_t) { return Tincta::Vec4{0.5f, 0.5f, 0.5f, 1}; });
-  Fill(shaped, 3, true, [](size_t) { return Tincta::Vec4{0.5f, 0.5f, 0.5f, 1}; });
+  Fill(cube, 3, true, grey);
+  Fill(shaped, 3, true, grey);
   auto shaper = std::make_shared<COv3DLUT>();
   Fill(*shaper, 4, false, [](size_t i) {
     return Tincta::Vec4{float(i) / 3, float(i) / 3, float(i) / 3, 1};
@@ -138,39 +130,37 @@ TEST(LUTWriters, TablesAFormatCannotHoldAreRefusedWithTheReason) {
   Fill(negative, 3, true, [](size_t i) {
     return Tincta::Vec4{i == 13 ? -0.01f : 0.5f, 0.5f, 0.5f, 1};
   });
-  Fill(wide, 3, true, [](size_t) { return Tincta::Vec4{0.5f, 0.5f, 0.5f, 1}; });
+  Fill(wide, 3, true, grey);
   wide.SetDomain({0, 0, 0, 0}, {2, 2, 2, 1});
-  Tincta::SLUTWriteOptions quoted, bits40;
+  // No header and values up to 0.4: the top 16-bit code, 26214, reads as 15 bits.
+  Fill(dim, 6, true, [](size_t i) { return Tincta::Vec4{float(i % 6) / 12.5f, 0, 0, 1}; });
+  Tincta::SLUTWriteOptions quoted, bits40, bits16;
   quoted.title = "say \"hi\"";
   bits40.meshOutputBits = 40;
-  struct Case {
-    const char* name;
+  bits16.meshOutputBits = 16;
+  const struct {
     const COv3DLUT& lut;
     ELUTFileFormat format;
     Tincta::SLUTWriteOptions options;
     const char* reason;
   } cases[] = {
-      {"1-D into a mesh", curve, ELUTFileFormat::Mesh, {}, "only 3-D tables"},
-      {"long 1-D into Truelight",
-       curve,
-       ELUTFileFormat::Truelight,
-       {},
-       "2 to 4096 entries, and this 1-D table has 5000"},
-      {"shaper into cube text", shaped, ELUTFileFormat::Cube, {}, "it has an input shaper"},
-      {"shaper into OTX3", shaped, ELUTFileFormat::Otx3, {}, "it has an input shaper"},
-      {"shaper into a mesh", shaped, ELUTFileFormat::Mesh, {}, "it has an input shaper"},
-      {"negative into a mesh", negative, ELUTFileFormat::Mesh, {}, "entry (1, 1, 1) holds -0.01"},
-      {"domain into a mesh", wide, ELUTFileFormat::Mesh, {}, "domain 0..1 only"},
-      {"domain into Truelight", wide, ELUTFileFormat::Truelight, {}, "domain 0..1 only"},
-      {"quote in a title", cube, ELUTFileFormat::Cube, quoted, "a quote or a line break"},
-      {"40-bit mesh", cube, ELUTFileFormat::Mesh, bits40, "1 to 32 bits"},
+      {curve, ELUTFileFormat::Mesh, {}, "only 3-D tables"},
+      {curve, ELUTFileFormat::Truelight, {}, "2 to 4096 entries, and this 1-D table has 5000"},
+      {shaped, ELUTFileFormat::Cube, {}, "it has an input shaper"},
+      {shaped, ELUTFileFormat::Otx3, {}, "it has an input shaper"},
+      {shaped, ELUTFileFormat::Mesh, {}, "it has an input shaper"},
+      {negative, ELUTFileFormat::Mesh, {}, "entry (1, 1, 1) holds -0.01"},
+      {wide, ELUTFileFormat::Mesh, {}, "domain 0..1 only"},
+      {wide, ELUTFileFormat::Truelight, {}, "domain 0..1 only"},
+      {cube, ELUTFileFormat::Cube, quoted, "a quote or a line break"},
+      {cube, ELUTFileFormat::Mesh, bits40, "1 to 32 bits"},
+      {dim, ELUTFileFormat::Mesh, bits16, "read back as 32768 levels rather than 65536"},
+      {empty, ELUTFileFormat::Cube, {}, "the LUT is empty"},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     const std::string why = Refusal(c.lut, c.format, c.options);
-    EXPECT_NE(why.find(c.reason), std::string::npos) << c.name << ": " << why;
+    EXPECT_NE(why.find(c.reason), std::string::npos) << c.reason << ": " << why;
   }
-  COv3DLUT empty;
-  EXPECT_EQ(Refusal(empty, ELUTFileFormat::Cube), "the LUT is empty");
 }
 
 TEST(LUTWriters, FormatsAreFoundByNameOrExtension) {
@@ -180,7 +170,6 @@ TEST(LUTWriters, FormatsAreFoundByNameOrExtension) {
   EXPECT_EQ(Tincta::LUTFormatNamed("otx3"), ELUTFileFormat::Otx3);
   EXPECT_FALSE(Tincta::LUTFormatNamed(".cubes").has_value());
   EXPECT_FALSE(Tincta::LUTFormatNamed("").has_value());
-  EXPECT_EQ(Tincta::WrittenLUTFormats().size(), 4u);
 }
 
 // ---- Round trip over every pair -----------------------------------------------------------------
@@ -193,111 +182,39 @@ void Square(double r, double g, double b, double out[3]) {
   out[1] = 0.5 * g + 0.25;
   out[2] = 1 - b;
 }
-void Affine(double r, double g, double b, double out[3]) {
-  crandle_test::Rgb c = crandle_test::NodeColour(uint32_t(std::lround(r * (kGrid - 1))),
-                                                 uint32_t(std::lround(g * (kGrid - 1))),
-                                                 uint32_t(std::lround(b * (kGrid - 1))), kGrid);
-  for (int i = 0; i < 3; ++i)
-    out[i] = c[i];
+// One source per kind of table a writer meets (plain 3-D, a domain, 1-D, a shaper, a mesh's shaper
+// line), with the written formats that refuse it and a piece of their reason. Which reader made
+// the table does not matter to the writers.
+std::string TruelightShaped() {
+  std::vector<crandle_test::Rgb> shaper;
+  for (int i = 0; i < 9; ++i) {
+    const float x = float(i) / 8;
+    shaper.push_back({x * x, std::sqrt(x), x});
+  }
+  return crandle_test::TruelightText(8, shaper, crandle_test::NodeColours(8));
 }
-
-struct SSource {
+using EF = ELUTFileFormat;
+const double kMin[3] = {-0.25, 0, 0}, kMax[3] = {1.5, 1, 2};
+const struct {
   const char* name;
-  std::function<std::vector<uint8_t>()> bytes;
-};
-
-std::vector<uint8_t> Bytes(const std::string& text) {
-  return {text.begin(), text.end()};
-}
-
-const SSource kSources[] = {
-    {"cube 3-D", [] { return Bytes(crandle_test::CubeText3D(kGrid, Affine, "Look")); }},
+  std::string text;
+  std::map<ELUTFileFormat, std::string> refused;
+} kSources[] = {
+    {"cube 3-D", crandle_test::CubeText3D(kGrid, Square, "Look"), {}},
     {"cube 3-D with domain",
-     [] {
-       const double min[3] = {-0.25, 0, 0}, max[3] = {1.5, 1, 2};
-       return Bytes(crandle_test::CubeText3D(kGrid, Affine, "", min, max));
-     }},
-    {"cube 1-D", [] { return Bytes(crandle_test::CubeText1D(k1DEntries, Square)); }},
-    {"Truelight 3-D",
-     [] {
-       return Bytes(crandle_test::TruelightText(kGrid, {}, crandle_test::NodeColours(kGrid)));
-     }},
+     crandle_test::CubeText3D(kGrid, Square, "", kMin, kMax),
+     {{EF::Mesh, "domain 0..1 only"}, {EF::Truelight, "domain 0..1 only"}}},
+    {"cube 1-D", crandle_test::CubeText1D(k1DEntries, Square), {{EF::Mesh, "only 3-D tables"}}},
     {"Truelight with shaper",
-     [] {
-       std::vector<crandle_test::Rgb> shaper;
-       for (int i = 0; i < 9; ++i) {
-         const float x = float(i) / 8;
-         shaper.push_back({x * x, std::sqrt(x), x});
-       }
-       return Bytes(crandle_test::TruelightText(8, shaper, crandle_test::NodeColours(8)));
-     }},
-    {"Truelight 1-D",
-     [] {
-       std::vector<crandle_test::Rgb> ramp;
-       for (uint32_t i = 0; i < k1DEntries; ++i) {
-         const float x = float(i) / (k1DEntries - 1);
-         ramp.push_back({x * x, 1 - x, 0.5f * x});
-       }
-       return Bytes(crandle_test::TruelightText(0, ramp, {}));
-     }},
-    {"mesh 12-bit",
-     [] {
-       return Bytes(crandle_test::MeshText("3DMESH\nMesh 2 12\n", kGrid,
-                                           crandle_test::NodeCodesOf(kGrid, 4096)));
-     }},
+     TruelightShaped(),
+     {{EF::Cube, "input shaper"}, {EF::Mesh, "input shaper"}, {EF::Otx3, "input shaper"}}},
     {"mesh with shaper line",
-     [] {
-       return Bytes(crandle_test::MeshText("3DMESH\nMesh 2 10\n0 100 300 600 1000\n", kGrid,
-                                           crandle_test::NodeCodesOf(kGrid, 1024)));
-     }},
-    {"OTX3 3-D with domain",
-     [] {
-       return crandle_test::FloatImageBytes(
-           {.magic = "OTX3", .size = kGrid, .kind = 3, .min = {0, -1, 0}, .max = {1, 1, 4}},
-           kGrid * kGrid * kGrid, [](uint64_t i) {
-             return crandle_test::NodeColour(i % kGrid, i / kGrid % kGrid, i / kGrid / kGrid,
-                                             kGrid);
-           });
-     }},
-    {"OVTX 1-D",
-     [] {
-       return crandle_test::FloatImageBytes({.magic = "OVTX", .size = k1DEntries, .kind = 1},
-                                            k1DEntries, [](uint64_t i) {
-                                              const float x = float(i) / (k1DEntries - 1);
-                                              return crandle_test::Rgb{x, x * x, 2 * x};
-                                            });
-     }},
-    {"packed 10-bit 3-D",
-     [] {
-       return crandle_test::Packed10Bytes(false, 2, [](uint32_t r, uint32_t g, uint32_t b) {
-         return crandle_test::PackWord(r * 255, g * 200 + 100, 1023 - b * 250);
-       });
-     }},
+     crandle_test::MeshText("3DMESH\nMesh 2 10\n0 100 300 600 1000\n", kGrid,
+                            crandle_test::NodeCodesOf(kGrid, 1024)),
+     {{EF::Cube, "input shaper"}, {EF::Otx3, "input shaper"}}},
 };
 
-// What each written format makes of each source: empty when it holds the table, else a piece of
-// the refusal's reason.
-const std::map<std::pair<std::string, ELUTFileFormat>, std::string> kRefused = {
-    {{"cube 3-D with domain", ELUTFileFormat::Mesh}, "domain 0..1 only"},
-    {{"cube 3-D with domain", ELUTFileFormat::Truelight}, "domain 0..1 only"},
-    {{"cube 1-D", ELUTFileFormat::Mesh}, "only 3-D tables"},
-    {{"Truelight with shaper", ELUTFileFormat::Cube}, "input shaper"},
-    {{"Truelight with shaper", ELUTFileFormat::Mesh}, "input shaper"},
-    {{"Truelight with shaper", ELUTFileFormat::Otx3}, "input shaper"},
-    {{"Truelight 1-D", ELUTFileFormat::Mesh}, "only 3-D tables"},
-    {{"mesh with shaper line", ELUTFileFormat::Cube}, "input shaper"},
-    {{"mesh with shaper line", ELUTFileFormat::Otx3}, "input shaper"},
-    {{"OTX3 3-D with domain", ELUTFileFormat::Mesh}, "domain 0..1 only"},
-    {{"OTX3 3-D with domain", ELUTFileFormat::Truelight}, "domain 0..1 only"},
-    {{"OVTX 1-D", ELUTFileFormat::Mesh}, "only 3-D tables"},
-};
-
-// Half a code of the mesh's default 12 bits, plus float rounding; the text formats write every
-// float exactly and the image stores it.
-double Precision(ELUTFileFormat format) {
-  return format == ELUTFileFormat::Mesh ? 0.5 / 4095 + 1e-7 : 0.0;
-}
-
+// Same size, kind and domain, and entries within `tolerance`.
 void ExpectSameTable(const COv3DLUT& back, const COv3DLUT& source, double tolerance,
                      const std::string& where) {
   ASSERT_EQ(back.Is3D(), source.Is3D()) << where;
@@ -306,47 +223,37 @@ void ExpectSameTable(const COv3DLUT& back, const COv3DLUT& source, double tolera
     EXPECT_EQ(back.DomainMin()[c], source.DomainMin()[c]) << where;
     EXPECT_EQ(back.DomainMax()[c], source.DomainMax()[c]) << where;
   }
-  size_t worst = 0;
-  double worstError = 0;
-  for (size_t i = 0; i < source.EntryCount(); ++i) {
-    for (int c = 0; c < 3; ++c) {
-      const double error = std::fabs(double(back.Table()[4 * i + c]) - source.Table()[4 * i + c]);
-      if (!(error <= worstError)) worst = i, worstError = error;
-    }
+  for (size_t i = 0; i < 4 * source.EntryCount(); ++i) {
+    if (i % 4 == 3) continue;
+    ASSERT_NEAR(back.Table()[i], source.Table()[i], tolerance) << where << " at entry " << i / 4;
   }
-  EXPECT_LE(worstError, tolerance) << where << " at entry " << worst;
 }
 
 TEST(LUTWriters, EveryWrittenFormatReadsBackAsTheTableOfEverySource) {
-  int written = 0, refused = 0;
-  for (const SSource& source : kSources) {
+  for (const auto& source : kSources) {
     COv3DLUT lut;
-    ASSERT_TRUE(crandle_test::Parse(lut, source.bytes())) << source.name;
+    ASSERT_TRUE(crandle_test::Parse(lut, source.text)) << source.name;
     for (const Tincta::SLUTFileFormat& format : Tincta::WrittenLUTFormats()) {
       const std::string where = std::string(source.name) + " as " + std::string(format.name);
       std::string out, why;
       const bool ok = Tincta::bWriteLUTFile(lut, format.format, {}, out, why);
-      const auto refusal = kRefused.find({source.name, format.format});
-      if (refusal != kRefused.end()) {
+      if (const auto refusal = source.refused.find(format.format);
+          refusal != source.refused.end()) {
         EXPECT_FALSE(ok) << where;
         EXPECT_NE(why.find(refusal->second), std::string::npos) << where << ": " << why;
-        ++refused;
         continue;
       }
       ASSERT_TRUE(ok) << where << ": " << why;
-      ++written;
       COv3DLUT back;
       ASSERT_TRUE(crandle_test::Parse(back, out)) << where;
-      ExpectSameTable(back, lut, Precision(format.format), where);
+      // Half a code of the mesh's default 12 bits, plus float rounding; the text formats write
+      // every float exactly and the image stores it.
+      ExpectSameTable(back, lut, format.format == EF::Mesh ? 0.5 / 4095 + 1e-7 : 0.0, where);
       ASSERT_EQ(back.InputShaper() != nullptr, lut.InputShaper() != nullptr) << where;
-      if (lut.InputShaper()) {
-        // The shaper goes through the Truelight reader's rescaling and back: a float's rounding.
-        ExpectSameTable(*back.InputShaper(), *lut.InputShaper(), 2e-7, where + " (shaper)");
-      }
+      // The shaper goes through the Truelight reader's rescaling and back: a float's rounding.
+      if (lut.InputShaper()) ExpectSameTable(*back.InputShaper(), *lut.InputShaper(), 2e-7, where);
     }
   }
-  EXPECT_EQ(refused, int(kRefused.size()));
-  EXPECT_EQ(written + refused, int(std::size(kSources) * Tincta::WrittenLUTFormats().size()));
 }
 
 }  // namespace
