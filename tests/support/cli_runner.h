@@ -15,4 +15,9 @@ struct SToolRun {
 /// with `input` on standard input.
 SToolRun RunTool(const std::string& arguments, const std::string& input = "");
 
+/// A path in single quotes, as one shell word (the tests' paths hold no quote).
+inline std::string Quote(const std::string& path) {
+  return "'" + path + "'";
+}
+
 }  // namespace crandle_test

@@ -14,12 +14,9 @@
 
 namespace {
 
+using crandle_test::Quote;
 using crandle_test::RunTool;
 using crandle_test::TempDir;
-
-std::string Quote(const std::string& path) {
-  return "'" + path + "'";
-}
 
 void Square(double r, double g, double b, double out[3]) {
   out[0] = r * r;

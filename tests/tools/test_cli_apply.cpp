@@ -17,13 +17,10 @@
 
 namespace {
 
+using crandle_test::Quote;
 using crandle_test::RunTool;
 using crandle_test::TempDir;
 namespace fs = std::filesystem;
-
-std::string Quote(const std::string& path) {
-  return "'" + path + "'";
-}
 
 // An affine look: trilinear and linear interpolation reproduce it exactly between grid points.
 void Affine(double r, double g, double b, double out[3]) {

@@ -24,13 +24,10 @@
 
 namespace {
 
+using crandle_test::Quote;
 using crandle_test::RunTool;
 using crandle_test::TempDir;
 using Rgb = std::array<double, 3>;
-
-std::string Quote(const std::string& path) {
-  return "'" + path + "'";
-}
 
 // A multilinear function, which a cube of any size reproduces exactly under trilinear
 // interpolation, and a 1-D curve that linear interpolation of 4096 entries follows within 4e-8.

@@ -16,13 +16,10 @@
 
 namespace {
 
+using crandle_test::Quote;
 using crandle_test::RunTool;
 using crandle_test::TempDir;
 namespace fs = std::filesystem;
-
-std::string Quote(const std::string& path) {
-  return "'" + path + "'";
-}
 
 constexpr double kGamma = 1 / 2.2;
 

@@ -16,13 +16,10 @@
 
 namespace {
 
+using crandle_test::Quote;
 using crandle_test::RunTool;
 using crandle_test::TempDir;
 namespace fs = std::filesystem;
-
-std::string Quote(const std::string& path) {
-  return "'" + path + "'";
-}
 
 std::string Hostile(const std::string& name) {
   return Quote((fs::path(CRANDLE_TEST_DATA_DIR) / "hostile" / name).string());

@@ -24,8 +24,7 @@ using crandle_test::TempDir;
 namespace fs = std::filesystem;
 
 std::string Quote(const fs::path& path) {
-  std::string quoted = "'";
-  return (quoted += path.string()) += '\'';
+  return crandle_test::Quote(path.string());
 }
 
 // Halves every channel and adds a quarter: trilinear interpolation reproduces it exactly.
@@ -83,7 +82,9 @@ TEST_F(ToolUnix, ExitStatusesAndWhatIsSaid) {
     std::string out;  // part of standard output
   } cases[] = {
       {"--version", 0, "", std::string("crandle ") + CRANDLE_VERSION + "\n"},
-      {"", 2, "crandle: a command is needed: info, apply, eval, look, convert, formats\n", ""},
+      {"", 2,
+       "crandle: a command is needed: info, apply, eval, look, convert, check, plot, formats\n",
+       ""},
       {"--set a=b frobnicate x", 2, "crandle: unknown command 'frobnicate'", ""},
       {"look frobnicate", 2, "crandle look: unknown command 'frobnicate'", ""},
       {"look", 2, "crandle look: a command is needed: show, pack\n", ""},

@@ -34,21 +34,7 @@ constexpr uint64_t kMaxBytesPassed = UINT32_MAX;
 
 // The reason the file could not be read into memory, or empty when it was.
 std::string ReadForBytes(const std::string& path, Tincta::SFileContents& contents) {
-  switch (Tincta::ReadWholeFile(path, kMaxBytesPassed, contents)) {
-    case Tincta::EFileReadResult::Ok:
-      return {};
-    case Tincta::EFileReadResult::NotFound:
-      return "no such file";
-    case Tincta::EFileReadResult::NotRegular:
-      return "not a regular file";
-    case Tincta::EFileReadResult::TooLarge:
-      return "the file is larger than 4 GiB";
-    case Tincta::EFileReadResult::OutOfMemory:
-      return "not enough memory to read the file";
-    case Tincta::EFileReadResult::ReadError:
-      break;
-  }
-  return "the file cannot be read";
+  return FileReadProblem(Tincta::ReadWholeFile(path, kMaxBytesPassed, contents), "4 GiB");
 }
 
 int ParseFile(const std::string& path, bool fromBytes, const std::string& correctionId,

@@ -16,7 +16,9 @@ namespace {
 // The detector's name for the ASC CDL reader.
 constexpr const char* kCorrectionReader = "colour transformation";
 
-std::string FileProblem(Tincta::EFileReadResult result) {
+}  // namespace
+
+std::string FileReadProblem(Tincta::EFileReadResult result, const std::string& limit) {
   switch (result) {
     case Tincta::EFileReadResult::Ok:
       return {};
@@ -25,7 +27,7 @@ std::string FileProblem(Tincta::EFileReadResult result) {
     case Tincta::EFileReadResult::NotRegular:
       return "not a regular file";
     case Tincta::EFileReadResult::TooLarge:
-      return "the file is larger than 200 MiB";
+      return "the file is larger than " + limit;
     case Tincta::EFileReadResult::OutOfMemory:
       return "not enough memory to read the file";
     case Tincta::EFileReadResult::ReadError:
@@ -33,8 +35,6 @@ std::string FileProblem(Tincta::EFileReadResult result) {
   }
   return "the file cannot be read";
 }
-
-}  // namespace
 
 std::string LUTPathAsTheModuleOpensIt(const std::string& path) {
   const bool relative = path.empty() || path.front() != '/' || path.find("..") != std::string::npos;
@@ -56,7 +56,7 @@ SLUTFileCheck CheckLUTFile(const std::string& path, const std::string& correctio
   Tincta::SFileContents contents;
   const Tincta::EFileReadResult read =
       Tincta::ReadWholeFile(LUTPathAsTheModuleOpensIt(path), Tincta::kMaxLUTFileBytes, contents);
-  check.fileProblem = FileProblem(read);
+  check.fileProblem = FileReadProblem(read, "200 MiB");
   if (!check.fileProblem.empty()) return check;
   auto lut = std::make_shared<Tincta::COv3DLUT>();
   // The module's arguments for a path: no upsampling asked, any kind, text corrections allowed.

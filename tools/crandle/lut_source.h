@@ -8,6 +8,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "foundation/file.h"
 #include "lut/lut3d.h"
 
 namespace crandle_tool {
@@ -15,6 +16,10 @@ namespace crandle_tool {
 /// The file the module opens for `path`: a relative path (or one with "..") in the LUT directory
 /// when it is there, else the path as given.
 std::string LUTPathAsTheModuleOpensIt(const std::string& path);
+
+/// Why a file could not be read into memory ("no such file", "the file is larger than `limit`"
+/// ...); empty for a file that was read.
+std::string FileReadProblem(Tincta::EFileReadResult result, const std::string& limit);
 
 /// Adds `--cc-id ID` to a command that takes a LUT path.
 void AddCorrectionIdOption(CLI::App* command, std::string& correctionId);

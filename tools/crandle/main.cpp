@@ -48,9 +48,9 @@ int main(int argc, char** argv) {
   crandle_tool::AddEvalCommand(app);
   crandle_tool::AddLookCommand(app);
   crandle_tool::AddConvertCommand(app);
-  crandle_tool::AddFormatsCommand(app);
   crandle_tool::AddCheckCommand(app);
   crandle_tool::AddPlotCommand(app);
+  crandle_tool::AddFormatsCommand(app);
   // Every command runs inside the parse; memory that runs out anywhere in one ends it with a
   // message instead of an abort.
   try {

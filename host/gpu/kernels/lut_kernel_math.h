@@ -77,19 +77,24 @@ CRANDLE_DEVICE_FUNCTION crandle_lut_vec4 crandle_lut_lerp4(crandle_lut_vec4 a, c
   return out;
 }
 
-/* The table entry at column x, row y, slice z (red, green, blue, alpha). */
+/* The entry `offset` bytes into a table (red, green, blue, alpha). */
 CRANDLE_DEVICE_FUNCTION crandle_lut_vec4
-crandle_lut_entry(CRANDLE_GLOBAL const crandle_uchar* table, crandle_uint rowBytes,
-                  crandle_uint height, crandle_uint x, crandle_uint y, crandle_uint z) {
-  CRANDLE_GLOBAL const float* e =
-      (CRANDLE_GLOBAL const float*)(table + ((unsigned long)z * height + y) * rowBytes +
-                                    (unsigned long)x * 16u);
+crandle_lut_entry_at(CRANDLE_GLOBAL const crandle_uchar* table, unsigned long offset) {
+  CRANDLE_GLOBAL const float* e = (CRANDLE_GLOBAL const float*)(table + offset);
   crandle_lut_vec4 out;
   out.v0 = e[0];
   out.v1 = e[1];
   out.v2 = e[2];
   out.v3 = e[3];
   return out;
+}
+
+/* The table entry at column x, row y, slice z (red, green, blue, alpha). */
+CRANDLE_DEVICE_FUNCTION crandle_lut_vec4
+crandle_lut_entry(CRANDLE_GLOBAL const crandle_uchar* table, crandle_uint rowBytes,
+                  crandle_uint height, crandle_uint x, crandle_uint y, crandle_uint z) {
+  return crandle_lut_entry_at(table,
+                              ((unsigned long)z * height + y) * rowBytes + (unsigned long)x * 16u);
 }
 
 /* Component c (0 red, 1 green, 2 blue) of a 1-D table at coordinate s: each channel has its own
@@ -149,18 +154,6 @@ CRANDLE_DEVICE_FUNCTION crandle_lut_vec4 crandle_lut_blend4(float w0, crandle_lu
   out.v1 = w0 * a.v1 + w1 * b.v1 + w2 * c.v1 + w3 * d.v1;
   out.v2 = w0 * a.v2 + w1 * b.v2 + w2 * c.v2 + w3 * d.v2;
   out.v3 = w0 * a.v3 + w1 * b.v3 + w2 * c.v3 + w3 * d.v3;
-  return out;
-}
-
-/* The entry `offset` bytes into a table (red, green, blue, alpha). */
-CRANDLE_DEVICE_FUNCTION crandle_lut_vec4
-crandle_lut_entry_at(CRANDLE_GLOBAL const crandle_uchar* table, unsigned long offset) {
-  CRANDLE_GLOBAL const float* e = (CRANDLE_GLOBAL const float*)(table + offset);
-  crandle_lut_vec4 out;
-  out.v0 = e[0];
-  out.v1 = e[1];
-  out.v2 = e[2];
-  out.v3 = e[3];
   return out;
 }
 
