@@ -377,9 +377,9 @@ TEST_F(LUTTest, DiagnosticsNeverChangeWhatAReadYields) {
       EXPECT_EQ(plain.size, diagnosed.size);
       EXPECT_EQ(plain.shaperSize, diagnosed.shaperSize);
       ASSERT_EQ(plain.table.size(), diagnosed.table.size());
-      EXPECT_EQ(std::memcmp(plain.table.data(), diagnosed.table.data(),
-                            plain.table.size() * sizeof(float)),
-                0);
+      // Bit for bit (NaN entries included); an empty table has no data to compare.
+      EXPECT_TRUE(plain.table.empty() || std::memcmp(plain.table.data(), diagnosed.table.data(),
+                                                     plain.table.size() * sizeof(float)) == 0);
       EXPECT_EQ(std::memcmp(&plain.min, &diagnosed.min, sizeof(plain.min)), 0);
       EXPECT_EQ(std::memcmp(&plain.max, &diagnosed.max, sizeof(plain.max)), 0);
       // A failed read always says why.
