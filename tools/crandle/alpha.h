@@ -15,8 +15,8 @@ namespace crandle_tool {
 bool ColourIsAssociated(const SImage& image, const SChannelLayout& layout);
 
 /// True when the writer chosen for `path` stores colour unassociated from alpha as given when the
-/// spec says "oiio:UnassociatedAlpha", and marks the file so; other writers take associated
-/// colour.
+/// image description says "oiio:UnassociatedAlpha", and marks the file so; other writers take
+/// associated colour.
 bool WriterKeepsUnassociatedAlpha(const std::string& path);
 
 /// Divides the colour of a float picture by its alpha where alpha is above 0; pixels with no
@@ -29,7 +29,7 @@ void DivideByAlpha(CPicture& picture);
 void ReassociateAlpha(CPicture& picture, const SImage& source, const SChannelLayout& layout);
 
 /// Multiplies the colour of a float image by its alpha (alpha below 0 counts as 0): unassociated
-/// colour made associated for a writer that takes it so. The image's spec loses
+/// colour made associated for a writer that takes it so. The image description loses
 /// "oiio:UnassociatedAlpha".
 void AssociateAlpha(SImage& image);
 

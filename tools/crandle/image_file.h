@@ -12,8 +12,8 @@
 
 namespace crandle_tool {
 
-/// An image as read: its spec (size, channels, metadata) and its samples, interleaved, in one of
-/// three sample types (8-bit, 16-bit, or float for half, float and anything wider).
+/// An image as read: its description (size, channels, metadata) and its samples, interleaved, in
+/// one of three sample types (8-bit, 16-bit, or float for half, float and anything wider).
 struct SImage {
   OIIO::ImageSpec spec;
   OIIO::TypeDesc sampleType;
@@ -31,7 +31,7 @@ struct SChannelLayout {
 
 /// Reads the first subimage of `path`; false with `error` set when it cannot. Colour is read as
 /// stored: a file that keeps it unassociated from alpha gives it so, with "oiio:UnassociatedAlpha"
-/// set in the spec. A movie or a file of several pictures is refused.
+/// set in its image description. A movie or a file of several pictures is refused.
 bool ReadImage(const std::string& path, SImage& image, std::string& error);
 
 /// The colour and alpha channels of `spec`; false when it has no colour channel.

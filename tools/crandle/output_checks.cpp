@@ -44,9 +44,9 @@ std::string FormatName(const OIIO::ImageOutput& output) {
 }
 
 // The sample type the writer for files like `path` stores when asked for `type`: writers change
-// the spec's format on open to the nearest they hold. Asked of a one-pixel file in the temporary
-// folder, which is removed again.
-// Remembered per extension and type, since a sequence asks again for every frame.
+// the requested sample format on open to the nearest they hold. Asked of a one-pixel file in the
+// temporary folder, which is removed again. Remembered per extension and type, since a sequence
+// asks again for every frame.
 OIIO::TypeDesc StoredType(const std::string& extension, OIIO::TypeDesc type) {
   static std::map<std::pair<std::string, std::string>, OIIO::TypeDesc> known;
   const auto key = std::make_pair(extension, std::string(type.c_str()));
