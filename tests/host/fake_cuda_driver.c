@@ -1,7 +1,5 @@
-/* A stand-in for the CUDA driver library, so that the host GPU library's loader can be driven
-   through the ways a real driver turns out unusable without owning such a driver. It reports the
-   version in CRANDLE_FAKE_CUDA_VERSION, answers cuInit with CRANDLE_FAKE_CUDA_INIT (0 when unset)
-   and resolves no other entry point. */
+/* A stand-in CUDA driver: the version in CRANDLE_FAKE_CUDA_VERSION, cuInit answering
+   CRANDLE_FAKE_CUDA_INIT (0 when unset), no other entry point. */
 #include <stddef.h>
 #include <stdlib.h>
 

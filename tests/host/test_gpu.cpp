@@ -63,8 +63,7 @@ TEST(GPUDevices, EnumerationOrderCodesAndIndexLimit) {
     EXPECT_FALSE(status.message.empty()) << status.name;
     EXPECT_TRUE(status.compiledIn || !status.available) << status.name;
   }
-  // CUDA devices first, then OpenCL, each framework's indices counting from 0; CUDA devices
-  // report kind 3, OpenCL ones 1 (GPU) or 2 (CPU).
+  // CUDA first, then OpenCL, indices from 0; kinds: CUDA 3, OpenCL 1 (GPU) or 2 (CPU).
   std::map<uint32_t, uint32_t> next;
   uint32_t lastFramework = 0;
   for (const auto& device : EnumerateGPUDevices()) {
@@ -77,17 +76,15 @@ TEST(GPUDevices, EnumerationOrderCodesAndIndexLimit) {
     EXPECT_TRUE(info.frameworkCode == kGPUFrameworkCUDA ? info.kindCode == 3
                                                         : info.kindCode == 1 || info.kindCode == 2)
         << info.kindCode;
-    EXPECT_FALSE(info.name.empty());
-    EXPECT_FALSE(info.driverVersion.empty());
-    EXPECT_GT(info.memoryBytes, 0u);
+    EXPECT_TRUE(!info.name.empty() && !info.driverVersion.empty() && info.memoryBytes > 0);
     EXPECT_TRUE(device->GetHostAllocator() && device->GetDeviceAllocator());
   }
-  for (uint32_t framework : {kGPUFrameworkCUDA, kGPUFrameworkOpenCL}) {
-    EXPECT_EQ(GetGPUDevice(framework, 4), nullptr);
-    EXPECT_EQ(GetGPUDevice(framework, 0xFFFFFFFFu), nullptr);
-  }
-  EXPECT_EQ(GetGPUDevice(0, 0), nullptr);
-  EXPECT_EQ(GetGPUDevice(3, 0), nullptr);
+  for (const auto& [framework, index] : {std::pair{kGPUFrameworkCUDA, 4u},
+                                         {kGPUFrameworkOpenCL, 4u},
+                                         {kGPUFrameworkOpenCL, 0xFFFFFFFFu},
+                                         {0u, 0u},
+                                         {3u, 0u}})
+    EXPECT_EQ(GetGPUDevice(framework, index), nullptr) << framework << "/" << index;
 }
 
 // ---- Asset cache -----------------------------------------------------------------------------
@@ -113,8 +110,7 @@ TEST(GPUAssetCache, LeastRecentlyUsedLeaveFirstWithinTheBudget) {
   EXPECT_EQ(cache.Find(Key(1)), a);
   EXPECT_EQ(cache.Find(Key(3)), c);
   EXPECT_EQ(cache.GetBytesHeld(), 80u);
-  // An evicted texture stays valid for its holder.
-  EXPECT_EQ(b->byteCount, 40u);
+  EXPECT_EQ(b->byteCount, 40u);  // an evicted texture stays valid for its holder
 
   // Larger than the whole budget: handed back, not kept, nothing evicted.
   auto huge = Fake(101, 4);
@@ -195,7 +191,7 @@ TEST(GPUDevices, BindsAndLaunchesRefuseWhatTheKernelCannotTakeAndResetsRetireHan
       size_t rowBytes;
       uint32_t width;
       PixelFormat format;
-      uint32_t flags;
+      uint32_t flags, depth;  // depth 0: the 2-D slot, 8 rows; else the 3-D slot, 4 rows
     } refusals[] = {
         {"null texture", nullptr, at, 128, 8, k32f, 0},
         {"null texels", flat, 0, 128, 8, k32f, 0},
@@ -204,17 +200,17 @@ TEST(GPUDevices, BindsAndLaunchesRefuseWhatTheKernelCannotTakeAndResetsRetireHan
         {"flags", flat, at, 128, 8, k32f, 1},
         {"10-bit format", flat, at, 128, 8, kPixelFormat_RGB_101010_10u_BE, 0},
         {"another device's slot", other->LoadTexture(kTestModule, "sample2D"), at, 128, 8, k32f, 0},
+        {"8-bit 3-D table", cube, at, 128, 8, kPixelFormat_BGRA_4444_8u, 0, 2},
+        {"3-D rows too short", cube, at, 63, 4, k32f, 0, 4},
     };
     GPUTextureBindings bindings;
     for (const auto& r : refusals)
-      EXPECT_EQ(device->BindTexture(bindings, r.texture, r.texels, 0, r.rowBytes, r.width, 8,
-                                    r.format, r.flags),
+      EXPECT_EQ(r.depth ? device->Bind3DTexture(bindings, r.texture, r.texels, r.rowBytes, r.width,
+                                                4, r.depth, r.format, r.flags)
+                        : device->BindTexture(bindings, r.texture, r.texels, 0, r.rowBytes, r.width,
+                                              8, r.format, r.flags),
                 kGPUErrorInvalidArgument)
           << r.what;
-    EXPECT_EQ(device->Bind3DTexture(bindings, cube, at, 128, 8, 4, 2, kPixelFormat_BGRA_4444_8u, 0),
-              kGPUErrorInvalidArgument);
-    EXPECT_EQ(device->Bind3DTexture(bindings, cube, at, 63, 4, 4, 4, k32f, 0),
-              kGPUErrorInvalidArgument);
     EXPECT_EQ(bindings.count, 0u);
 
     // Width and height 0: no thread touches memory.
@@ -241,8 +237,7 @@ TEST(GPUDevices, BindsAndLaunchesRefuseWhatTheKernelCannotTakeAndResetsRetireHan
     EXPECT_EQ(device->Launch(kernel, {1, 1, 1}, {1, 1, 1}, bindings, arguments), 0);
     EXPECT_EQ(device->Synchronize(), 0);
 
-    // A reset: a new stamp, an empty asset cache, old handles refused, new ones loaded; memory
-    // from before it may still be given back.
+    // A reset: a new stamp, an empty cache, old handles refused; older memory may still go back.
     device->GetAssetCache().Insert(Key(1), Fake(64));
     const uint64_t stamp = device->GetGenerationStamp();
     ASSERT_EQ(device->Reset(), 0);
@@ -421,14 +416,12 @@ TEST_P(GPUBackend, LaunchSamplesBoundTexturesAtTexelCentres) {
     ASSERT_EQ(device_->CopyHostToDevice(flat + kPitch2, 0, picture.data(), 0, picture.size(), 1),
               0);
     const auto stored = [&](int u, int v, int c) -> float {
-      const uint8_t* sample =
-          &picture[v * kPitch2 + u * BytesPerPixel(format) + c * format.variant / 8];
-      if (format.variant == 8) return *sample;
+      const uint8_t* p = &picture[v * kPitch2 + u * BytesPerPixel(format) + c * format.variant / 8];
       uint16_t s16;
       float s32;
-      std::memcpy(&s16, sample, 2);
-      std::memcpy(&s32, sample, 4);
-      return format.variant == 16 ? s16 : s32;
+      std::memcpy(&s16, p, 2);
+      std::memcpy(&s32, p, 4);
+      return format.variant == 8 ? *p : format.variant == 16 ? s16 : s32;
     };
     for (const auto& [shift, bias, block] :
          {std::tuple{0, 0.0f, GPUDim3{1, 1, 1}}, std::tuple{-1, 0.25f, GPUDim3{4, 2, 1}}}) {

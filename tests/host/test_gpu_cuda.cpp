@@ -1,6 +1,5 @@
-// What only the CUDA driver back end has: its driver loader's answers for every way a driver turns
-// out unusable, and the fatbins built into the library. The device tests shared with OpenCL run
-// on CUDA in test_gpu.cpp.
+// What only the CUDA back end has: its driver loader's answers for an unusable driver and the
+// fatbins built into the library (the device tests shared with OpenCL are in test_gpu.cpp).
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -9,6 +8,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -37,11 +37,9 @@ TEST(CudaDriverLoader, SaysWhyTheDriverIsUnusable) {
 
   std::vector<std::string> expected;
   if (const char* parts = std::getenv("CRANDLE_EXPECT_CUDA_MESSAGE")) {
-    std::string text = parts;
-    for (size_t begin = 0, end; begin <= text.size(); begin = end + 1) {
-      end = std::min(text.find('|', begin), text.size());
-      expected.push_back(text.substr(begin, end - begin));
-    }
+    std::stringstream text(parts);
+    for (std::string part; std::getline(text, part, '|');)
+      expected.push_back(part);
   } else if (void* driver = dlopen("libcuda.so.1", RTLD_NOW | RTLD_LOCAL)) {
     dlclose(driver);
     GTEST_SKIP() << "this machine has a CUDA driver: " << status->message;

@@ -26,6 +26,8 @@ namespace crandle_test {
 namespace {
 
 using host::LUTInterpolationMethod;
+constexpr LUTInterpolationMethod kTetrahedral = LUTInterpolationMethod::Tetrahedral;
+constexpr LUTInterpolationMethod kTrilinear = LUTInterpolationMethod::Trilinear;
 using Tincta::COv3DLUT;
 using Tincta::Vec4;
 
@@ -35,8 +37,8 @@ TEST_P(LUTKernelMathTest, PixelsFollowTheModel) {
   const auto& [c, tetrahedral, bits] = GetParam();
   const auto lut = BuildModelCase(c);
   const COv3DLUT* shaper = lut->InputShaper();
-  const Tincta::SHwLUTConstants constants = Tincta::COvHwCompositingEngine::LUTConstants(
-      *lut, tetrahedral ? LUTInterpolationMethod::Tetrahedral : LUTInterpolationMethod::Trilinear);
+  const Tincta::SHwLUTConstants constants =
+      Tincta::COvHwCompositingEngine::LUTConstants(*lut, tetrahedral ? kTetrahedral : kTrilinear);
 
   const uint32_t width = 64, height = 8;
   const size_t rowBytes = size_t(width + 3) * bits / 2;  // rows with a gap after them
@@ -102,12 +104,11 @@ TEST(LUTKernelMath, TetrahedralFindsEveryOrderTieAndClampedCell) {
     const crandle_lut_vec4 got = crandle_lut_tetrahedral(
         reinterpret_cast<const crandle_uchar*>(table.data()), n * 16, n, s[0], s[1], s[2]);
     const Rgb want = ModelTetrahedral(table.data(), n, {s[0], s[1], s[2]});
-    const std::string what = std::to_string(c.fr) + " " + std::to_string(c.fg) + " " +
-                             std::to_string(c.fb) + " in cell " + std::to_string(c.r) +
-                             std::to_string(c.g) + std::to_string(c.b);
-    EXPECT_NEAR(got.v0, want[0], 2e-6) << what;
-    EXPECT_NEAR(got.v1, want[1], 2e-6) << what;
-    EXPECT_NEAR(got.v2, want[2], 2e-6) << what;
+    SCOPED_TRACE(testing::Message()
+                 << c.fr << " " << c.fg << " " << c.fb << " in cell " << c.r << c.g << c.b);
+    EXPECT_NEAR(got.v0, want[0], 2e-6);
+    EXPECT_NEAR(got.v1, want[1], 2e-6);
+    EXPECT_NEAR(got.v2, want[2], 2e-6);
   }
 }
 
@@ -121,15 +122,13 @@ TEST(HwCompositingEngine, ChoosesKernelsAndCodesByKindShaperAndMethod) {
     const char* module;
     uint32_t code;
   } const cases[] = {
-      {0x806F, true, LUTInterpolationMethod::Tetrahedral, "COMPOP_LUT1D3D_TetrahedralInterpolation",
-       512},
-      {0x806F, true, LUTInterpolationMethod::Trilinear, "COMPOP_LUT1D3D", 512},
-      {0x806F, false, LUTInterpolationMethod::Tetrahedral, "COMPOP_LUT3D_TetrahedralInterpolation",
-       1024},
-      {0x806F, false, LUTInterpolationMethod::Trilinear, "COMPOP_LUT3D", 1024},
-      {0x0DE0, false, LUTInterpolationMethod::Tetrahedral, "COMPOP_LUT1D", 2048},
-      {0x0DE0, true, LUTInterpolationMethod::Tetrahedral, "COMPOP_LUT1D", 2048},
-      {0x0DE1, false, LUTInterpolationMethod::Trilinear, "COMPOP_LUT1D", 2048},
+      {0x806F, true, kTetrahedral, "COMPOP_LUT1D3D_TetrahedralInterpolation", 512},
+      {0x806F, true, kTrilinear, "COMPOP_LUT1D3D", 512},
+      {0x806F, false, kTetrahedral, "COMPOP_LUT3D_TetrahedralInterpolation", 1024},
+      {0x806F, false, kTrilinear, "COMPOP_LUT3D", 1024},
+      {0x0DE0, false, kTetrahedral, "COMPOP_LUT1D", 2048},
+      {0x0DE0, true, kTetrahedral, "COMPOP_LUT1D", 2048},
+      {0x0DE1, false, kTrilinear, "COMPOP_LUT1D", 2048},
       {0x84F5, false, static_cast<LUTInterpolationMethod>(7), "COMPOP_LUT1D", 2048},
       {0x806F, false, static_cast<LUTInterpolationMethod>(2), "COMPOP_LUT3D", 1024},
   };
@@ -150,23 +149,20 @@ TEST(HwCompositingEngine, ParametersComeFromTheShaperAndSizesOnlyForTetrahedralC
   Tincta::COvHwTexture texture(*cube, nullptr);
   Tincta::SHwLUTOperator chosen;
   const host::GPUKernel* kernel = nullptr;
-  EXPECT_EQ(engine.PrepareLUTOperator(texture, LUTInterpolationMethod::Tetrahedral, chosen, kernel),
+  EXPECT_EQ(engine.PrepareLUTOperator(texture, kTetrahedral, chosen, kernel),
             static_cast<int>(0xa00f0001u));
   EXPECT_EQ(kernel, nullptr);
   const auto& p = engine.Parameters();
-  for (const char* name : {"__scale1.x", "__scale1.y", "__scale1.z"})
-    EXPECT_DOUBLE_EQ(*p.Parameter(name), 0.1875) << name;
-  for (const char* name : {"__offset1.x", "__offset1.y", "__offset1.z"})
-    EXPECT_DOUBLE_EQ(*p.Parameter(name), 0.3125) << name;
-  EXPECT_EQ(*p.Parameter("__scale1.w"), 1.0);
-  EXPECT_EQ(*p.Parameter("__offset1.w"), 0.0);
-  for (const char* name : {"__textureSize.x", "__textureSize.y", "__textureSize.z"})
-    EXPECT_EQ(*p.Parameter(name), 5.0) << name;
-  EXPECT_EQ(*p.Parameter("__textureSize.w"), 0.0);
+  for (const std::string axis : {"x", "y", "z", "w"}) {
+    const bool w = axis == "w";
+    EXPECT_DOUBLE_EQ(*p.Parameter("__scale1." + axis), w ? 1.0 : 0.1875) << axis;
+    EXPECT_DOUBLE_EQ(*p.Parameter("__offset1." + axis), w ? 0.0 : 0.3125) << axis;
+    EXPECT_EQ(*p.Parameter("__textureSize." + axis), w ? 0.0 : 5.0) << axis;
+  }
 
   Tincta::COvHwCompositingEngine curves(nullptr);
   Tincta::COvHwTexture oneD(*SmoothCurves(8, {0, 0, 0, 0}, {1, 1, 1, 1}, false), nullptr);
-  curves.PrepareLUTOperator(oneD, LUTInterpolationMethod::Tetrahedral, chosen, kernel);
+  curves.PrepareLUTOperator(oneD, kTetrahedral, chosen, kernel);
   EXPECT_EQ(chosen.module, "COMPOP_LUT1D");
   EXPECT_FALSE(curves.Parameters().Parameter("__textureSize.x").has_value());
 }

