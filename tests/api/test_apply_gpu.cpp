@@ -79,10 +79,6 @@ std::shared_ptr<COv3DLUT> Shaped(std::shared_ptr<COv3DLUT> cube, std::shared_ptr
   return cube;
 }
 
-std::shared_ptr<void> Handle(std::shared_ptr<COv3DLUT> lut) {
-  return lut;
-}
-
 // Applies on fresh frames; the device's record then holds the apply's calls alone.
 int Apply(const std::shared_ptr<host::GPUTestDevice>& device, const std::shared_ptr<COv3DLUT>& lut,
           LUTInterpolationMethod method, uint32_t width = 8, uint32_t height = 4,
@@ -92,7 +88,7 @@ int Apply(const std::shared_ptr<host::GPUTestDevice>& device, const std::shared_
   if (destinationRowBytes)
     *destinationRowBytes = destination.Query<host::IVideoFrame2DPixelMemoryAccess>()->GetRowBytes();
   device->ClearCalls();
-  return CRANDLE::ApplyLUT(source, Handle(lut), method, destination);
+  return CRANDLE::ApplyLUT(source, lut, method, destination);
 }
 
 // ---- The recording test device over no back end. ----
@@ -179,12 +175,13 @@ TEST(ApplyGPUTestDevice, FailureRowsGiveTheirResultsAndReleaseEverything) {
       const auto device = host::CreateGPUTestDevice(inner, 2);
       ASSERT_EQ(device->GetInfo().index, 2u);
       device->GetAssetCache().Clear();  // a real device keeps its uploads between rows
+      // The frames outlive the record, so that only the apply's blocks are counted.
       const FrameRef source = GPUFrame(device, host::kPixelFormat_BGRA_4444_32f, 8, 4);
       FrameRef destination = GPUFrame(device, host::kPixelFormat_BGRA_4444_32f, 8, 4);
       device->ClearCalls();
       device->SetFailure(c.failing, true);
-      const int result = CRANDLE::ApplyLUT(source, Handle(GoldenCube(33)), kTrilinear, destination);
-      EXPECT_EQ(result, c.result) << "failing operation " << int(c.failing);
+      EXPECT_EQ(CRANDLE::ApplyLUT(source, GoldenCube(33), kTrilinear, destination), c.result)
+          << int(c.failing);
       EXPECT_EQ(CallsNamed(*device, "Launch").size(), c.launched ? 1u : 0u) << int(c.failing);
       if (c.failing == GPUTestOperation::Unmap) {
         const auto copies = CallsNamed(*device, "CopyStagingToDevice");
@@ -211,10 +208,9 @@ TEST(ApplyGPUTestDevice, ASourceWithoutCompletionTrackingRaisesTheHostsException
   choice.gpuVideoFrame = true;
   const auto source = FrameRef::FromObject(host::CreateFrameWithInterfaces(memory, choice));
   auto destination = FrameRef::FromObject(host::CreateFrameWithInterfaces(memory, choice));
-  EXPECT_THROW(
-      CRANDLE::detail::ApplyLUTOnGPU(source, Handle(GoldenCube(3)), kTrilinear, destination),
-      host::NullPointerException);
-  EXPECT_EQ(CRANDLE::ApplyLUT(source, Handle(GoldenCube(3)), kTrilinear, destination),
+  EXPECT_THROW(CRANDLE::detail::ApplyLUTOnGPU(source, GoldenCube(3), kTrilinear, destination),
+               host::NullPointerException);
+  EXPECT_EQ(CRANDLE::ApplyLUT(source, GoldenCube(3), kTrilinear, destination),
             static_cast<int>(0xa00f000eu));
 }
 
@@ -257,8 +253,8 @@ TEST(ApplyGPUTestDevice, ALUTUsedOnAHundredFramesIsUploadedOnceAndAgainAfterARes
   FrameRef destination = GPUFrame(device, host::kPixelFormat_BGRA_4444_16u, 16, 16);
   device->ClearCalls();
   for (int frame = 0; frame < 100; ++frame) {
-    ASSERT_EQ(CRANDLE::ApplyLUT(source, Handle(cube), kTrilinear, destination), 0);
-    ASSERT_EQ(CRANDLE::ApplyLUT(source, Handle(shaped), kTetrahedral, destination), 0);
+    ASSERT_EQ(CRANDLE::ApplyLUT(source, cube, kTrilinear, destination), 0);
+    ASSERT_EQ(CRANDLE::ApplyLUT(source, shaped, kTetrahedral, destination), 0);
   }
   const auto uploads = CallsNamed(*device, "UploadTexture");
   ASSERT_EQ(uploads.size(), 3u);  // the cube, the shaper, the shaped cube
@@ -270,7 +266,7 @@ TEST(ApplyGPUTestDevice, ALUTUsedOnAHundredFramesIsUploadedOnceAndAgainAfterARes
 
   ASSERT_EQ(device->Reset(), 0);
   device->ClearCalls();
-  ASSERT_EQ(CRANDLE::ApplyLUT(source, Handle(cube), kTrilinear, destination), 0);
+  ASSERT_EQ(CRANDLE::ApplyLUT(source, cube, kTrilinear, destination), 0);
   EXPECT_EQ(CallsNamed(*device, "LoadKernel").size(), 1u);
   EXPECT_EQ(CallsNamed(*device, "UploadTexture").size(), 1u);  // the asset cache went too
 }
@@ -301,7 +297,7 @@ FrameRef ApplyOnDevice(const std::shared_ptr<host::IGPUDevice>& device, const Fr
   FrameRef deviceSource = GPUFrame(device, format, bounds.width, bounds.height);
   FrameRef deviceDestination = GPUFrame(device, format, bounds.width, bounds.height);
   EXPECT_EQ(host::UploadVideoFrame(source, deviceSource), 0);
-  EXPECT_EQ(CRANDLE::ApplyLUT(deviceSource, Handle(lut), method, deviceDestination), 0);
+  EXPECT_EQ(CRANDLE::ApplyLUT(deviceSource, lut, method, deviceDestination), 0);
   FrameRef result = HostFrame(format, bounds.width, bounds.height);
   EXPECT_EQ(host::DownloadVideoFrame(deviceDestination, result), 0);
   return result;
