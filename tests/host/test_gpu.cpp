@@ -93,41 +93,39 @@ TEST(GPUAssetCache, LeastRecentlyUsedLeaveFirstWithinTheBudget) {
   const std::shared_ptr<GPUTestDevice> device = CreateGPUTestDevice(nullptr);
   IGPUDeviceAssetCache& cache = GetDeviceAssetCache(*device);
   EXPECT_EQ(cache.GetBudget(), uint64_t{512} << 20);  // the documented default
-  cache.SetBudget(100);
+  cache.SetBudget(120);
 
-  auto a = Fake(40, 1), b = Fake(40, 2), c = Fake(40, 3);
+  auto a = Fake(40, 1), b = Fake(40, 2), c = Fake(40, 3), d = Fake(40, 4);
   EXPECT_EQ(cache.Find(Key(1)), nullptr);
-  EXPECT_EQ(cache.Insert(Key(1), a), a);
-  EXPECT_EQ(cache.Insert(Key(2), b), b);
-  EXPECT_EQ(cache.GetBytesHeld(), 80u);
-  // A second insert under a key keeps the first texture and hands it back.
+  for (const auto& texture : {a, b, c})
+    EXPECT_EQ(cache.Insert(Key(static_cast<SFakeTexture&>(*texture).key), texture), texture);
+  // A second insert under a key keeps the first texture and hands it back, and uses the key, as
+  // a find does: of 1, 3, 2 (from the last used), key 3 leaves when key 4 needs room.
   EXPECT_EQ(cache.Insert(Key(1), Fake(40, 9)), a);
-  EXPECT_EQ(cache.GetBytesHeld(), 80u);
-  // Key 1 was used last, so key 2 leaves when key 3 needs room.
+  EXPECT_EQ(cache.Find(Key(2)), b);
+  EXPECT_EQ(cache.Insert(Key(4), d), d);
+  EXPECT_EQ(cache.Find(Key(3)), nullptr);
   EXPECT_EQ(cache.Find(Key(1)), a);
-  EXPECT_EQ(cache.Insert(Key(3), c), c);
-  EXPECT_EQ(cache.Find(Key(2)), nullptr);
-  EXPECT_EQ(cache.Find(Key(1)), a);
-  EXPECT_EQ(cache.Find(Key(3)), c);
-  EXPECT_EQ(cache.GetBytesHeld(), 80u);
-  EXPECT_EQ(b->byteCount, 40u);  // an evicted texture stays valid for its holder
+  EXPECT_EQ(cache.Find(Key(2)), b);
+  EXPECT_EQ(cache.GetBytesHeld(), 120u);
+  EXPECT_EQ(c->byteCount, 40u);  // an evicted texture stays valid for its holder
 
   // Larger than the whole budget: handed back, not kept, nothing evicted.
-  auto huge = Fake(101, 4);
-  EXPECT_EQ(cache.Insert(Key(4), huge), huge);
-  EXPECT_EQ(cache.Find(Key(4)), nullptr);
-  EXPECT_EQ(cache.GetBytesHeld(), 80u);
+  auto huge = Fake(121, 5);
+  EXPECT_EQ(cache.Insert(Key(5), huge), huge);
+  EXPECT_EQ(cache.Find(Key(5)), nullptr);
+  EXPECT_EQ(cache.GetBytesHeld(), 120u);
   // Exactly the budget fits, pushing out everything else.
-  auto whole = Fake(100, 5);
-  EXPECT_EQ(cache.Insert(Key(5), whole), whole);
-  EXPECT_EQ(cache.GetBytesHeld(), 100u);
-  EXPECT_EQ(cache.Find(Key(1)), nullptr);
-  EXPECT_EQ(cache.Find(Key(3)), nullptr);
+  auto whole = Fake(120, 6);
+  EXPECT_EQ(cache.Insert(Key(6), whole), whole);
+  EXPECT_EQ(cache.GetBytesHeld(), 120u);
+  for (uint8_t key : {1, 2, 4})
+    EXPECT_EQ(cache.Find(Key(key)), nullptr) << int(key);
 
   // Lowering the budget evicts at once; a null texture is refused.
-  cache.SetBudget(99);
+  cache.SetBudget(119);
   EXPECT_EQ(cache.GetBytesHeld(), 0u);
-  EXPECT_EQ(cache.Find(Key(5)), nullptr);
+  EXPECT_EQ(cache.Find(Key(6)), nullptr);
   EXPECT_EQ(cache.Insert(Key(6), nullptr), nullptr);
   EXPECT_EQ(cache.Insert(Key(7), Fake(0, 7))->byteCount, 0u);
   cache.Clear();
