@@ -57,8 +57,8 @@ std::vector<std::shared_ptr<IGPUDevice>> EveryDevice() {
 TEST(GPUDevices, EnumerationOrderCodesAndIndexLimit) {
   const std::vector<GPUBackendStatus> statuses = GetGPUBackendStatus();
   ASSERT_EQ(statuses.size(), 2u);
-  EXPECT_EQ(statuses[0].frameworkCode, kGPUFrameworkCUDA);
-  EXPECT_EQ(statuses[1].frameworkCode, kGPUFrameworkOpenCL);
+  EXPECT_EQ(std::pair(statuses[0].frameworkCode, statuses[1].frameworkCode),
+            std::pair(kGPUFrameworkCUDA, kGPUFrameworkOpenCL));
   for (const GPUBackendStatus& status : statuses) {
     EXPECT_FALSE(status.message.empty()) << status.name;
     EXPECT_TRUE(status.compiledIn || !status.available) << status.name;
@@ -385,8 +385,7 @@ TEST_P(GPUBackend, LaunchSamplesBoundTexturesAtTexelCentres) {
     std::memcpy(&padded[row * paddedRow], &cube[row * kN[0] * 4], kN[0] * 16);
   const auto table = device_->UploadTexture(padded.data(), paddedRow, kN[0], kN[1], kN[2]);
   ASSERT_NE(table, nullptr);
-  EXPECT_EQ(table->rowBytes, kN[0] * 16u);
-  EXPECT_EQ(table->byteCount, cube.size() * 4);
+  EXPECT_EQ(std::pair(table->rowBytes, table->byteCount), std::pair(kN[0] * 16ul, cube.size() * 4));
 
   // Every texel centre of the 3-D table and a few beyond its edges.
   std::vector<float> coordinates;

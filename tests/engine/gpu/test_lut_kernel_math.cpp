@@ -134,9 +134,8 @@ TEST(HwCompositingEngine, ChoosesKernelsAndCodesByKindShaperAndMethod) {
   };
   for (const SCase& c : cases) {
     const auto chosen = COvHwCompositingEngine::ChooseLUTOperator(c.kind, c.shaper, c.method);
-    EXPECT_EQ(chosen.module, c.module);
-    EXPECT_EQ(chosen.entry, std::string("ShaderKernel_") + c.module);
-    EXPECT_EQ(chosen.code, c.code);
+    EXPECT_EQ(std::tuple(chosen.module, chosen.entry, chosen.code),
+              std::tuple(c.module, std::string("ShaderKernel_") + c.module, c.code));
   }
 }
 
@@ -229,10 +228,9 @@ TEST(HwTexture, LoadsByKindRegistersUnderItsKeyAndBorrowsLoadedTables) {
   for (const auto& c : cases) {
     {
       const COvHwTexture texture(c.file, c.kind, &registry, c.sizeLimit);
-      EXPECT_EQ(texture.bLoaded(), c.size != 0) << c.what;
-      EXPECT_EQ(texture.Kind(), c.kindAfter) << c.what;
-      EXPECT_EQ(texture.Size(), c.size) << c.what;
-      EXPECT_EQ(texture.OwnsTable(), 1u) << c.what;
+      EXPECT_EQ(std::tuple(texture.bLoaded(), texture.Kind(), texture.Size(), texture.OwnsTable()),
+                std::tuple(c.size != 0, c.kindAfter, c.size, 1u))
+          << c.what;
       EXPECT_EQ(registry.Find(c.file + c.suffix), &texture) << c.what;
       EXPECT_EQ(registry.Count(), 1u) << c.what;
       if (c.sizeLimit == 256) {
@@ -260,10 +258,8 @@ TEST(HwTexture, LoadsByKindRegistersUnderItsKeyAndBorrowsLoadedTables) {
   const float last = lut->Table()[4 * 26];
   {
     const COvHwTexture borrowed(*lut, nullptr);
-    EXPECT_EQ(borrowed.OwnsTable(), 0u);
-    EXPECT_EQ(borrowed.Table(), lut->Table());
-    EXPECT_EQ(borrowed.Kind(), Tincta::kHwTexture3D);
-    EXPECT_TRUE(borrowed.Name().empty());
+    EXPECT_EQ(std::tuple(borrowed.OwnsTable(), borrowed.Table(), borrowed.Kind(), borrowed.Name()),
+              std::tuple(0u, lut->Table(), Tincta::kHwTexture3D, ""));
   }
   ASSERT_EQ(lut->Size(), 3u);
   EXPECT_EQ(lut->Table()[4 * 26], last);

@@ -42,9 +42,8 @@ TEST(CreateVideoFrame, PackedAlignedRowsAndHostInterfacesOnly) {
                 0);
       const Memory memory = frame.Query<IVideoFrameMemoryAccess>();
       const Layout layout = frame.Query<IVideoFrame2DPixelMemoryAccess>();
-      EXPECT_EQ(memory->GetRowBytes(), width * bytesPerPixel);
-      EXPECT_EQ(layout->GetRowBytes(), width * bytesPerPixel);
-      EXPECT_EQ(layout->GetPlaneCount(), 1u);
+      EXPECT_EQ(std::tuple(memory->GetRowBytes(), layout->GetRowBytes(), layout->GetPlaneCount()),
+                std::tuple(width * bytesPerPixel, width * bytesPerPixel, 1u));
       EXPECT_EQ(reinterpret_cast<uintptr_t>(memory->GetBaseAddress()) % 64, 0u);
       std::memset(memory->GetBaseAddress(), 0x3C, width * bytesPerPixel * 7);  // all writable
       for (const char* name : {"IGPUVideoFrame", "IGPUVideoFrameMemoryAccess",
@@ -154,9 +153,8 @@ TEST(FrameWithInterfaces, AnswersTheChosenAndForwardsTheRest) {
 
   auto object = CreateFrameWithInterfaces(frame, {.left = 5, .top = 6, .rowBytes2D = 999});
   const FrameRef ref = FrameRef::FromObject(object);
-  EXPECT_EQ(ref->GetBounds(), (FrameBounds{5, 6, 4, 3}));
-  EXPECT_EQ(ref->GetPixelFormat(), kPixelFormat_BGRA_4444_8u);
-  EXPECT_EQ(ref->GetColorSpace(), ColorSpace::sRGB);
+  EXPECT_EQ(std::tuple(ref->GetBounds(), ref->GetPixelFormat(), ref->GetColorSpace()),
+            std::tuple(FrameBounds{5, 6, 4, 3}, kPixelFormat_BGRA_4444_8u, ColorSpace::sRGB));
   const auto pixels = ref.Query<IVideoFrameMemoryAccess>();
   EXPECT_EQ(pixels->GetBaseAddress(), frame.Query<IVideoFrameMemoryAccess>()->GetBaseAddress());
   EXPECT_EQ(pixels->GetRowBytes(), 16u);
