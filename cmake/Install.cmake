@@ -3,6 +3,7 @@
 #   lib/libcrandle.so.0, lib/libcrandle_host.so.0    the module and the reference host (SONAME .0)
 #   include/crandle/, include/host/                  their headers
 #   bin/crandle                                      the tool
+#   lib/crandle/libcrandle_image_commands.so         its image commands, opened on first use
 #   share/man/man1/crandle.1                         its manual page
 #   share/bash-completion/completions/crandle        its bash completion
 #   share/crandle/samples/                           the sample LUTs and image
@@ -28,6 +29,10 @@ if(TARGET crandle_cli)
   file(RELATIVE_PATH _crandle_bin_to_lib ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
   set_target_properties(crandle_cli PROPERTIES INSTALL_RPATH "$ORIGIN/${_crandle_bin_to_lib}")
   install(TARGETS crandle_cli RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime)
+  # The tool looks for it at the same place relative to itself (tools/crandle/CMakeLists.txt).
+  set_target_properties(crandle_image_commands PROPERTIES INSTALL_RPATH "$ORIGIN/..")
+  install(TARGETS crandle_image_commands LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/crandle
+    COMPONENT runtime)
   install(FILES ${PROJECT_SOURCE_DIR}/docs/crandle.1
     DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT runtime)
   # bash-completion loads a command's completion on demand from a file named as the command.

@@ -41,6 +41,10 @@ if(NOT output MATCHES "SONAME\\)[^\n]*\\[libcrandle\\.so\\.0\\]")
 endif()
 # The installed tool runs from the prefix alone (its libraries found beside it).
 run("installed tool" ${prefix}/bin/crandle info ${prefix}/share/crandle/samples/warm-contrast.cube)
+# ... and finds its image commands there.
+run("installed image commands" ${prefix}/bin/crandle apply
+    ${prefix}/share/crandle/samples/warm-contrast.cube ${prefix}/share/crandle/samples/chart.png
+    ${WORK_DIR}/chart-graded.png)
 
 set(sample ${prefix}/share/crandle/samples/warm-contrast.cube)
 

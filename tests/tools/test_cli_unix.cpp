@@ -116,6 +116,52 @@ TEST_F(ToolUnix, ExitStatusesAndWhatIsSaid) {
   EXPECT_FALSE(fs::exists(dir.Path() / "out.exr"));
 }
 
+// Commands that touch no image never load the image library, so they start at once; the image
+// commands module is opened by the first command that needs it, and a missing one is named.
+TEST_F(ToolUnix, TheImageLibraryIsLoadedOnlyByCommandsThatTouchImages) {
+  const std::string missing = (dir.Path() / "missing.so").string();
+  const std::string apply =
+      "apply " + Quote(lut) + " " + Quote(image) + " " + Quote(dir.Path() / "out.exr");
+  const struct {
+    std::string module;  // CRANDLE_IMAGE_MODULE; empty for the module's usual place
+    std::string arguments;
+    int status;
+    bool imageLibraryLoaded;
+    std::string err;  // part of standard error
+  } cases[] = {
+      {"", "--version", 0, false, ""},
+      {"", "--help", 0, false, ""},
+      {"", "info " + Quote(lut), 0, false, ""},
+      {"", "eval " + Quote(lut), 0, false, ""},
+      {"", apply, 0, true, ""},
+      {missing, "info " + Quote(lut), 0, false, ""},
+      {missing, apply, 1, false, "crandle apply: cannot load the image commands: " + missing},
+      {"libm.so.6", "plot " + Quote(lut) + " -o " + Quote(dir.Path() / "plot.png"), 1, false,
+       "crandle plot: libm.so.6 is not crandle's image commands module\n"},
+  };
+  // The loader's record of every library it loads, one file per process (the shell's too).
+  const fs::path trace = dir.Path() / "loader";
+  ::setenv("LD_DEBUG", "libs", 1);
+  ::setenv("LD_DEBUG_OUTPUT", trace.c_str(), 1);
+  for (const auto& c : cases) {
+    ::setenv("CRANDLE_IMAGE_MODULE", c.module.c_str(), 1);
+    const auto run = RunTool(c.arguments, "0.5 0.25 1\n");
+    std::string loaded;
+    for (const auto& entry : fs::directory_iterator(dir.Path())) {
+      if (entry.path().stem() != trace.filename()) continue;
+      loaded += crandle_test::ReadFileBytes(entry.path().string());
+      fs::remove(entry.path());
+    }
+    EXPECT_EQ(run.status, c.status) << c.arguments << "\n" << run.err;
+    EXPECT_NE(loaded.find("calling init"), std::string::npos) << c.arguments;
+    EXPECT_EQ(loaded.find("libOpenImageIO") != std::string::npos, c.imageLibraryLoaded)
+        << c.arguments;
+    EXPECT_NE(run.err.find(c.err), std::string::npos) << c.arguments << "\n" << run.err;
+  }
+  for (const char* name : {"LD_DEBUG", "LD_DEBUG_OUTPUT", "CRANDLE_IMAGE_MODULE"})
+    ::unsetenv(name);
+}
+
 TEST_F(ToolUnix, SettingsFileFromTheEnvironmentWarnsWhenItCannotBeRead) {
   const std::string absent = (dir.Path() / "absent.settings").string();
   const std::string bad = dir.Write("bad.settings", "this line has no equals sign\n");

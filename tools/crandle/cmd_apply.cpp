@@ -1,4 +1,5 @@
 // crandle apply: apply a LUT to images (or an image sequence) through the exported interface.
+// Runs in the image commands module; its command line is in apply_command.cpp.
 #include <algorithm>
 #include <array>
 #include <chrono>
@@ -10,8 +11,8 @@
 #include <vector>
 
 #include "alpha.h"
+#include "apply_options.h"
 #include "apply_plan.h"
-#include "commands.h"
 #include "crandle/crandle.h"
 #include "gpu_device.h"
 #include "image_file.h"
@@ -24,22 +25,6 @@
 
 namespace crandle_tool {
 namespace {
-
-struct SApplyOptions {
-  std::string lutPath;
-  std::string payload;
-  std::string correctionId;
-  std::string input;
-  std::string output;
-  unsigned threads = std::clamp(std::thread::hardware_concurrency(), 1u, 256u);
-  std::string preview;
-  std::string depth;
-  std::string frames;
-  std::string interpolation = "trilinear";
-  std::string device = "cpu";
-  bool verbose = false;
-  bool premultiplied = false;
-};
 
 using Clock = std::chrono::steady_clock;
 
@@ -237,6 +222,8 @@ bool LoadLUTs(const SApplyOptions& options, std::vector<std::shared_ptr<void>>& 
   return true;
 }
 
+}  // namespace
+
 int RunApply(const SApplyOptions& options) {
   std::vector<std::shared_ptr<void>> luts;
   if (!LoadLUTs(options, luts)) return 1;
@@ -274,63 +261,6 @@ int RunApply(const SApplyOptions& options) {
     std::fprintf(stderr, "crandle apply: %s\n", error.what());
     return 1;
   }
-}
-
-}  // namespace
-
-void AddApplyCommand(CLI::App& app) {
-  auto options = std::make_shared<SApplyOptions>();
-  CLI::App* command = app.add_subcommand("apply", "Apply a LUT to an image or an image sequence");
-  command
-      ->add_option("LUT", options->lutPath,
-                   "LUT file of any supported format, or a look document (whose LUT operations "
-                   "are applied in order)")
-      ->required();
-  AddCorrectionIdOption(command, options->correctionId);
-  command
-      ->add_option("IN", options->input,
-                   "Input image (EXR, DPX, TIFF, PNG, JPEG...), a sequence pattern such as "
-                   "shot.%04d.exr or shot.####.exr, or a folder of images")
-      ->required();
-  command
-      ->add_option("OUT", options->output,
-                   "Output image, pattern or folder; each image written whole or not at all")
-      ->required();
-  command
-      ->add_option("--threads", options->threads,
-                   "Horizontal strips applied at once (default: the number of cores)")
-      ->check(CLI::Range(1u, 256u));
-  command->add_option("--preview", options->preview,
-                      "Also write a PNG with the original and the result side by side");
-  command
-      ->add_option("--depth", options->depth,
-                   "Output samples: 8, 16, half or float (default: as the input)")
-      ->check(CLI::IsMember({"8", "16", "half", "float"}));
-  command->add_option("--frames", options->frames,
-                      "Frames of a sequence: A, A-B, or A-BxN for every Nth frame");
-  command
-      ->add_option(
-          "--interp", options->interpolation,
-          "trilinear or tetrahedral; tetrahedral needs a GPU device, the CPU path is trilinear")
-      ->check(CLI::IsMember({"trilinear", "tetrahedral"}))
-      ->capture_default_str();
-  command
-      ->add_option("--device", options->device,
-                   "Where to apply: cpu, opencl[:N], cuda[:N], or auto (the first CUDA device "
-                   "when there is one, else the CPU)")
-      ->capture_default_str();
-  command->add_option("--payload", options->payload,
-                      "The embedded-LUT payload that travels with the look document");
-  command->add_flag("--premultiplied", options->premultiplied,
-                    "Apply to the colour as the file stores it; by default colour associated "
-                    "with alpha (EXR, some TIFFs) is divided by alpha before the LUT and "
-                    "multiplied back after");
-  command->add_flag("--verbose", options->verbose,
-                    "Print how long reading, applying and writing took for each image (on a GPU "
-                    "device: uploading, applying and downloading)");
-  command->callback([options] {
-    if (const int status = RunApply(*options); status != 0) throw CLI::RuntimeError(status);
-  });
 }
 
 }  // namespace crandle_tool

@@ -4,10 +4,8 @@
 #include <string_view>
 #include <vector>
 
-#include <OpenImageIO/imageio.h>
-
 #include "commands.h"
-#include "image_formats.h"
+#include "image_commands.h"
 #include "lut/formats/reader.h"
 #include "lut/lut_writers.h"
 
@@ -42,10 +40,6 @@ std::string Dotted(std::string_view extensions) {
   return text;
 }
 
-bool Listed(const std::string& list, const std::string& name) {
-  return ("," + list + ",").find("," + name + ",") != std::string::npos;
-}
-
 int RunFormats() {
   std::printf("LUT formats read (recognised by content, tried in this order):\n");
   for (const Tincta::SLUTFormatReader& reader : Tincta::LUTFormatReaders()) {
@@ -63,21 +57,9 @@ int RunFormats() {
   }
   std::printf("Look documents: read by look show, written by look pack (usually .look)\n");
 
-  const std::string readable = OIIO::get_string_attribute("input_format_list");
-  const std::string writable = OIIO::get_string_attribute("output_format_list");
-  const int version = OIIO::openimageio_version();
-  std::printf("Image formats of OpenImageIO %d.%d.%d (r: read, w: written):\n", version / 10000,
-              version / 100 % 100, version % 100);
-  for (const SImageFormat& format : ImageFormats()) {
-    std::string extensions;
-    for (const std::string& extension : format.extensions)
-      extensions += (extensions.empty() ? "." : " .") + extension;
-    std::printf(
-        "  %-12s %c%c  %s%s\n", format.name.c_str(), Listed(readable, format.name) ? 'r' : '-',
-        Listed(writable, format.name) ? 'w' : '-', extensions.c_str(),
-        IsStillImageFormat(format.name) ? "" : "  (not a still image; not taken from folders)");
-  }
-  return 0;
+  // The image half asks the image library, opened only now.
+  const SImageCommands* image = ImageCommands("formats");
+  return image ? image->listImageFormats() : 1;
 }
 
 }  // namespace

@@ -6,7 +6,6 @@
 #include <OpenImageIO/imageio.h>
 
 #include <string>
-#include <string_view>
 
 namespace crandle_tool {
 
@@ -19,8 +18,5 @@ bool CheckWritable(const std::string& path, std::string& error);
 /// of `fileType` (checked only when `depthAsked`) or an alpha channel (when `hasAlpha`).
 bool CheckFormatHolds(const std::string& path, OIIO::TypeDesc fileType, bool depthAsked,
                       bool hasAlpha, std::string& error);
-
-/// True when `text` is well-formed UTF-8.
-bool IsValidUtf8(std::string_view text);
 
 }  // namespace crandle_tool
