@@ -1,6 +1,8 @@
 // The diagnostics record: for files with one broken thing each, which reader took them, the first
-// failure with its line and the warnings; and that asking for diagnostics never changes a read.
+// failure with its line and the warnings; the regression files; and that diagnostics never change
+// a read.
 #include <filesystem>
+#include <map>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -134,6 +136,28 @@ TEST_F(LUTTest, DiagnosticsNameTheReaderTheFirstFailureAndTheWarnings) {
       warnings.push_back(note.Text());
     EXPECT_EQ(warnings, c.warning.empty() ? std::vector<std::string>{} : std::vector{c.warning});
   }
+}
+
+// Malformed files kept in tests/data/lut/, each named for what is wrong with it: the reader of its
+// format claims it and refuses it (so that no later reader tries it), and the object is cleared.
+TEST_F(LUTTest, EachRegressionInputFailsInItsOwnReaderAndLeavesNothing) {
+  const std::map<std::string, std::string> readers = {
+      {".cube", "cube"},       {".cub", "Truelight"},           {".3dl", "mesh"},
+      {".otx", "float image"}, {".3lut", "packed 10-bit cube"}, {".xml", "XML look"}};
+  size_t files = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(CRANDLE_TEST_DATA_DIR "/lut")) {
+    SCOPED_TRACE(entry.path().filename().string());
+    const std::string bytes = ReadFileBytes(entry.path().string());
+    COv3DLUT lut;
+    ASSERT_TRUE(Parse(lut, kCube2));
+    SLUTReadDiagnostics diagnostics;
+    EXPECT_FALSE(lut.ParseLUTData(bytes.data(), uint32_t(bytes.size()), false,
+                                  Tincta::ELUTKindFilter::Any, true, &diagnostics));
+    EXPECT_EQ(diagnostics.reader, readers.at(entry.path().extension().string()));
+    ExpectCleared(lut);
+    ++files;
+  }
+  EXPECT_GE(files, 48u) << "a regression input went missing";
 }
 
 // The module never asks for diagnostics; what a read yields must not depend on them, with and
