@@ -1,8 +1,6 @@
-// Which reader gets a buffer: the fixed order of the detector, which results are final, and the
-// fallback for text no reader takes, an ASC CDL correction baked into 1024 entries. Also the fuzz
-// targets' seeds, valid files of every format, written to CRANDLE_WRITE_FUZZ_SEEDS when it names a
-// folder (fuzz/corpus/ is made this way) and read on several threads at once beside LUT cache
-// look-ups.
+// Which reader gets a buffer: the detector's order, which results are final, and ASC CDL text baked
+// into 1024 entries. Also the fuzz seeds, written to CRANDLE_WRITE_FUZZ_SEEDS when it names a
+// folder (fuzz/corpus/ is made this way) and read on eight threads beside LUT cache look-ups.
 #include <algorithm>
 #include <atomic>
 #include <cctype>
