@@ -329,7 +329,7 @@ TEST_F(Upsampling, ReadersGoToThePowerOfTwoAboveUpToTheirCaps) {
     SCOPED_TRACE(testing::Message() << c.bytes.substr(0, 4) << " " << c.before);
     if (c.bySetting) host::Settings::Instance().SetBool(host::kSettingAlwaysUpsampleToPoT, true);
     COv3DLUT lut;
-    ASSERT_TRUE(Parse(lut, c.bytes, {.upsample = !c.bySetting}));
+    ASSERT_TRUE(Parse(lut, c.bytes, {.upsampleToPowerOfTwo = !c.bySetting}));
     const uint32_t n = c.after;
     ASSERT_EQ(lut.Size(), n);
     double worst = 0;

@@ -28,7 +28,7 @@ constexpr auto kNot = EReadOutcome::NotThisFormat, kFailed = EReadOutcome::Faile
 constexpr auto kLoaded = EReadOutcome::Loaded;
 
 EReadOutcome Read(COv3DLUT& lut, std::string_view text, ELUTKindFilter kind = {}) {
-  return ReadAlone("cube", lut, text, {.kind = kind});
+  return ReadAlone("cube", lut, text, {.kindFilter = kind});
 }
 
 std::string Lines(size_t count, const char* line = "0.5 0.25 0.125\n") {
@@ -75,7 +75,7 @@ TEST(CubeReader, Outcomes) {
       ASSERT_EQ(At(lut, i)[3], 1.0f);
     if (c.outcome != kFailed) continue;
     ASSERT_TRUE(Parse(lut, "LUT_3D_SIZE 2\n" + k2));
-    EXPECT_FALSE(Parse(lut, c.text, {.kind = c.kind})) << "the failure is final";
+    EXPECT_FALSE(Parse(lut, c.text, {.kindFilter = c.kind})) << "the failure is final";
     ExpectCleared(lut);
   }
 }

@@ -70,8 +70,8 @@ TEST_F(Detection, EachTextGoesToTheReaderItsFirstLinesName) {
 
 TEST_F(Detection, TextNoReaderTakesIsBakedAsACorrectionOrRefused) {
   COv3DLUT lut;
-  ASSERT_TRUE(
-      Parse(lut, CDLText("2 1 0.5", "-0.5 0 0.25", "2 1 0.5"), {.kind = ELUTKindFilter::Only1D}));
+  ASSERT_TRUE(Parse(lut, CDLText("2 1 0.5", "-0.5 0 0.25", "2 1 0.5"),
+                    {.kindFilter = ELUTKindFilter::Only1D}));
   ASSERT_EQ(lut.Size(), 1024u);
   EXPECT_EQ(lut.DomainMin(), (Tincta::Vec4{0, 0, 0, 1}));
   for (uint32_t i = 0; i < 1024; ++i) {
@@ -88,7 +88,8 @@ TEST_F(Detection, TextNoReaderTakesIsBakedAsACorrectionOrRefused) {
             "</Saturation></SatNode></ColorCorrection></ColorDecision></ColorDecisionList>"));
   EXPECT_EQ(lut.Size(), 1024u);
   // Only where text is allowed and a 1-D table may come out.
-  EXPECT_FALSE(Parse(lut, CDLText("1 1 1", "0 0 0", "1 1 1"), {.kind = ELUTKindFilter::Only3D}));
+  EXPECT_FALSE(
+      Parse(lut, CDLText("1 1 1", "0 0 0", "1 1 1"), {.kindFilter = ELUTKindFilter::Only3D}));
   EXPECT_FALSE(Parse(lut, CDLText("1 1 1", "0 0 0", "1 1 1"), {.allowTransformText = false}));
 }
 
@@ -125,7 +126,8 @@ TEST_F(Corpus, SeedsLoadAndReadAlikeOnEightThreadsBesideCacheLookUps) {
     for (const SSeed& seed : list) {
       COv3DLUT lut;
       const bool lutData = std::string_view(target) == "parse_lut_data";
-      ASSERT_TRUE(lutData ? Parse(lut, seed.bytes, {.upsample = true}) : !!ReadElement(seed.bytes))
+      ASSERT_TRUE(lutData ? Parse(lut, seed.bytes, {.upsampleToPowerOfTwo = true})
+                          : !!ReadElement(seed.bytes))
           << seed.name;
       if (lutData) serial.push_back(lut.ContentDigest());
       if (!folder || !*folder) continue;
@@ -142,7 +144,7 @@ TEST_F(Corpus, SeedsLoadAndReadAlikeOnEightThreadsBesideCacheLookUps) {
         COv3DLUT lut;
         const auto found = ReadElement(element);
         const COv3DLUT copy(loaded);
-        wrong += !Parse(lut, seeds[which].bytes, {.upsample = true}) ||
+        wrong += !Parse(lut, seeds[which].bytes, {.upsampleToPowerOfTwo = true}) ||
                  lut.ContentDigest() != serial[which] || !found ||
                  found->Table() != loaded.Table() || found->InputShaper() != loaded.InputShaper() ||
                  found->CacheKey() != loaded.CacheKey() || copy.Table() != loaded.Table() ||

@@ -125,8 +125,7 @@ TEST_F(LUTTest, DiagnosticsNameTheReaderTheFirstFailureAndTheWarnings) {
     COv3DLUT lut;
     SLUTReadDiagnostics diagnostics;
     const bool loaded =
-        lut.ParseLUTData(c.bytes.data(), uint32_t(c.bytes.size()), false,
-                         Tincta::ELUTKindFilter::Any, true, &diagnostics, c.correctionId);
+        Parse(lut, c.bytes, {.diagnostics = &diagnostics, .correctionId = c.correctionId});
     EXPECT_EQ(diagnostics.reader, c.reader);
     EXPECT_EQ(loaded, c.failure.empty());
     EXPECT_EQ(diagnostics.failure ? diagnostics.failure->Text() : "", c.failure);
@@ -151,8 +150,7 @@ TEST_F(LUTTest, EachRegressionInputFailsInItsOwnReaderAndLeavesNothing) {
     COv3DLUT lut;
     ASSERT_TRUE(Parse(lut, kCube2));
     SLUTReadDiagnostics diagnostics;
-    EXPECT_FALSE(lut.ParseLUTData(bytes.data(), uint32_t(bytes.size()), false,
-                                  Tincta::ELUTKindFilter::Any, true, &diagnostics));
+    EXPECT_FALSE(Parse(lut, bytes, {.diagnostics = &diagnostics}));
     EXPECT_EQ(diagnostics.reader, readers.at(entry.path().extension().string()));
     ExpectCleared(lut);
     ++files;
@@ -178,8 +176,8 @@ TEST_F(LUTTest, DiagnosticsNeverChangeWhatAReadYields) {
   EXPECT_GT(inputs.size(), Cases().size() + 30);
   const auto read = [](const std::string& bytes, bool upsample, SLUTReadDiagnostics* diagnostics) {
     COv3DLUT lut;
-    const bool loaded = lut.ParseLUTData(bytes.data(), uint32_t(bytes.size()), upsample,
-                                         Tincta::ELUTKindFilter::Any, true, diagnostics);
+    const bool loaded =
+        Parse(lut, bytes, {.upsampleToPowerOfTwo = upsample, .diagnostics = diagnostics});
     // The digest covers the table, the domain and the shaper's table, bit for bit.
     return std::tuple{loaded, lut.Is3D(), lut.Size(), lut.ContentDigest()};
   };

@@ -122,10 +122,10 @@ TEST_F(TextGrids, BrokenFilesFailAndLeaveNothing) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.text.substr(0, 80));
     COv3DLUT lut, direct;
-    EXPECT_EQ(ReadAlone(c.reader, direct, c.text, {.kind = c.kind}), c.outcome);
+    EXPECT_EQ(ReadAlone(c.reader, direct, c.text, {.kindFilter = c.kind}), c.outcome);
     if (c.outcome == kNot) continue;
     ASSERT_TRUE(Parse(lut, cube));
-    EXPECT_FALSE(Parse(lut, c.text, {.kind = c.kind}));
+    EXPECT_FALSE(Parse(lut, c.text, {.kindFilter = c.kind}));
     ExpectCleared(lut);
   }
 }
