@@ -20,13 +20,14 @@ namespace crandle_test {
 
 /// ParseLUTData on exactly `bytes.size()` heap bytes, so that the sanitizers see any overread.
 inline bool Parse(Tincta::COv3DLUT& lut, const std::vector<uint8_t>& bytes,
-                  const Tincta::SParseOptions& o = {}) {
-  return lut.ParseLUTData(bytes.data(), uint32_t(bytes.size()), o.upsampleToPowerOfTwo,
-                          o.kindFilter, o.allowTransformText, o.diagnostics, o.correctionId);
+                  const Tincta::SParseOptions& options = {}) {
+  return lut.ParseLUTData(bytes.data(), uint32_t(bytes.size()), options.upsampleToPowerOfTwo,
+                          options.kindFilter, options.allowTransformText, options.diagnostics,
+                          options.correctionId);
 }
 inline bool Parse(Tincta::COv3DLUT& lut, std::string_view text,
-                  const Tincta::SParseOptions& o = {}) {
-  return Parse(lut, std::vector<uint8_t>(text.begin(), text.end()), o);
+                  const Tincta::SParseOptions& options = {}) {
+  return Parse(lut, std::vector<uint8_t>(text.begin(), text.end()), options);
 }
 
 /// What one reader makes of bytes on its own: someone else's (its probe declines them, and the
