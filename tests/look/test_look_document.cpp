@@ -1,8 +1,6 @@
-// Look documents: the exact bytes the writer produces with a payload, the kept text, round trips
-// that must give the same bytes, the reader's tolerance, and structural failures, which must yield
-// no document; which embeddedlut elements count, how payload records are matched to them, where the
-// walk of a payload stops, the LUT cache serving identifiers it holds, and gradings built from LUT
-// bytes or looks, which name shipped LUTs.
+// Look documents: the writer's exact bytes and kept text, byte-identical round trips, what the
+// reader tolerates and refuses, how payload records are matched and where their walk stops, the LUT
+// cache serving identifiers, and gradings from LUT bytes or looks that name shipped LUTs.
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -1,6 +1,6 @@
-// Look references and camera look grids: recognition at its boundaries, the grid conversion's tests
-// in their order with its values against a direct computation, reading the referenced file (every
-// failure yields nothing and leaves no descriptor open), and look references read as documents.
+// Look references and camera look grids: recognition at its boundaries, the grid conversion against
+// a direct computation, reading the referenced file (every failure yields nothing and leaves no
+// descriptor open), and look references read as documents.
 #include <gtest/gtest.h>
 
 #include "crandle/crandle.h"
@@ -57,8 +57,7 @@ TEST(LookGrid, ConversionAgainstADirectComputation) {
     int length = 0;         // > 0: handed over as it is; <= 0: added to the block's size
     uint32_t divisor = 65535;
     float scale = 1.0f, bias = 0.0f;
-    bool fullScale = false;  // every sample 65535
-    bool accepted = true;
+    bool fullScale = false, accepted = true;  // fullScale: every sample 65535
   };
   const SCase cases[] = {
       {.name = "N = 1", .patchAt = 25, .patch = 1, .accepted = false},
@@ -75,11 +74,7 @@ TEST(LookGrid, ConversionAgainstADirectComputation) {
       {.name = "divisor 0 acts as 1", .n = 3, .divisor = 0, .scale = 0.001f, .bias = 0.25f},
       {.name = "full scale is exactly 1", .n = 17, .fullScale = true},
       // Large enough for the converted-sample table, with a last block of k shorter than the rest.
-      {.name = "every point of a mid-sized grid",
-       .n = 45,
-       .divisor = 4093,
-       .scale = 1.7f,
-       .bias = -0.3f},
+      {.name = "mid-sized grid", .n = 45, .divisor = 4093, .scale = 1.7f, .bias = -0.3f},
       {.name = "mid-sized grid, divisor 0", .n = 33, .divisor = 0, .scale = 3e-5f},
   };
   for (const SCase& c : cases) {
@@ -114,8 +109,8 @@ TEST(LookGrid, ConversionAgainstADirectComputation) {
     EXPECT_TRUE(!c.fullScale || Expected(layout, n - 1, n - 1, n - 1, 2) == 1.0f);  // top corner
   }
   std::unique_ptr<uint8_t[]> image;
-  uint32_t imageLength = 0;
-  EXPECT_FALSE(Tincta::ConvertLookGridToOTX3(nullptr, 100, image, imageLength));
+  uint32_t length = 0;
+  EXPECT_FALSE(Tincta::ConvertLookGridToOTX3(nullptr, 100, image, length));
 }
 
 class LookReferenceFile : public LookTest {

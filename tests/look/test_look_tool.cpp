@@ -2,32 +2,16 @@
 // table content of the files they were made from.
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <nlohmann/json.hpp>
 
 #include "foundation/hex_codec.h"
 #include "lut/lut3d.h"
+#include "support/cli_runner.h"
 #include "support/lut_samples.h"
 #include "support/temp_dir.h"
 
 namespace crandle_test {
 namespace {
-
-// The tool's exit status and what it printed.
-std::pair<int, std::string> RunTool(const std::string& arguments) {
-  FILE* pipe = ::popen((std::string(CRANDLE_CLI_PATH) + " " + arguments + " 2>&1").c_str(), "r");
-  std::string output;
-  char buffer[4096];
-  while (pipe && std::fgets(buffer, sizeof(buffer), pipe))
-    output += buffer;
-  return {pipe ? ::pclose(pipe) : -1, output};
-}
-
-nlohmann::json RunForJson(const std::string& arguments) {
-  const auto [status, output] = RunTool(arguments);
-  EXPECT_EQ(status, 0) << arguments << "\n" << output;
-  return nlohmann::json::parse(output, nullptr, false);
-}
 
 // The content digest of LUT bytes read directly.
 std::string DigestOf(const std::string& bytes) {
@@ -40,22 +24,23 @@ std::string DigestOf(const std::string& bytes) {
 
 TEST(LookTool, PackedLUTsShowTheSameTables) {
   TempDir directory;
-  const auto quoted = [](const std::string& path) { return "'" + path + "'"; };
   const std::string cube = CubeText3D(5, [](double r, double g, double b, double out[3]) {
     out[0] = g, out[1] = b, out[2] = r * r;
   });
   const std::string curve = CubeText1D(256);
-  const std::string grade = quoted(directory.Write("grade.cube", cube));
+  const std::string grade = Quote(directory.Write("grade.cube", cube));
   const std::string pack =
-      "look pack " + grade + " " + quoted(directory.Write("curve.cube", curve)) + " -o ";
-  const std::string document = quoted((directory.Path() / "look.xml").string());
-  const std::string payload = " --payload " + quoted((directory.Path() / "look.bin").string());
+      "look pack " + grade + " " + Quote(directory.Write("curve.cube", curve)) + " -o ";
+  const std::string document = Quote((directory.Path() / "look.xml").string());
+  const std::string payload = " --payload " + Quote((directory.Path() / "look.bin").string());
   const std::tuple<const char*, const char*, int, std::string> expected[] = {
       {"grade", "3D", 5, DigestOf(cube)}, {"curve", "1D", 256, DigestOf(curve)}};
   for (const std::string& extra : {std::string(), payload}) {
-    ASSERT_EQ(RunTool(pack + document + extra).first, 0) << extra;
-    const auto shown = RunForJson("look show --json " + document + extra);
-    ASSERT_EQ(shown["luts"].size(), 2u) << shown;
+    ASSERT_EQ(RunTool(pack + document + extra).status, 0) << extra;
+    const SToolRun show = RunTool("look show --json " + document + extra);
+    ASSERT_EQ(show.status, 0) << show.err;
+    const auto shown = nlohmann::json::parse(show.out, nullptr, false);
+    ASSERT_EQ(shown["luts"].size(), 2u) << show.out;
     for (size_t i = 0; i < 2; ++i) {
       const auto& [name, kind, size, digest] = expected[i];
       const auto& lut = shown["luts"][i];
@@ -64,8 +49,8 @@ TEST(LookTool, PackedLUTsShowTheSameTables) {
       EXPECT_EQ(shown["operations"][i]["parameters"]["LUT"], std::string(name) + ".cube");
     }
   }
-  EXPECT_NE(RunTool("look show " + grade).first, 0);
-  EXPECT_NE(RunTool("look pack " + document + " -o " + document).first, 0);
+  EXPECT_NE(RunTool("look show " + grade).status, 0);
+  EXPECT_NE(RunTool("look pack " + document + " -o " + document).status, 0);
 }
 
 }  // namespace

@@ -25,16 +25,12 @@ Rgb64 Multilinear(const Rgb64& u) {
 
 void FillCube(COv3DLUT& lut, uint32_t n, const std::function<Rgb64(const Rgb64&)>& f) {
   ASSERT_TRUE(lut.Allocate(n, true));
-  float* entry = lut.Table();
-  for (uint32_t b = 0; b < n; ++b)
-    for (uint32_t g = 0; g < n; ++g)
-      for (uint32_t r = 0; r < n; ++r, entry += 4) {
-        const Rgb64 v = f({double(r) / (n - 1), double(g) / (n - 1), double(b) / (n - 1)});
-        entry[0] = float(v[0]);
-        entry[1] = float(v[1]);
-        entry[2] = float(v[2]);
-        entry[3] = 1.0f;
-      }
+  for (uint32_t e = 0; e < lut.EntryCount(); ++e) {
+    const double last = n - 1;
+    const Rgb64 v = f({(e % n) / last, (e / n % n) / last, (e / n / n) / last});
+    for (int c = 0; c < 4; ++c)
+      lut.Table()[4 * e + c] = c < 3 ? float(v[c]) : 1.0f;
+  }
 }
 
 TEST(LUTEvaluate, CurvesInterpolateTheirEntriesAndHoldTheEndsOutsideTheDomain) {
@@ -42,19 +38,16 @@ TEST(LUTEvaluate, CurvesInterpolateTheirEntriesAndHoldTheEndsOutsideTheDomain) {
   ASSERT_TRUE(lut.Allocate(3, false));
   const float entries[3][4] = {{0, 1, 0.2f, 1}, {0.25f, 0.5f, 0.2f, 1}, {1, 0, 0.8f, 1}};
   std::copy(&entries[0][0], &entries[0][0] + 12, lut.Table());
-  struct Case {
-    double in;
-    Rgb64 out;
-  } cases[] = {
+  const std::pair<double, Rgb64> cases[] = {
       {0.0, {0, 1, 0.2f}},      {0.25, {0.125, 0.75, 0.2f}},
       {0.5, {0.25, 0.5, 0.2f}}, {0.75, {0.625, 0.25, 0.5}},
       {1.0, {1, 0, 0.8f}},      {-3.0, {0, 1, 0.2f}},
       {7.0, {1, 0, 0.8f}},      {0.999999, {1 - 0.75e-6 * 2, 1e-6, 0.8 - 0.6e-6 * 2}},
   };
-  for (const Case& c : cases) {
-    const Rgb64 got = Tincta::EvaluateLUT(lut, {c.in, c.in, c.in});
+  for (const auto& [in, out] : cases) {
+    const Rgb64 got = Tincta::EvaluateLUT(lut, {in, in, in});
     for (int k = 0; k < 3; ++k)
-      EXPECT_NEAR(got[k], c.out[k], 1e-7) << "input " << c.in << " channel " << k;
+      EXPECT_NEAR(got[k], out[k], 1e-7) << "input " << in << " channel " << k;
   }
   // NaN reaches only its own channel.
   const Rgb64 nan = Tincta::EvaluateLUT(lut, {NAN, 0.5, 0.5});
@@ -115,18 +108,15 @@ TEST(LUTEvaluate, AShaperGivesTheCubesTextureCoordinates) {
   FillCube(lut, 2, Multilinear);
   auto shaper = std::make_shared<COv3DLUT>();
   ASSERT_TRUE(shaper->Allocate(3, false));
-  const float s[3] = {0.25f, 0.375f, 0.75f};
-  for (int i = 0; i < 3; ++i)
-    for (int c = 0; c < 4; ++c)
-      shaper->Table()[4 * i + c] = c == 3 ? 1.0f : s[i];
+  for (int i = 0; i < 12; ++i)
+    shaper->Table()[i] = i % 4 == 3 ? 1.0f : std::array{0.25f, 0.375f, 0.75f}[i / 4];
   shaper->SetDomain({0, 0, 0, 0}, {1, 1, 1, 1});
   lut.SetInputShaper(shaper);
   lut.SetDomain({0.25f, 0.25f, 0.25f, 0.25f}, {0.75f, 0.75f, 0.75f, 0.75f});
   auto u = [](double x) { return x <= 0.5 ? x / 2 : 0.25 + 1.5 * (x - 0.5); };
   for (const double x : {0.0, 0.2, 0.5, 0.6, 0.9, 1.0}) {
-    const Rgb64 in{x, 1 - x, x / 2};
-    const Rgb64 expected = Multilinear({u(in[0]), u(in[1]), u(in[2])});
-    const Rgb64 got = Tincta::EvaluateLUT(lut, in);
+    const Rgb64 expected = Multilinear({u(x), u(1 - x), u(x / 2)});
+    const Rgb64 got = Tincta::EvaluateLUT(lut, {x, 1 - x, x / 2});
     for (int c = 0; c < 3; ++c)
       EXPECT_NEAR(got[c], expected[c], 2e-7) << x;
   }

@@ -1,6 +1,5 @@
-// COv3DLUT: table layout, domain mappings, the content digest, the LUT cache, loading from files
-// and memory, and resampling, against an independent Catmull-Rom evaluation and by the readers that
-// upsample to a power of two.
+// COv3DLUT: table layout, domain mappings, the content digest, the LUT cache, loading, and
+// resampling against an independent Catmull-Rom evaluation, alone and in the readers that upsample.
 #include <fcntl.h>
 
 #include <cmath>
@@ -56,18 +55,16 @@ TEST(LUTObject, AllocateAndSetDomainMapTheDomainOntoTexelCentresAndIndices) {
 // keys and identifiers of tests/api; here, that it is computed once and travels with copies.
 TEST(LUTObject, ContentDigestIsKeptOnceComputedAndTravelsWithCopies) {
   EXPECT_EQ(COv3DLUT().ContentDigest(), Tincta::Md5Digest{});
-  COv3DLUT lut;
-  ASSERT_TRUE(lut.Allocate(3, true));
-  std::fill_n(lut.Table(), lut.EntryCount() * 4, 0.25f);
+  COv3DLUT lut, fresh;
+  for (COv3DLUT* table : {&lut, &fresh}) {
+    ASSERT_TRUE(table->Allocate(3, true));
+    std::fill_n(table->Table(), table->EntryCount() * 4, 0.25f);
+  }
   const Tincta::Md5Digest digest = lut.ContentDigest();
   EXPECT_NE(digest, Tincta::Md5Digest{});
-  lut.Table()[0] = 99;  // later changes do not reach it
+  lut.Table()[0] = fresh.Table()[0] = 99;  // later changes do not reach it
   EXPECT_EQ(lut.ContentDigest(), digest);
   EXPECT_EQ(COv3DLUT(lut).ContentDigest(), digest) << "a copy carries the kept digest";
-  COv3DLUT fresh;
-  ASSERT_TRUE(fresh.Allocate(3, true));
-  std::fill_n(fresh.Table(), fresh.EntryCount() * 4, 0.25f);
-  fresh.Table()[0] = 99;
   EXPECT_NE(fresh.ContentDigest(), digest);
 }
 
@@ -133,9 +130,9 @@ TEST_F(LUTLoad, RelativePathsTryTheLUTDirectoryFirstThenAsGiven) {
   TempDir dir;
   const std::string base = (dir.Path() / "base").string();
   const std::string absolute = (dir.Path() / "work/looks/absolute.cube").string();
-  fs::create_directories(dir.Path() / "work/looks");
-  fs::create_directories(base + "/looks");
-  fs::create_directories(base + fs::path(absolute).parent_path().string());
+  for (const std::string& folder : {(dir.Path() / "work/looks").string(), base + "/looks",
+                                    base + fs::path(absolute).parent_path().string()})
+    fs::create_directories(folder);
   dir.Write("base/looks/both.cube", MarkedCube(1));
   dir.Write("work/looks/both.cube", MarkedCube(2));
   dir.Write("work/looks/cwd-only.cube", MarkedCube(3));
@@ -145,22 +142,18 @@ TEST_F(LUTLoad, RelativePathsTryTheLUTDirectoryFirstThenAsGiven) {
   host::Settings::Instance().SetString(host::kSettingLUTBaseDirectory, base);
   const fs::path previous = fs::current_path();
   fs::current_path(dir.Path() / "work");
-  const struct {
-    std::string path;
-    float mark;
-    std::string opened;
-  } cases[] = {
+  const std::tuple<std::string, float, std::string> cases[] = {
       {"looks/both.cube", 1, base + "/looks/both.cube"},
       {"looks/cwd-only.cube", 3, "looks/cwd-only.cube"},
       {absolute, 4, absolute},
       {dotted, 5, base + "/" + dotted},  // ".." makes any path relative
       {"looks/none.cube", -1, ""},
   };
-  for (const auto& c : cases) {
+  for (const auto& [path, mark, opened] : cases) {
     COv3DLUT lut;
-    EXPECT_EQ(Load(lut, c.path), c.mark > 0) << c.path;
-    EXPECT_EQ(lut.Size() ? lut.Table()[0] : -1.0f, c.mark) << c.path;
-    EXPECT_EQ(lut.SourcePath(), c.opened) << c.path;
+    EXPECT_EQ(Load(lut, path), mark > 0) << path;
+    EXPECT_EQ(lut.Size() ? lut.Table()[0] : -1.0f, mark) << path;
+    EXPECT_EQ(lut.SourcePath(), opened) << path;
   }
   fs::current_path(previous);
 }
@@ -219,8 +212,14 @@ TEST_F(LUTLoad, Short1DTablesAreWidenedFromFileAndFromMemory) {
   for (const auto& [size, widened] : cases) {
     const std::string text = "DOMAIN_MIN -1 0 0\nDOMAIN_MAX 1 2 4\n" + CubeText1D(size);
     COv3DLUT fromFile, fromMemory;
+    fromMemory.SetTitle("kept");
     ASSERT_TRUE(Load(fromFile, dir.Write(std::to_string(size), text)));
+    const size_t entries = Tincta::COvLUTCache::Instance().EntryCount();
     ASSERT_TRUE(fromMemory.LoadFromMemory(text.data(), uint32_t(text.size()), false, {}, true));
+    // From memory the title stays, and neither a path nor a cache entry comes with the table.
+    EXPECT_TRUE(fromMemory.Title() == "kept" && fromMemory.SourcePath().empty() &&
+                fromMemory.CacheKey().empty());
+    EXPECT_EQ(Tincta::COvLUTCache::Instance().EntryCount(), entries);
     for (const COv3DLUT* lut : {&fromFile, &fromMemory}) {
       ASSERT_EQ(lut->Size(), widened) << size;
       EXPECT_EQ(lut->DomainMax(), (Tincta::Vec4{1, 2, 4, 1}));
@@ -229,19 +228,11 @@ TEST_F(LUTLoad, Short1DTablesAreWidenedFromFileAndFromMemory) {
         ASSERT_NEAR(At(*lut, j)[0], size == 1 ? 0.0 : double(j) / (widened - 1), 1e-6) << j;
     }
   }
-  // From memory the title and path stay and nothing enters the cache; no bytes leave no table.
-  const size_t entries = Tincta::COvLUTCache::Instance().EntryCount();
-  COv3DLUT lut;
-  lut.SetTitle("kept");
-  const std::string two = CubeText1D(2);
-  ASSERT_TRUE(lut.LoadFromMemory(two.data(), uint32_t(two.size()), false, {}, true));
-  EXPECT_TRUE(lut.Title() == "kept" && lut.SourcePath().empty() && lut.CacheKey().empty());
-  EXPECT_EQ(Tincta::COvLUTCache::Instance().EntryCount(), entries);
+  COv3DLUT lut;  // no bytes leave no table
+  ASSERT_TRUE(Parse(lut, CubeText1D(2)));
   EXPECT_FALSE(lut.LoadFromMemory("", 0, false, {}, true));
   ExpectCleared(lut);
 }
-
-using NodeValue = std::function<double(uint32_t r, uint32_t g, uint32_t b, int channel)>;
 
 // Catmull-Rom through evenly spaced samples over [0, 1], in index units, with one-sided end
 // tangents: the model that resampling must follow.
@@ -255,23 +246,12 @@ double CatmullRom(const std::vector<double>& y, double x) {
          (-2 * t3 + 3 * t2) * y[k + 1] + (t3 - t2) * tangent(k + 1);
 }
 
-COv3DLUT Make(uint32_t n, bool is3D, const NodeValue& value) {
-  COv3DLUT lut;
-  EXPECT_TRUE(lut.Allocate(n, is3D));
-  for (size_t i = 0; i < lut.EntryCount() * 4; ++i) {
-    const uint32_t entry = uint32_t(i / 4);
-    lut.Table()[i] =
-        i % 4 == 3 ? 1.0f : float(value(entry % n, entry / n % n, entry / n / n, int(i % 4)));
-  }
-  return lut;
-}
-
 // A cube that mixes the axes, so that each pass shows, from 5 to 9 points and back from 9 to 5
 // (which works in the table's own memory); a 1-D table is the red pass alone. Resampling is
 // linear in the samples: the model weighs them by Catmull-Rom of unit samples.
 TEST(Resample, CurvedTablesFollowCatmullRomAlongEachAxis) {
   for (const auto& [n, m] : {std::pair<uint32_t, uint32_t>{5, 9}, {9, 5}}) {
-    const NodeValue node = [n = n](uint32_t ri, uint32_t gi, uint32_t bi, int c) {
+    const auto node = [n = n](uint32_t ri, uint32_t gi, uint32_t bi, int c) {
       const double r = ri / double(n - 1), g = gi / double(n - 1), b = bi / double(n - 1);
       return c == 0   ? std::pow(r, 2.2) * (1 + g) + b
              : c == 1 ? std::sin(5 * r) * std::cos(2 * b) + g * g * g
@@ -285,7 +265,12 @@ TEST(Resample, CurvedTablesFollowCatmullRomAlongEachAxis) {
         weight[j][i] = CatmullRom(unit, double(j) / (m - 1));
       }
     for (const bool is3D : {false, true}) {
-      COv3DLUT lut = Make(n, is3D, node);
+      COv3DLUT lut;
+      ASSERT_TRUE(lut.Allocate(n, is3D));
+      for (uint32_t i = 0; i < lut.EntryCount() * 4; ++i) {
+        const uint32_t e = i / 4;
+        lut.Table()[i] = i % 4 == 3 ? 1.0f : float(node(e % n, e / n % n, e / n / n, int(i % 4)));
+      }
       ASSERT_TRUE(lut.Resample(m));
       const uint32_t along = is3D ? n : 1;
       for (uint32_t e = 0; e < lut.EntryCount(); ++e) {
@@ -344,7 +329,7 @@ TEST_F(Upsampling, ReadersGoToThePowerOfTwoAboveUpToTheirCaps) {
     SCOPED_TRACE(testing::Message() << c.bytes.substr(0, 4) << " " << c.before);
     if (c.bySetting) host::Settings::Instance().SetBool(host::kSettingAlwaysUpsampleToPoT, true);
     COv3DLUT lut;
-    ASSERT_TRUE(Parse(lut, c.bytes, {.upsample = !c.bySetting}));
+    ASSERT_TRUE(Parse(lut, c.bytes, {.upsampleToPowerOfTwo = !c.bySetting}));
     const uint32_t n = c.after;
     ASSERT_EQ(lut.Size(), n);
     double worst = 0;

@@ -18,19 +18,16 @@
 
 namespace crandle_test {
 
-struct SParseArgs {
-  bool upsample = false;
-  Tincta::ELUTKindFilter kind = Tincta::ELUTKindFilter::Any;
-  bool allowTransformText = true;
-};
-
 /// ParseLUTData on exactly `bytes.size()` heap bytes, so that the sanitizers see any overread.
-inline bool Parse(Tincta::COv3DLUT& lut, const std::vector<uint8_t>& bytes, SParseArgs args = {}) {
-  return lut.ParseLUTData(bytes.data(), uint32_t(bytes.size()), args.upsample, args.kind,
-                          args.allowTransformText);
+inline bool Parse(Tincta::COv3DLUT& lut, const std::vector<uint8_t>& bytes,
+                  const Tincta::SParseOptions& options = {}) {
+  return lut.ParseLUTData(bytes.data(), uint32_t(bytes.size()), options.upsampleToPowerOfTwo,
+                          options.kindFilter, options.allowTransformText, options.diagnostics,
+                          options.correctionId);
 }
-inline bool Parse(Tincta::COv3DLUT& lut, std::string_view text, SParseArgs args = {}) {
-  return Parse(lut, std::vector<uint8_t>(text.begin(), text.end()), args);
+inline bool Parse(Tincta::COv3DLUT& lut, std::string_view text,
+                  const Tincta::SParseOptions& options = {}) {
+  return Parse(lut, std::vector<uint8_t>(text.begin(), text.end()), options);
 }
 
 /// What one reader makes of bytes on its own: someone else's (its probe declines them, and the
@@ -38,13 +35,10 @@ inline bool Parse(Tincta::COv3DLUT& lut, std::string_view text, SParseArgs args 
 enum class EReadOutcome { NotThisFormat, Failed, Loaded };
 /// A reader by its name in the detector's table.
 using Reader = std::string_view;
-/// One reader alone, probe then read, on exactly `text.size()` heap bytes, with the arguments.
+/// One reader alone, probe then read, on exactly `text.size()` heap bytes, with the options.
 inline EReadOutcome ReadAlone(Reader name, Tincta::COv3DLUT& lut, std::string_view text,
-                              SParseArgs args = {}) {
+                              const Tincta::SParseOptions& options = {}) {
   const std::vector<uint8_t> bytes(text.begin(), text.end());
-  const Tincta::SParseOptions options{.upsampleToPowerOfTwo = args.upsample,
-                                      .kindFilter = args.kind,
-                                      .allowTransformText = args.allowTransformText};
   for (const Tincta::SLUTFormatReader& reader : Tincta::LUTFormatReaders()) {
     if (reader.name != name) continue;
     if (!reader.probe(bytes.data(), uint32_t(bytes.size()), options)) {

@@ -48,7 +48,7 @@ TEST_F(BinaryReaders, FloatImagesAreReadOrRefused) {
     COv3DLUT lut;
     ASSERT_TRUE(Parse(lut, Image("OTX2", 2, 1)));
     lut.SetTitle("kept");
-    ASSERT_EQ(Parse(lut, c.bytes, {.kind = c.kind}), c.size > 0);
+    ASSERT_EQ(Parse(lut, c.bytes, {.kindFilter = c.kind}), c.size > 0);
     EXPECT_EQ(lut.Title(), "kept");
     if (c.size == 0) {
       ExpectCleared(lut);
@@ -130,7 +130,7 @@ TEST_F(BinaryReaders, PackedCubesOfBothByteOrdersGiveTheSameTableOrNothing) {
   for (const auto& [bytes, n, kind] : cases) {
     SCOPED_TRACE(testing::Message() << bytes.size() << " bytes, " << n);
     COv3DLUT lut;
-    ASSERT_EQ(Parse(lut, bytes, {.kind = kind}), n > 0);
+    ASSERT_EQ(Parse(lut, bytes, {.kindFilter = kind}), n > 0);
     ASSERT_EQ(lut.Size(), n);
     if (n == 0) ExpectCleared(lut);
     for (uint32_t i = 0; i < n * n * n; ++i) {

@@ -1,5 +1,7 @@
 // Cube text: the reader, its data lines read without sscanf against sscanf itself, and the writer's
-// exact bytes.
+// exact bytes. Also the integer field scanner of the text readers against sscanf: the same count
+// and values wherever sscanf's result is defined, and a refusal where the number does not fit its
+// field (where sscanf's behaviour is undefined and glibc wraps).
 #include <bit>
 #include <cmath>
 #include <cstdio>
@@ -7,10 +9,12 @@
 #include <limits>
 #include <random>
 #include <utility>
+#include <vector>
 
 #include "lut/cube_writer.h"
 #include "lut/formats/cube_reader.h"
 #include "lut/formats/float_triple.h"
+#include "lut/formats/text_lines.h"
 #include "support/lut_test.h"
 
 namespace crandle_test {
@@ -24,7 +28,7 @@ constexpr auto kNot = EReadOutcome::NotThisFormat, kFailed = EReadOutcome::Faile
 constexpr auto kLoaded = EReadOutcome::Loaded;
 
 EReadOutcome Read(COv3DLUT& lut, std::string_view text, ELUTKindFilter kind = {}) {
-  return ReadAlone("cube", lut, text, {.kind = kind});
+  return ReadAlone("cube", lut, text, {.kindFilter = kind});
 }
 
 std::string Lines(size_t count, const char* line = "0.5 0.25 0.125\n") {
@@ -71,7 +75,7 @@ TEST(CubeReader, Outcomes) {
       ASSERT_EQ(At(lut, i)[3], 1.0f);
     if (c.outcome != kFailed) continue;
     ASSERT_TRUE(Parse(lut, "LUT_3D_SIZE 2\n" + k2));
-    EXPECT_FALSE(Parse(lut, c.text, {.kind = c.kind})) << "the failure is final";
+    EXPECT_FALSE(Parse(lut, c.text, {.kindFilter = c.kind})) << "the failure is final";
     ExpectCleared(lut);
   }
 }
@@ -204,6 +208,55 @@ TEST(CubeWriter, TextIsExact) {
       [&calls](const float in[3], float rgb[3]) { return kIdentity(in, rgb) && ++calls < 20; }, out,
       3);
   EXPECT_EQ(out, "");
+}
+
+using Tincta::ScanFields;
+constexpr int kOut = Tincta::kScanOutOfRange;
+// What ScanFields returns, and the lines that give it; sscanf agrees wherever it is not kOut.
+using Cases = std::vector<std::pair<int, std::vector<std::string>>>;
+
+TEST(ScanFields, UnsignedFieldsAsSscanfReadsThemAndNoWrapping) {
+  const Cases cases = {
+      {2,
+       {"LUT_3D_SIZE 17", "  LUT_1D_SIZE\t4096  trailing", "LUT_3D_SIZE +17", "LUT_3D_SIZE -0",
+        "LUT_3D_SIZE 4294967295", "LUT_3D_SIZE 17abc", std::string("LUT_3D_SIZE 1\0007", 15)}},
+      {1, {"LUT_3D_SIZE abc", "LUT_3D_SIZE"}},
+      {EOF, {"LUT_", ""}},
+      {0, {"LUX_3D_SIZE 17"}},
+      {kOut,
+       {"LUT_3D_SIZE 4294967296", "LUT_3D_SIZE 4294967298", "LUT_3D_SIZE -1",
+        "LUT_3D_SIZE -4294967294", "LUT_3D_SIZE 99999999999999999999999999"}}};
+  for (const auto& [expected, lines] : cases) {
+    for (const std::string& line : lines) {
+      SCOPED_TRACE(line);
+      char word[64] = {}, reference[64] = {};
+      unsigned value = 7, referenceValue = 7;
+      EXPECT_EQ(ScanFields(line, " LUT_%s %u ", word, &value), expected);
+      if (expected == kOut) continue;
+      EXPECT_EQ(std::sscanf(line.c_str(), " LUT_%s %u ", reference, &referenceValue), expected);
+      EXPECT_STREQ(word, reference);
+      EXPECT_EQ(value, referenceValue);
+    }
+  }
+}
+
+TEST(ScanFields, SignedFieldsKeepToTheRangeOfInt) {
+  const Cases cases = {{3, {"width 17 17 17", "width -17 0 +5", "width 2147483647 -2147483648 1"}},
+                       {2, {"width 1 2"}},
+                       {1, {"width 1 x 2"}},
+                       {kOut,
+                        {"width 2147483648 1 1", "width 1 -2147483649 1",
+                         "width 4294967298 4294967298 4294967298"}}};
+  for (const auto& [expected, lines] : cases) {
+    for (const std::string& line : lines) {
+      SCOPED_TRACE(line);
+      int v[3] = {9, 9, 9}, r[3] = {9, 9, 9};
+      EXPECT_EQ(ScanFields(line, " width %d %d %d", &v[0], &v[1], &v[2]), expected);
+      if (expected == kOut) continue;
+      EXPECT_EQ(std::sscanf(line.c_str(), " width %d %d %d", &r[0], &r[1], &r[2]), expected);
+      EXPECT_TRUE(v[0] == r[0] && v[1] == r[1] && v[2] == r[2]) << v[0] << v[1] << v[2];
+    }
+  }
 }
 
 }  // namespace
