@@ -82,10 +82,10 @@ TEST_P(SamplerTest, SamplersFollowTheModel) {
     // one axis meet random values of another.
     const std::vector<float> s = Coordinates(width, 600, rng);
     std::vector<float> t = Coordinates(height, 600, rng), r = Coordinates(depth, 600, rng);
-    t.resize(s.size(), 0.5f);
-    r.resize(s.size(), 0.5f);
-    std::rotate(t.begin(), t.begin() + 5, t.end());
-    std::rotate(r.begin(), r.begin() + 11, r.end());
+    for (auto [axis, shift] : {std::pair{&t, 5}, {&r, 11}}) {
+      axis->resize(s.size(), 0.5f);
+      std::rotate(axis->begin(), axis->begin() + shift, axis->end());
+    }
     for (size_t block = 0; block < s.size(); block += kSamplerLanes) {
       float texels[4 * kSamplerLanes];
       if (cube) {
@@ -125,11 +125,7 @@ TEST_P(SamplerTest, ProgramsMatchTheSamplersForEveryTail) {
   ASSERT_TRUE(units.Unit(1).curvePairs != nullptr && units.Unit(4).curvePairs == nullptr);
   ASSERT_TRUE(units.bUpload(2, 9, 9, 9, kTexture3D, 4, cube.data(), false));
   ASSERT_TRUE(units.bUpload(3, 21, 21, 21, kTexture3D, 4, shaper.data(), false));
-  SLUTDomainMapping mapping;
-  for (int c = 0; c < 4; ++c) {
-    mapping.scale[c] = 0.9f + 0.05f * c;
-    mapping.offset[c] = 0.02f * c - 0.01f;
-  }
+  const SLUTDomainMapping mapping = {{0.9f, 0.95f, 1.0f, 1.05f}, {-0.01f, 0.01f, 0.03f, 0.05f}};
   const SCPUKernelTable& k = Kernels();
   // Program i (1-D, 3-D, 1-D + 3-D, 1-D without curve pairs), plain or exchanging.
   auto run = [&](int i, bool exchanging, float* in, float* out, size_t n) {
