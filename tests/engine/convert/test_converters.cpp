@@ -91,7 +91,8 @@ std::unique_ptr<COvComplexFrameBuffer> FloatPicture(const Lines& lines,
 }
 
 // Random floats, a third of them where the 8- and 10-bit arithmetic turns: ties and their
-// neighbours, NaN, infinities, signed zeros, values far out of range.
+// neighbours, and often enough that every lane of a group meets them, the first eleven: NaN,
+// infinities, signed zeros, values far out of range.
 Lines RandomLines(uint32_t width, uint32_t height, uint32_t seed) {
   static const std::vector<float> interesting = [] {
     std::vector<float> values = {0.0f,      -0.0f,      1.0f,  1.5f,   -0.2f, NAN,
@@ -106,8 +107,11 @@ Lines RandomLines(uint32_t width, uint32_t height, uint32_t seed) {
   std::uniform_real_distribution<float> uniform(-0.25f, 1.25f);
   Lines lines(height, std::vector<float>(size_t{width} * 4));
   for (auto& line : lines)
-    for (float& v : line)
-      v = random() % 3 ? uniform(random) : interesting[random() % interesting.size()];
+    for (float& v : line) {
+      const uint32_t pick = random() % 6;
+      v = pick < 4 ? uniform(random)
+                   : interesting[random() % (pick == 4 ? 11 : interesting.size())];
+    }
   return lines;
 }
 
