@@ -23,6 +23,7 @@
 #include "host/pixel_format.h"
 #include "host/video_frame.h"
 #include "lut/lut3d.h"
+#include "support/lut_kernel_model.h"
 
 // Frame memory is allocated aligned, through here, so that a test can count the allocations of a
 // frame's size, or refuse them as a host out of memory would. Sanitizers bring allocators of their
@@ -69,24 +70,18 @@ double Affine(const double rgb[3], int row) {
 }
 
 std::shared_ptr<COv3DLUT> AffineCube(uint32_t n) {
-  auto lut = std::make_shared<COv3DLUT>();
-  EXPECT_TRUE(lut->Allocate(n, true));
-  for (uint32_t i = 0; i < n * n * n; ++i) {
-    const double node[3] = {double(i % n) / (n - 1), double(i / n % n) / (n - 1),
-                            double(i / (n * n)) / (n - 1)};
-    for (int c = 0; c < 4; ++c)
-      lut->Table()[4 * i + c] = c == 3 ? 1.0f : float(Affine(node, c));
-  }
-  return lut;
+  return TableLUT(n, true, {0, 0, 0, 0}, {1, 1, 1, 1}, [](double r, double g, double b) {
+    const double rgb[3] = {r, g, b};
+    return Rgb{Affine(rgb, 0), Affine(rgb, 1), Affine(rgb, 2)};
+  });
 }
 
 // A 1-D LUT of `size` entries whose channel c of entry i is f(i, c).
-std::shared_ptr<COv3DLUT> Curve(uint32_t size, const std::function<double(uint32_t, int)>& f) {
-  auto lut = std::make_shared<COv3DLUT>();
-  EXPECT_TRUE(lut->Allocate(size, false));
-  for (uint32_t i = 0; i < 4 * size; ++i)
-    lut->Table()[i] = i % 4 == 3 ? 1.0f : float(f(i / 4, i % 4));
-  return lut;
+std::shared_ptr<COv3DLUT> Curve(uint32_t size, const std::function<double(double, int)>& f) {
+  return TableLUT(size, false, {0, 0, 0, 0}, {1, 1, 1, 1}, [&](double u, double, double) {
+    const double i = std::round(u * (size - 1));
+    return Rgb{f(i, 0), f(i, 1), f(i, 2)};
+  });
 }
 
 FrameRef MakeFrame(PixelFormat format, uint32_t width, uint32_t height) {
@@ -97,44 +92,40 @@ FrameRef MakeFrame(PixelFormat format, uint32_t width, uint32_t height) {
   return frame;
 }
 
-uint8_t* Row(const FrameRef& frame, uint32_t y) {
+SPixelRows Rows(const FrameRef& frame) {
   const auto memory = frame.Query<host::IVideoFrameMemoryAccess>();
-  return static_cast<uint8_t*>(memory->GetBaseAddress()) + y * memory->GetRowBytes();
+  const PixelFormat format = frame->GetPixelFormat();
+  return {static_cast<uint8_t*>(memory->GetBaseAddress()), memory->GetRowBytes(),
+          format == kByte    ? 8u
+          : format == kShort ? 16u
+                             : 32u,
+          frame->GetBounds().width, frame->GetBounds().height};
 }
 
-// Writes colours from [low, high] and alphas from [0.25, 0.75] into a BGRA frame when given a
-// generator; returns what the frame holds, each channel in [0, 1] for the integer formats.
-Pixels Fill(const FrameRef& frame, double low, double high, std::mt19937* rng) {
-  std::uniform_real_distribution<double> value(low, high), alpha(0.25, 0.75);
-  const uint32_t width = frame->GetBounds().width;
-  const PixelFormat format = frame->GetPixelFormat();
-  const double top = format == kByte ? 255 : format == kShort ? 65535 : 1;
-  Pixels pixels(size_t(width) * frame->GetBounds().height);
-  for (size_t i = 0; i < 4 * pixels.size(); ++i) {
-    uint8_t* row = Row(frame, uint32_t(i / 4 / width));
-    auto* floats = reinterpret_cast<float*>(row);
-    auto* shorts = reinterpret_cast<uint16_t*>(row);
-    const size_t at = i % (4 * width);
-    const double v = !rng ? 0 : i % 4 == 3 ? alpha(*rng) : value(*rng);
-    if (rng && format == kFloat) floats[at] = float(v);
-    if (rng && format == kByte) row[at] = uint8_t(std::lround(v * 255));
-    if (rng && format == kShort) shorts[at] = uint16_t(std::lround(v * 65535));
-    pixels[i / 4][i % 4] = (format == kFloat  ? floats[at]
-                            : format == kByte ? row[at]
-                                              : shorts[at]) /
-                           top;
-  }
+// What a BGRA frame holds, each channel in [0, 1] for the integer formats.
+Pixels Snapshot(const FrameRef& frame) {
+  const SPixelRows rows = Rows(frame);
+  Pixels pixels(size_t(rows.width) * rows.height);
+  for (size_t i = 0; i < 4 * pixels.size(); ++i)
+    pixels[i / 4][i % 4] =
+        rows.Unit(uint32_t(i / 4 % rows.width), uint32_t(i / 4 / rows.width), int(i % 4));
   return pixels;
 }
 
-Pixels Snapshot(const FrameRef& frame) {
-  return Fill(frame, 0, 0, nullptr);
+// Writes colours from [low, high] and alphas from [0.25, 0.75]; returns what the frame holds.
+Pixels Fill(const FrameRef& frame, double low, double high, std::mt19937& rng) {
+  std::uniform_real_distribution<double> value(low, high), alpha(0.25, 0.75);
+  const SPixelRows rows = Rows(frame);
+  for (size_t i = 0; i < 4 * size_t(rows.width) * rows.height; ++i)
+    rows.Put(uint32_t(i / 4 % rows.width), uint32_t(i / 4 / rows.width), int(i % 4),
+             i % 4 == 3 ? alpha(rng) : value(rng));
+  return Snapshot(frame);
 }
 
 // Colours where a cube of `n` points interpolates without the clamp, with room for an 8-bit
 // rounding.
 Pixels FillInside(const FrameRef& frame, uint32_t n, std::mt19937& rng) {
-  return Fill(frame, 0.0, (n - 1.01) / (n - 1) - 1.0 / 255, &rng);
+  return Fill(frame, 0.0, (n - 1.01) / (n - 1) - 1.0 / 255, rng);
 }
 
 Pixels Exchanged(Pixels pixels) {
@@ -245,13 +236,13 @@ TEST(ApplyOnCPU, ShaperDomainAndShapedCubes) {
   // A 1-D table affine in its index behind a shaper over [-1, 3]: applied as 1-D, mapped by the
   // shaper's scale and offset.
   const uint32_t size = 200, width = 37, height = 3;
-  auto curve = Curve(size, [](uint32_t i, int c) { return 0.01 * i - 0.3 * c; });
-  auto shaper = Curve(16, [](uint32_t, int) { return 0.0; });
+  auto curve = Curve(size, [](double i, int c) { return 0.01 * i - 0.3 * c; });
+  auto shaper = Curve(16, [](double, int) { return 0.0; });
   shaper->SetDomain({-1, -1, -1, 0}, {3, 3, 3, 1});
   curve->SetInputShaper(shaper);
   FrameRef source = MakeFrame(kFloat, width, height),
            destination = MakeFrame(kFloat, width, height);
-  Pixels input = Fill(source, -0.9, 2.9, &rng);
+  Pixels input = Fill(source, -0.9, 2.9, rng);
   ASSERT_EQ(Apply(source, std::shared_ptr<void>(curve), destination), 0);
   Pixels out = Snapshot(destination);
   for (size_t i = 0; i < input.size(); ++i) {
@@ -266,7 +257,7 @@ TEST(ApplyOnCPU, ShaperDomainAndShapedCubes) {
   // cube: the result is the affine map of the curve's piecewise-linear interpolation.
   const uint32_t n = 9, shaperSize = 32;
   auto cube = AffineCube(n);
-  cube->SetInputShaper(Curve(shaperSize, [&](uint32_t i, int) {
+  cube->SetInputShaper(Curve(shaperSize, [&](double i, int) {
     const double u = double(i) / (shaperSize - 1);
     return u * u * (1.0 - 1.0 / n) + 0.5 / n;
   }));
@@ -310,7 +301,7 @@ TEST(ApplyOnCPU, ResultCodesUploadLimitsAndFailuresInStrips) {
   EXPECT_EQ(Snapshot(source), Exchanged(input)) << "a failed conversion out";
   for (uint32_t shaperSize : {257u, 1024u}) {
     auto cube = AffineCube(5);
-    cube->SetInputShaper(Curve(shaperSize, [](uint32_t, int) { return 0.0; }));
+    cube->SetInputShaper(Curve(shaperSize, [](double, int) { return 0.0; }));
     input = Snapshot(source);
     EXPECT_EQ(Apply(source, std::shared_ptr<void>(cube), destination), CRANDLE::kResultLUTFailed);
     EXPECT_EQ(Snapshot(destination), held);
@@ -358,7 +349,7 @@ TEST(ApplyOnCPU, ConcurrentCallsShareOneHandle) {
   std::mt19937 rng(38);
   FrameRef original = MakeFrame(kFloat, width, height);
   const Pixels input = FillInside(original, 17, rng);
-  const std::vector<uint8_t> bytes(Row(original, 0), Row(original, 0) + width * height * 16);
+  const std::vector<uint8_t> bytes(Rows(original).base, Rows(original).base + width * height * 16);
   std::atomic<int> failures{0};
   std::vector<std::thread> threads;
   for (int t = 0; t < 4; ++t) {
@@ -366,7 +357,7 @@ TEST(ApplyOnCPU, ConcurrentCallsShareOneHandle) {
       FrameRef source = MakeFrame(kFloat, width, height);
       FrameRef destination = MakeFrame(t % 2 ? kFloat : kShort, width, height);
       for (int round = 0; round < 4; ++round) {
-        std::memcpy(Row(source, 0), bytes.data(), bytes.size());
+        std::memcpy(Rows(source).base, bytes.data(), bytes.size());
         failures += Apply(source, lut, destination) != 0;
         ExpectAffineResult(destination, input);
       }

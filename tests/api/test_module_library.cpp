@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <set>
+#include <map>
 #include <string>
 
 #include "crandle/crandle.h"
@@ -15,27 +15,19 @@ TEST(ModuleLibrary, ExportsExactlyTheNineFunctions) {
   const std::string command = std::string("nm -D --defined-only -C '") + CRANDLE_MODULE_PATH + "'";
   FILE* pipe = ::popen(command.c_str(), "r");
   ASSERT_NE(pipe, nullptr);
-  std::set<std::string> exported;
+  std::map<std::string, int> overloads;  // by the name before the arguments
   char line[4096];
   while (std::fgets(line, sizeof(line), pipe)) {
     std::string symbol(line);
     symbol = symbol.substr(symbol.find(' ', symbol.find(' ') + 1) + 1);
-    symbol.pop_back();
-    exported.insert(symbol);
+    overloads[symbol.substr(0, symbol.find('('))] += 1;
   }
   ASSERT_EQ(::pclose(pipe), 0);
-  int crandleFunctions = 0;
-  for (const auto& symbol : exported) {
-    EXPECT_EQ(symbol.rfind("CRANDLE::", 0), 0u) << "unexpected export: " << symbol;
-    crandleFunctions += symbol.rfind("CRANDLE::", 0) == 0;
-  }
-  EXPECT_EQ(crandleFunctions, 9);
-  for (const char* name : {"CRANDLE::ApplyLUT(", "CRANDLE::GetLUTBlob(", "CRANDLE::GetLUTDisplayName(",
-                           "CRANDLE::GetLUTIdentifier(", "CRANDLE::ParseLUT("}) {
-    bool found = false;
-    for (const auto& symbol : exported) found |= symbol.rfind(name, 0) == 0;
-    EXPECT_TRUE(found) << name;
-  }
+  EXPECT_EQ(overloads, (std::map<std::string, int>{{"CRANDLE::ApplyLUT", 4},
+                                                   {"CRANDLE::GetLUTBlob", 1},
+                                                   {"CRANDLE::GetLUTDisplayName", 1},
+                                                   {"CRANDLE::GetLUTIdentifier", 1},
+                                                   {"CRANDLE::ParseLUT", 2}}));
 }
 
 TEST(ModuleLibrary, ParsesAndDescribesThroughTheSharedLibrary) {
@@ -46,7 +38,6 @@ TEST(ModuleLibrary, ParsesAndDescribesThroughTheSharedLibrary) {
   EXPECT_EQ(CRANDLE::GetLUTDisplayName(lut, name), CRANDLE::kResultOK);
   EXPECT_EQ(name, "Shared");
   EXPECT_EQ(CRANDLE::GetLUTBlob(lut).Size(), 40u + 12u * 27u);
-  EXPECT_FALSE(CRANDLE::GetLUTIdentifier(lut).IsZero());
 }
 
 }  // namespace

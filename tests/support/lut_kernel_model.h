@@ -2,10 +2,8 @@
 // their code: s = v x scale + offset, x = s x n - 0.5 snapped to the ends within n x 2^-21 and
 // clamped to [0, n - 1] (NaN to 0), lerps along red, green, blue; tetrahedral interpolation as a
 // walk from the cell's first corner to its last along the axes in decreasing order of their
-// fractions. Frames are blue first, tables red first.
-//
-// Beside it, what the formula tests and the device tests share: the LUTs they run, the source
-// pixels they feed and the check of a result against the model.
+// fractions. Frames are blue first, tables red first. Beside it, what the formula tests and the
+// device tests share: the LUTs, the source pixels and the check of a result against the model.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -57,17 +55,16 @@ inline Rgb ModelEntry(const float* table, uint32_t n, size_t r, size_t g, size_t
   return {e[0], e[1], e[2]};
 }
 
+// The eight corners weighted by the products of their axis weights.
 inline Rgb ModelTrilinear(const float* table, uint32_t n, const Rgb& s) {
   const SModelAxis a[3] = {ModelAxisOf(s[0], n), ModelAxisOf(s[1], n), ModelAxisOf(s[2], n)};
   Rgb out{0, 0, 0};
-  // The eight corners weighted by the products of their axis weights.
   for (int corner = 0; corner < 8; ++corner) {
     double w = 1;
     size_t index[3];
     for (int k = 0; k < 3; ++k) {
-      const bool high = (corner >> k) & 1;
-      w *= high ? a[k].fraction : 1 - a[k].fraction;
-      index[k] = high ? a[k].high : a[k].low;
+      w *= (corner >> k) & 1 ? a[k].fraction : 1 - a[k].fraction;
+      index[k] = (corner >> k) & 1 ? a[k].high : a[k].low;
     }
     const Rgb e = ModelEntry(table, n, index[0], index[1], index[2]);
     for (int c = 0; c < 3; ++c)
@@ -97,8 +94,7 @@ inline Rgb ModelTetrahedral(const float* table, uint32_t n, const Rgb& s) {
 /// The kernel's output pixel for an input pixel (both blue first, in [0, 1] units), through the
 /// domain mapping of the shaper when there is one, read from the LUT's red-first vectors.
 inline Bgra ModelPixel(const Tincta::COv3DLUT& lut, bool tetrahedral, const Bgra& in) {
-  const Tincta::COv3DLUT* shaper = lut.InputShaper();
-  const Tincta::COv3DLUT& domain = shaper ? *shaper : lut;
+  const Tincta::COv3DLUT *shaper = lut.InputShaper(), &domain = shaper ? *shaper : lut;
   Rgb s, rgb;
   for (int c = 0; c < 3; ++c) {  // red is the frame's third channel
     s[c] = in[2 - c] * double(domain.TextureScale()[c]) + double(domain.TextureOffset()[c]);
@@ -117,8 +113,6 @@ inline double ModelQuantize(double v, double top) {
   return std::floor(std::clamp(v * top + 0.5, 0.0, top + 0.5 - 1e-9));
 }
 
-// ---- The LUTs -------------------------------------------------------------------------------
-
 /// A LUT of `n` entries (1-D) or n^3 entries (3-D, red fastest) over [min, max]: each entry holds
 /// f(r, g, b) as floats of the doubles, alpha 1, at its node in [0, 1] (r = g = b for 1-D).
 template <class F>
@@ -131,8 +125,8 @@ std::shared_ptr<Tincta::COv3DLUT> TableLUT(uint32_t n, bool is3D, Tincta::Vec4 m
     const double r = double(i % n) / (n - 1);
     const Rgb e =
         is3D ? f(r, double(i / n % n) / (n - 1), double(i / n / n) / (n - 1)) : f(r, r, r);
-    float* entry = lut->Table() + 4 * i;
-    entry[0] = float(e[0]), entry[1] = float(e[1]), entry[2] = float(e[2]), entry[3] = 1.0f;
+    for (int c = 0; c < 4; ++c)
+      lut->Table()[4 * i + c] = c < 3 ? float(e[c]) : 1.0f;
   }
   return lut;
 }
@@ -194,8 +188,6 @@ inline double OutputRange(const Tincta::COv3DLUT& lut) {
     }
   return high - low;
 }
-
-// ---- Pixels ---------------------------------------------------------------------------------
 
 /// Rows of blue-first pixels of 8-, 16- or 32-bit samples.
 struct SPixelRows {

@@ -5,54 +5,42 @@
 namespace crandle_test {
 namespace {
 
-void AppendTriple(std::string& text, const double v[3]) {
-  char line[128];
-  std::snprintf(line, sizeof(line), "%.9g %.9g %.9g\n", v[0], v[1], v[2]);
-  text += line;
+std::string Line(const char* keyword, const double v[3]) {
+  char line[160];
+  std::snprintf(line, sizeof(line), "%s%.9g %.9g %.9g\n", keyword, v[0], v[1], v[2]);
+  return line;
+}
+
+// `f` at i / (size - 1) for i from 0 to size - 1 on each axis that `is3D` allows, red fastest.
+std::string Entries(uint32_t size, bool is3D, const RGBFunction& f) {
+  const double step = size > 1 ? 1.0 / (size - 1) : 0.0;
+  std::string text;
+  for (uint32_t i = 0; i < (is3D ? size * size * size : size); ++i) {
+    const uint32_t r = i % size, g = is3D ? i / size % size : r, b = is3D ? i / size / size : r;
+    double out[3];
+    f(r * step, g * step, b * step, out);
+    text += Line("", out);
+  }
+  return text;
 }
 
 }  // namespace
 
 void Identity(double r, double g, double b, double out[3]) {
-  out[0] = r;
-  out[1] = g;
-  out[2] = b;
+  out[0] = r, out[1] = g, out[2] = b;
 }
 
 std::string CubeText3D(uint32_t size, const RGBFunction& f, const std::string& title,
                        const double domainMin[3], const double domainMax[3]) {
   std::string text = "# made by the crandle tests\n";
   if (!title.empty()) text += "TITLE \"" + title + "\"\n";
-  char line[160];
-  if (domainMin) {
-    std::snprintf(line, sizeof(line), "DOMAIN_MIN %.9g %.9g %.9g\n", domainMin[0], domainMin[1], domainMin[2]);
-    text += line;
-  }
-  if (domainMax) {
-    std::snprintf(line, sizeof(line), "DOMAIN_MAX %.9g %.9g %.9g\n", domainMax[0], domainMax[1], domainMax[2]);
-    text += line;
-  }
-  text += "LUT_3D_SIZE " + std::to_string(size) + "\n";
-  const double step = size > 1 ? 1.0 / (size - 1) : 0.0;
-  for (uint32_t b = 0; b < size; ++b)
-    for (uint32_t g = 0; g < size; ++g)
-      for (uint32_t r = 0; r < size; ++r) {
-        double out[3];
-        f(r * step, g * step, b * step, out);
-        AppendTriple(text, out);
-      }
-  return text;
+  if (domainMin) text += Line("DOMAIN_MIN ", domainMin);
+  if (domainMax) text += Line("DOMAIN_MAX ", domainMax);
+  return text + "LUT_3D_SIZE " + std::to_string(size) + "\n" + Entries(size, true, f);
 }
 
 std::string CubeText1D(uint32_t size, const RGBFunction& f) {
-  std::string text = "LUT_1D_SIZE " + std::to_string(size) + "\n";
-  const double step = size > 1 ? 1.0 / (size - 1) : 0.0;
-  for (uint32_t i = 0; i < size; ++i) {
-    double out[3];
-    f(i * step, i * step, i * step, out);
-    AppendTriple(text, out);
-  }
-  return text;
+  return "LUT_1D_SIZE " + std::to_string(size) + "\n" + Entries(size, false, f);
 }
 
 }  // namespace crandle_test

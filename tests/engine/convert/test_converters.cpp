@@ -91,7 +91,8 @@ std::unique_ptr<COvComplexFrameBuffer> FloatPicture(const Lines& lines,
 }
 
 // Random floats, a third of them where the 8- and 10-bit arithmetic turns: ties and their
-// neighbours, NaN, infinities, signed zeros, values far out of range.
+// neighbours, and often enough that every lane of a group meets them, the first eleven: NaN,
+// infinities, signed zeros, values far out of range.
 Lines RandomLines(uint32_t width, uint32_t height, uint32_t seed) {
   static const std::vector<float> interesting = [] {
     std::vector<float> values = {0.0f,      -0.0f,      1.0f,  1.5f,   -0.2f, NAN,
@@ -106,36 +107,12 @@ Lines RandomLines(uint32_t width, uint32_t height, uint32_t seed) {
   std::uniform_real_distribution<float> uniform(-0.25f, 1.25f);
   Lines lines(height, std::vector<float>(size_t{width} * 4));
   for (auto& line : lines)
-    for (float& v : line)
-      v = random() % 3 ? uniform(random) : interesting[random() % interesting.size()];
-  return lines;
-}
-
-// 1.5 saturates, -0.2 goes to 0, 0.5 × 255 = 127.5 and 0.3f × 255 = 76.5 (exactly, in single
-// precision) go to the even 128 and 76, NaN counts as 1, 511.5 goes to the even 512.
-TEST(ConvertKernels, ExactArithmeticOnEveryTable) {
-  ASSERT_EQ(0.3f * 255.0f, 76.5f);
-  const auto four = FloatPicture({{1.5f, -0.2f, 0.5f, 1.0f, 0.0f, 1.0f, 2.0f, -1.0f, NAN, 0.25f,
-                                   0.75f, 0.1f, 0.2f, 0.3f, 0.4f, 0.6f}});
-  const auto three =
-      FloatPicture({{1.0f, 0.0f, 0.5f, 1.0f, 0.25f, 0.75f, -1.0f, 2.0f, NAN, 0.1f, 0.2f, 0.3f}});
-  for (const SConvertKernels* table : Tables()) {
-    SCOPED_TRACE(table->name);
-    const auto run = [&](const COvComplexFrameBuffer& source, const FrameBufferFormat& to) {
-      auto target = NewBuffer(to, source.Width(), 1);
-      EXPECT_TRUE(COvOptimizedFrameBufferConverter(table).Convert(source, *target));
-      return PictureBytes(*target);
-    };
-    EXPECT_EQ(run(*four, MakeFormat(kRGBA, kPrecision8Bits, kChannelOrderRGB, false, true, 16)),
-              (Bytes{255, 0, 128, 255, 0, 255, 255, 0, 255, 64, 191, 26, 51, 76, 102, 153}));
-    for (bool big : {false, true}) {
-      // 1023 << 22 | 0 << 12 | 512 << 2; three RGBA pixels make four words of three samples.
-      const Bytes rgb = run(*four, MakeFormat(kRGB, kPrecision10Bits, kChannelOrderRGB, big));
-      EXPECT_EQ(Bytes(rgb.begin(), rgb.begin() + 4), Words({0xFFC00800u}, big));
-      EXPECT_EQ(run(*three, MakeFormat(kRGBA, kPrecision10Bits, kChannelOrderRGB, big)),
-                Words({0xFFC00800u, 0xFFD00BFCu, 0x003FFFFCu, 0x198CD4CCu}, big));
+    for (float& v : line) {
+      const uint32_t pick = random() % 6;
+      v = pick < 4 ? uniform(random)
+                   : interesting[random() % (pick == 4 ? 11 : interesting.size())];
     }
-  }
+  return lines;
 }
 
 // Every vector conversion, every width up to several groups with every tail, both channel

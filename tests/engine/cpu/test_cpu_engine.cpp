@@ -107,6 +107,14 @@ struct STestFrame {
   }
 };
 
+bool RenderWith(COvCPUCompositingEngine& engine, STestFrame& destination, STestFrame& source,
+                std::vector<const char*> layers, const COvScriptParser* parameters,
+                bool aware = false, float opacity = 1.0f, uint32_t x = 0, uint32_t y = 0,
+                uint32_t w = 0, uint32_t h = 0) {
+  return engine.bRender(destination.frame.get(), source.frame.get(), layers.data(),
+                        uint32_t(layers.size()), parameters, aware, opacity, x, y, w, h, nullptr);
+}
+
 // An engine with a random cube of `n` points in unit 1 and the parameters of its domain.
 struct SLUTEngine {
   std::vector<float> table;
@@ -128,9 +136,7 @@ struct SLUTEngine {
   bool Render(STestFrame& destination, STestFrame& source, std::vector<const char*> layers,
               float opacity = 1.0f, uint32_t x = 0, uint32_t y = 0, uint32_t w = 0,
               uint32_t h = 0) {
-    return engine.bRender(destination.frame.get(), source.frame.get(), layers.data(),
-                          uint32_t(layers.size()), &parameters, false, opacity, x, y, w, h,
-                          nullptr);
+    return RenderWith(engine, destination, source, layers, &parameters, false, opacity, x, y, w, h);
   }
   // What the 3-D program gives for `width` pixels from `row`, computed on a packed copy.
   std::vector<float> Expected(const float* row, uint32_t width) const {
@@ -176,9 +182,7 @@ TEST(CPURendering, FailuresNameTheirCauseAndTouchNothing) {
       STestFrame source(9, 2), destination(9, 2, 0, 7.0f);
       source.Randomise(rng);
       const std::vector<float> held = source.pixels;
-      EXPECT_FALSE(engine.bRender(destination.frame.get(), source.frame.get(), c.layers.data(),
-                                  uint32_t(c.layers.size()), c.parameters, false, 1.0f, 0, 0, 0, 0,
-                                  nullptr));
+      EXPECT_FALSE(RenderWith(engine, destination, source, c.layers, c.parameters));
       EXPECT_NE(engine.LastError().find(c.mentions), std::string::npos) << engine.LastError();
       EXPECT_EQ(destination.pixels, std::vector<float>(destination.pixels.size(), 7.0f));
       EXPECT_EQ(source.pixels, held) << c.mentions;
@@ -192,18 +196,16 @@ TEST(CPURendering, FailuresNameTheirCauseAndTouchNothing) {
                          "*flip",      "*rgb",  "*FWindow", "*OPXFORM|matrix 1 0 0",
                          "*opxform|x!"};
   for (size_t i = 0; i < std::size(names); ++i) {
-    EXPECT_FALSE(engine.bRender(destination.frame.get(), source.frame.get(), &names[i], 1, nullptr,
-                                false, 1.0f, 0, 0, 0, 0, nullptr));
+    EXPECT_FALSE(RenderWith(engine, destination, source, {names[i]}, nullptr));
     EXPECT_NE(engine.LastError().find(i < 3 ? "unknown operator" : "has no CPU program"),
               std::string::npos)
         << names[i];
   }
   // Frames of different sizes, and a colour-space conversion that the engine cannot do.
   engine.bUploadTexture(1, 3, 3, 3, kTexture3D, 4, cube.data(), false);
-  const char* lutLayer = "*lut";
-  EXPECT_FALSE(engine.bRender(smaller.frame.get(), source.frame.get(), &lutLayer, 1, &parameters,
-                              false, 1.0f, 0, 0, 0, 0, nullptr));
+  EXPECT_FALSE(RenderWith(engine, smaller, source, {"*lut"}, &parameters));
   EXPECT_NE(engine.LastError().find("differ in size"), std::string::npos);
+  const char* lutLayer = "*lut";
   EXPECT_FALSE(engine.bRender(destination.frame.get(), source.frame.get(), &lutLayer, 1,
                               &parameters, true, 1.0f, 0, 0, 0, 0,
                               reinterpret_cast<const SColorConvertParameters*>(&parameters)));
@@ -277,11 +279,9 @@ TEST(CPURendering, LogsTheColourSpaceOnceAndAMissingConversion) {
       &messages);
   COvCPUCompositingEngine engine;
   STestFrame source(3, 2), destination(3, 2);
-  const char* noop = "*noop";
   for (bool aware : {false, false, true}) {
     if (aware) engine.SetFrameBufferColorSpace(host::ColorSpace::Rec709);
-    EXPECT_TRUE(engine.bRender(destination.frame.get(), source.frame.get(), &noop, 1, nullptr,
-                               aware, 1.0f, 0, 0, 0, 0, nullptr));
+    EXPECT_TRUE(RenderWith(engine, destination, source, {"*noop"}, nullptr, aware));
   }
   host::SetLogCallback(nullptr, nullptr);
   const std::string space = "Color space of frame buffer for CPU rendering is ";
