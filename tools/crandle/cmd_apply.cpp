@@ -15,6 +15,7 @@
 #include "crandle/crandle.h"
 #include "gpu_device.h"
 #include "image_file.h"
+#include "in_place_apply.h"
 #include "look_apply.h"
 #include "lut_report.h"
 #include "lut_source.h"
@@ -114,12 +115,23 @@ int ApplyChain(const std::vector<std::shared_ptr<void>>& luts, const SApplyOptio
   return CRANDLE::kResultOK;
 }
 
-void ApplyToFile(const SApplyOptions& options, const SDeviceChoice& device,
-                 const std::vector<std::shared_ptr<void>>& luts,
-                 host::LUTInterpolationMethod method, const std::string& inputPath,
-                 const std::string& outputPath, bool writePreview,
-                 std::optional<SFrameSize>& firstSize) {
+// A frame as read, and whether it is graded where it lies (see in_place_apply.h).
+struct SLoadedFrame {
   SImage image;
+  bool inPlace = false;
+  double readMs = 0;
+};
+
+// Where a run's time went, in milliseconds, for --verbose.
+struct SApplyTimes {
+  double applyMs = 0;
+  double writeMs = 0;
+};
+
+// Checks the outputs and reads the input; safe to run beside the grading of an earlier frame.
+SLoadedFrame LoadFrame(const SApplyOptions& options, const SDeviceChoice& device, size_t lutCount,
+                       const std::string& inputPath, const std::string& outputPath,
+                       bool writePreview) {
   std::string error;
   // Nothing is read or applied for an output that could not be put in place.
   if (!CheckWritable(outputPath, error))
@@ -127,8 +139,35 @@ void ApplyToFile(const SApplyOptions& options, const SDeviceChoice& device,
   if (writePreview && !CheckWritable(options.preview, error))
     throw CApplyError("cannot write the preview " + options.preview + ": " + error);
   const Clock::time_point readStart = Clock::now();
-  if (!ReadImage(inputPath, image, error))
+  SLoadedFrame frame;
+  // Frames graded where they lie keep the file's own samples; a preview, a GPU device or an
+  // output of another depth goes through whole pictures.
+  const auto inPlace = [&](const OIIO::ImageSpec& spec) {
+    if (device.device || writePreview) return false;
+    if (!options.depth.empty() && FileTypeFor(options.depth, spec.format) != spec.format)
+      return false;
+    SImage header;
+    header.spec = spec;
+    SChannelLayout layout;
+    frame.inPlace =
+        FindChannels(spec, layout) &&
+        GradesInPlace(spec, spec.format,
+                      PlanAlpha(header, layout, outputPath, options.premultiplied), lutCount);
+    return frame.inPlace;
+  };
+  if (!ReadImage(inputPath, frame.image, error, inPlace))
     throw CApplyError("cannot read " + inputPath + ": " + error);
+  frame.readMs = MillisecondsSince(readStart);
+  return frame;
+}
+
+void ApplyToFrame(const SApplyOptions& options, const SDeviceChoice& device,
+                  const std::vector<std::shared_ptr<void>>& luts,
+                  host::LUTInterpolationMethod method, SLoadedFrame& frame,
+                  const std::string& inputPath, const std::string& outputPath, bool writePreview,
+                  std::optional<SFrameSize>& firstSize, SApplyTimes& times) {
+  SImage& image = frame.image;
+  std::string error;
   if (firstSize &&
       (firstSize->width != image.spec.width || firstSize->height != image.spec.height)) {
     throw CApplyError(inputPath + " is " + std::to_string(image.spec.width) + "x" +
@@ -155,29 +194,37 @@ void ApplyToFile(const SApplyOptions& options, const SDeviceChoice& device,
                  "is not associated with alpha\n",
                  inputPath.c_str());
   }
-  const host::PixelFormat resultFormat = alpha.FloatResult() ? host::kPixelFormat_BGRA_4444_32f
-                                         : options.depth.empty()
-                                             ? PictureFormatFor(image.sampleType)
-                                             : PictureFormatFor(fileType);
-  CPicture source;
-  CPicture destination;
-  if (!PackForGrade(image, layout, alpha, source) ||
-      !destination.Allocate(source.Width(), source.Height(), resultFormat)) {
-    throw CApplyError("not enough memory for " + inputPath);
-  }
-  // The apply path may reorder a float source in place, so the preview's left half is made first.
-  std::optional<CPicture> before;
-  if (writePreview) {
-    before.emplace();
-    if (!PackImage(image, layout, *before)) throw CApplyError("not enough memory for the preview");
-  }
-  const double readMs = MillisecondsSince(readStart);
   const Clock::time_point applyStart = Clock::now();
+  std::optional<CPicture> before;
+  CPicture destination;
+  SImage unpacked;
   SDeviceTimings deviceTimings;
+  int result = CRANDLE::kResultOK;
   std::string deviceError;
-  const int result =
-      ApplyChain(luts, options, device, method, source, destination, deviceTimings, deviceError);
+  if (frame.inPlace) {
+    result = GradeInPlace(image, alpha, luts, method, options.threads);
+  } else {
+    const host::PixelFormat resultFormat = alpha.FloatResult() ? host::kPixelFormat_BGRA_4444_32f
+                                           : options.depth.empty()
+                                               ? PictureFormatFor(image.sampleType)
+                                               : PictureFormatFor(fileType);
+    CPicture source;
+    if (!PackForGrade(image, layout, alpha, source) ||
+        !destination.Allocate(source.Width(), source.Height(), resultFormat)) {
+      throw CApplyError("not enough memory for " + inputPath);
+    }
+    // The apply path may reorder a float source in place, so the preview's left half is made
+    // first.
+    if (writePreview) {
+      before.emplace();
+      if (!PackImage(image, layout, *before))
+        throw CApplyError("not enough memory for the preview");
+    }
+    result =
+        ApplyChain(luts, options, device, method, source, destination, deviceTimings, deviceError);
+  }
   const double applyMs = MillisecondsSince(applyStart);
+  times.applyMs += applyMs;
   if (!deviceError.empty()) {
     throw CApplyError(inputPath + " on " + device.label + ": " + deviceError + " (" +
                       std::to_string(result) + ")");
@@ -186,7 +233,8 @@ void ApplyToFile(const SApplyOptions& options, const SDeviceChoice& device,
     throw CApplyError("applying the LUT to " + inputPath + " failed: " + ResultCodeText(result));
   }
   const Clock::time_point writeStart = Clock::now();
-  SImage output = UnpackGraded(destination, image, layout, alpha);
+  SImage& output = frame.inPlace ? image : unpacked;
+  if (!frame.inPlace) unpacked = UnpackGraded(destination, image, layout, alpha);
   if (!options.depth.empty()) output.spec.erase_attribute("oiio:BitsPerSample");
   // Both files are complete before either replaces anything: a preview that cannot be written
   // leaves the output as it was.
@@ -200,16 +248,17 @@ void ApplyToFile(const SApplyOptions& options, const SDeviceChoice& device,
   if (pendingPreview && !pendingPreview->Commit(error)) {
     throw CApplyError("cannot write the preview " + options.preview + ": " + error);
   }
+  const double writeMs = MillisecondsSince(writeStart);
+  times.writeMs += writeMs;
   if (options.verbose && device.device) {
     std::fprintf(stderr,
                  "%s: read %.1f ms, on %s: upload %.2f ms, apply %.2f ms, download %.2f ms; "
                  "write %.1f ms\n",
-                 inputPath.c_str(), readMs, device.label.c_str(), deviceTimings.uploadMs,
-                 deviceTimings.applyMs, deviceTimings.downloadMs, MillisecondsSince(writeStart));
+                 inputPath.c_str(), frame.readMs, device.label.c_str(), deviceTimings.uploadMs,
+                 deviceTimings.applyMs, deviceTimings.downloadMs, writeMs);
   } else if (options.verbose) {
     std::fprintf(stderr, "%s: read %.1f ms, apply %.1f ms (%u strips), write %.1f ms\n",
-                 inputPath.c_str(), readMs, applyMs, options.threads,
-                 MillisecondsSince(writeStart));
+                 inputPath.c_str(), frame.readMs, applyMs, options.threads, writeMs);
   }
 }
 
@@ -264,9 +313,13 @@ int RunApply(const SApplyOptions& options) {
     std::optional<SFrameSize> firstSize;
     std::optional<CProgress> progress;
     if (jobs.size() > 1) progress.emplace("applying", long(jobs.size()));
+    SApplyTimes times;
     for (const SApplyJob& job : jobs) {
-      ApplyToFile(options, device, luts, method, job.input, job.output,
-                  &job == &jobs.front() && !options.preview.empty(), firstSize);
+      const bool writePreview = &job == &jobs.front() && !options.preview.empty();
+      SLoadedFrame frame =
+          LoadFrame(options, device, luts.size(), job.input, job.output, writePreview);
+      ApplyToFrame(options, device, luts, method, frame, job.input, job.output, writePreview,
+                   firstSize, times);
       if (progress) progress->Step();
     }
     return 0;

@@ -120,7 +120,18 @@ float UnitSample(const SImage& image, size_t index) {
   return reinterpret_cast<const float*>(image.samples.data())[index];
 }
 
-bool ReadImage(const std::string& path, SImage& image, std::string& error) {
+namespace {
+
+bool KeepsFileType(const OIIO::ImageSpec& spec) {
+  return spec.channelformats.empty() &&
+         (spec.format == OIIO::TypeDesc::UINT8 || spec.format == OIIO::TypeDesc::UINT16 ||
+          spec.format == OIIO::TypeDesc::HALF || spec.format == OIIO::TypeDesc::FLOAT);
+}
+
+}  // namespace
+
+bool ReadImage(const std::string& path, SImage& image, std::string& error,
+               const std::function<bool(const OIIO::ImageSpec&)>& keepFileType) {
   // Readers of formats that store unassociated colour (PNG, some TIFFs) would otherwise multiply
   // it by alpha on the way in, in the file's own precision; the grade decides what to do with it.
   OIIO::ImageSpec hints;
@@ -155,7 +166,10 @@ bool ReadImage(const std::string& path, SImage& image, std::string& error) {
   }
   image.spec = input->spec();
   const OIIO::TypeDesc fileType = image.spec.format;
-  if (fileType.basetype == OIIO::TypeDesc::UINT8 || fileType.basetype == OIIO::TypeDesc::INT8) {
+  if (keepFileType && KeepsFileType(image.spec) && keepFileType(image.spec)) {
+    image.sampleType = fileType;
+  } else if (fileType.basetype == OIIO::TypeDesc::UINT8 ||
+             fileType.basetype == OIIO::TypeDesc::INT8) {
     image.sampleType = OIIO::TypeDesc::UINT8;
   } else if (fileType.basetype == OIIO::TypeDesc::UINT16 ||
              fileType.basetype == OIIO::TypeDesc::INT16) {
