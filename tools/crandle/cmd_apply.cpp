@@ -3,6 +3,7 @@
 #include <array>
 #include <chrono>
 #include <cstdio>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -13,6 +14,7 @@
 #include "apply_plan.h"
 #include "commands.h"
 #include "crandle/crandle.h"
+#include "frame_pipeline.h"
 #include "gpu_device.h"
 #include "image_file.h"
 #include "in_place_apply.h"
@@ -314,14 +316,23 @@ int RunApply(const SApplyOptions& options) {
     std::optional<CProgress> progress;
     if (jobs.size() > 1) progress.emplace("applying", long(jobs.size()));
     SApplyTimes times;
-    for (const SApplyJob& job : jobs) {
-      const bool writePreview = &job == &jobs.front() && !options.preview.empty();
-      SLoadedFrame frame =
-          LoadFrame(options, device, luts.size(), job.input, job.output, writePreview);
-      ApplyToFrame(options, device, luts, method, frame, job.input, job.output, writePreview,
-                   firstSize, times);
+    SPipelineTimes pipeline;
+    // The codecs decode and encode on threads of their own as well, as many as the grade uses.
+    OIIO::attribute("threads", int(options.threads));
+    OIIO::attribute("exr_threads", int(options.threads));
+    const auto previewOf = [&](size_t index) { return index == 0 && !options.preview.empty(); };
+    const std::function<SLoadedFrame(size_t)> load = [&](size_t index) {
+      return LoadFrame(options, device, luts.size(), jobs[index].input, jobs[index].output,
+                       previewOf(index));
+    };
+    const std::function<void(size_t, SLoadedFrame&)> process = [&](size_t index,
+                                                                   SLoadedFrame& frame) {
+      ApplyToFrame(options, device, luts, method, frame, jobs[index].input, jobs[index].output,
+                   previewOf(index), firstSize, times);
       if (progress) progress->Step();
-    }
+    };
+    // The next frame is read while this one is applied and written; at most two are held.
+    RunPipelined(jobs.size(), load, process, pipeline);
     return 0;
   } catch (const CApplyError& error) {
     std::fprintf(stderr, "crandle apply: %s\n", error.what());
