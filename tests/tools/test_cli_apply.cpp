@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -362,4 +363,34 @@ TEST_F(ToolApplySequence, AFailureOnTheSecondFrameKeepsTheFirstAndLeavesNothingP
       written.push_back(entry.path().filename().string());
     EXPECT_EQ(written, std::vector<std::string>{"f.1.exr"}) << c.what;
   }
+}
+
+TEST_F(ToolApplySequence, VerboseAccountsForTheWholeRunInPartsThatAddUp) {
+  for (int n = 1; n <= 3; ++n)
+    WriteFrame(dir.Path() / ("f." + std::to_string(n) + ".exr"), OIIO::TypeDesc::HALF, 3, n, 300);
+  const auto start = std::chrono::steady_clock::now();
+  const auto run = RunTool("apply --verbose --frames 1-3 " + Quote(bent) + " " +
+                           Quote((dir.Path() / "f.#.exr").string()) + " " +
+                           Quote((dir.Path() / "g.#.exr").string()));
+  const double outsideMs =
+      std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+  ASSERT_EQ(run.status, 0) << run.err;
+  const size_t last = run.err.rfind('\n', run.err.size() - 2);
+  ASSERT_NE(last, std::string::npos) << run.err;
+  double total, part[6], reading, beside;
+  ASSERT_EQ(std::sscanf(run.err.c_str() + last + 1,
+                        "3 images in %lf ms = start-up %lf + LUT parse %lf + read %lf + apply %lf "
+                        "+ write %lf + other %lf ms; reading took %lf ms, %lf ms of it beside",
+                        &total, &part[0], &part[1], &part[2], &part[3], &part[4], &part[5],
+                        &reading, &beside),
+            9)
+      << run.err;
+  // Each figure is rounded to 0.1 ms; the start is known to the system's 10 ms clock tick.
+  EXPECT_NEAR(part[0] + part[1] + part[2] + part[3] + part[4] + part[5], total, 0.35);
+  EXPECT_LE(total, outsideMs + 10.0);
+  for (double p : part)
+    EXPECT_GE(p, 0.0) << run.err;
+  EXPECT_GT(part[0], 0.0) << "start-up counts from the process's start";
+  EXPECT_LE(beside, reading);
+  EXPECT_LE(reading - beside, part[2] + 0.1) << "what was not beside the rest was waited for";
 }

@@ -22,6 +22,7 @@
 #include "lut_report.h"
 #include "lut_source.h"
 #include "output_checks.h"
+#include "process_clock.h"
 #include "progress.h"
 #include "strip_apply.h"
 
@@ -288,9 +289,29 @@ bool LoadLUTs(const SApplyOptions& options, std::vector<std::shared_ptr<void>>& 
   return true;
 }
 
+// The last --verbose line: the whole run from the process's start, in parts that add up to it.
+void ReportWholeTime(size_t images, double startupMs, Clock::time_point runStart, double lutMs,
+                     const SPipelineTimes& pipeline, const SApplyTimes& times) {
+  const double wallMs = startupMs + MillisecondsSince(runStart);
+  const double readMs = pipeline.waitedMs;
+  const double otherMs = wallMs - startupMs - lutMs - readMs - times.applyMs - times.writeMs;
+  std::fprintf(stderr,
+               "%zu image%s in %.1f ms = start-up %.1f + LUT parse %.1f + read %.1f + apply %.1f "
+               "+ write %.1f + other %.1f ms; reading took %.1f ms, %.1f ms of it beside "
+               "applying and writing\n",
+               images, images == 1 ? "" : "s", wallMs, startupMs, lutMs, readMs, times.applyMs,
+               times.writeMs, otherMs, pipeline.loadMs,
+               std::max(0.0, pipeline.loadMs - pipeline.waitedMs));
+}
+
 int RunApply(const SApplyOptions& options) {
+  // Loading the program and parsing the command line come first in the account; where the
+  // system keeps no record of the start, the account starts here.
+  const double startupMs = std::max(0.0, MillisecondsSinceProcessStart());
+  const Clock::time_point runStart = Clock::now();
   std::vector<std::shared_ptr<void>> luts;
   if (!LoadLUTs(options, luts)) return 1;
+  const double lutMs = MillisecondsSince(runStart);
   const auto method = options.interpolation == "tetrahedral"
                           ? host::LUTInterpolationMethod::Tetrahedral
                           : host::LUTInterpolationMethod::Trilinear;
@@ -333,6 +354,7 @@ int RunApply(const SApplyOptions& options) {
     };
     // The next frame is read while this one is applied and written; at most two are held.
     RunPipelined(jobs.size(), load, process, pipeline);
+    if (options.verbose) ReportWholeTime(jobs.size(), startupMs, runStart, lutMs, pipeline, times);
     return 0;
   } catch (const CApplyError& error) {
     std::fprintf(stderr, "crandle apply: %s\n", error.what());
@@ -391,7 +413,8 @@ void AddApplyCommand(CLI::App& app) {
                     "multiplied back after");
   command->add_flag("--verbose", options->verbose,
                     "Print how long reading, applying and writing took for each image (on a GPU "
-                    "device: uploading, applying and downloading)");
+                    "device: uploading, applying and downloading), and at the end the whole run "
+                    "in parts that add up to it");
   command->callback([options] {
     if (const int status = RunApply(*options); status != 0) throw CLI::RuntimeError(status);
   });
