@@ -128,6 +128,24 @@ bool KeepsFileType(const OIIO::ImageSpec& spec) {
           spec.format == OIIO::TypeDesc::HALF || spec.format == OIIO::TypeDesc::FLOAT);
 }
 
+// Read whole, a scanline file can pass through a second copy of the picture inside the reader;
+// read in bands of rows (a multiple of every EXR block's height) it passes through one band.
+bool ReadPixels(OIIO::ImageInput& input, SImage& image) {
+  const OIIO::ImageSpec& spec = image.spec;
+  if (spec.tile_width > 0)
+    return input.read_image(0, 0, 0, spec.nchannels, image.sampleType, image.samples.data());
+  constexpr int kBandRows = 256;
+  const size_t rowBytes = size_t(spec.width) * size_t(spec.nchannels) * image.sampleType.size();
+  for (int y = 0; y < spec.height; y += kBandRows) {
+    if (!input.read_scanlines(0, 0, spec.y + y, spec.y + std::min(spec.height, y + kBandRows), 0, 0,
+                              spec.nchannels, image.sampleType,
+                              image.samples.data() + size_t(y) * rowBytes)) {
+      return false;
+    }
+  }
+  return true;
+}
+
 }  // namespace
 
 bool ReadImage(const std::string& path, SImage& image, std::string& error,
@@ -192,8 +210,7 @@ bool ReadImage(const std::string& path, SImage& image, std::string& error,
   image.samples.resize(bytes);
   // A reader that fills what it could not read (a short strip, say) and goes on still records an
   // error; a truncated image is refused, not passed on with zeroed pixels.
-  if (!input->read_image(0, 0, 0, image.spec.nchannels, image.sampleType, image.samples.data()) ||
-      input->has_error()) {
+  if (!ReadPixels(*input, image) || input->has_error()) {
     error = input->geterror();
     if (error.empty()) error = "cannot read the pixels";
     return false;
