@@ -255,123 +255,116 @@ class ToolApplySequence : public ToolApply {
         o[2] = 0.8 * std::sqrt(std::max(b, 0.0)) + 0.1 * r;
       }));
 
-  // Frame `frame` of a kind: values from below 0 to above 1, and pixels with no coverage.
-  void WriteFrame(const fs::path& path, OIIO::TypeDesc type, int channels, int frame,
-                  int height = 1100, const char* bits = nullptr, bool unassociated = false) {
-    const int width = 257;  // a float strip is 510 rows: two whole strips and a short one
-    OIIO::ImageSpec spec(width, height, channels, type);
-    if (bits) spec.attribute("oiio:BitsPerSample", std::atoi(bits));
-    if (unassociated) spec.attribute("oiio:UnassociatedAlpha", 1);
-    std::vector<float> pixels(size_t(width) * height * channels);
-    for (size_t i = 0; i < pixels.size(); ++i) {
-      const size_t pixel = i / channels;
-      const float value = float((i * 7919 + size_t(frame) * 104729) % 1000) / 800.0f - 0.1f;
-      pixels[i] = i % channels != 3 ? value : pixel % 5 == 0 ? 0.0f : std::clamp(value, 0.f, 1.f);
+  // Frame n in `folder` (emptied first for frame 1): values from below 0 to above 1, and alpha 0
+  // on every fifth pixel. 257 wide, a float strip is 510 rows: two whole strips and a short one.
+  fs::path WriteFrame(const char* folder, const char* extension, OIIO::TypeDesc type, int channels,
+                      int n, int height = 1100, int bits = 0, bool unassociated = false) {
+    if (n == 1) {
+      fs::remove_all(dir.Path() / folder);
+      fs::create_directories(dir.Path() / folder);
     }
+    OIIO::ImageSpec spec(257, height, channels, type);
+    if (bits) spec.attribute("oiio:BitsPerSample", bits);
+    if (unassociated) spec.attribute("oiio:UnassociatedAlpha", 1);
+    std::vector<float> pixels(spec.image_pixels() * channels);
+    for (size_t i = 0; i < pixels.size(); ++i) {
+      const float value = float((i * 7919 + size_t(n) * 104729) % 1000) / 800.0f - 0.1f;
+      pixels[i] = i % channels != 3         ? value
+                  : (i / channels) % 5 == 0 ? 0.0f
+                                            : std::clamp(value, 0.0f, 1.0f);
+    }
+    const fs::path path = Frame(folder, extension, n);
     auto out = OIIO::ImageOutput::create(path.string());
-    ASSERT_TRUE(out && out->open(path.string(), spec) &&
+    EXPECT_TRUE(out && out->open(path.string(), spec) &&
                 out->write_image(OIIO::TypeDesc::FLOAT, pixels.data()) && out->close());
+    return path;
+  }
+  fs::path Frame(const char* folder, const char* extension, int n) const {
+    return dir.Path() / folder / ("f." + std::to_string(n) + "." + extension);
+  }
+  std::string Pattern(const char* folder, const char* extension) const {
+    return Quote((dir.Path() / folder / "f.#.").string() + extension);
   }
 };
 
 // The pixels as stored, byte for byte (a DPX header also carries the name it was written under).
 std::vector<uint8_t> StoredPixels(const fs::path& path) {
   auto in = OIIO::ImageInput::open(path.string());
-  if (!in) return {};
-  std::vector<uint8_t> bytes(in->spec().image_bytes(true));
-  EXPECT_TRUE(in->read_image(0, 0, 0, in->spec().nchannels, in->spec().format, bytes.data()));
+  std::vector<uint8_t> bytes(in ? in->spec().image_bytes(true) : 0);
+  EXPECT_TRUE(in && in->read_image(0, 0, 0, in->spec().nchannels, in->spec().format, bytes.data()));
   return bytes;
 }
 
 TEST_F(ToolApplySequence, AheadAndInPlaceGiveTheBytesOfEachFrameOnItsOwn) {
   struct Kind {
-    const char* in;
-    const char* out;
+    const char *in, *out;
     OIIO::TypeDesc type;
-    int channels;
-    const char* bits;
+    int channels, bits;
     bool unassociated;
   } kinds[] = {
-      {"exr", "exr", OIIO::TypeDesc::HALF, 3, nullptr, false},
-      {"exr", "exr", OIIO::TypeDesc::FLOAT, 4, nullptr, false},  // divided by alpha and back
-      {"tif", "exr", OIIO::TypeDesc::FLOAT, 4, nullptr, true},   // multiplied for the writer
-      {"tif", "tif", OIIO::TypeDesc::UINT16, 3, nullptr, false},
-      {"dpx", "dpx", OIIO::TypeDesc::UINT16, 3, "10", false},
-      {"png", "png", OIIO::TypeDesc::UINT8, 4, nullptr, true},
+      {"exr", "exr", OIIO::TypeDesc::HALF, 3, 0, false},
+      {"exr", "exr", OIIO::TypeDesc::FLOAT, 4, 0, false},  // divided by alpha and back
+      {"tif", "exr", OIIO::TypeDesc::FLOAT, 4, 0, true},   // multiplied for the writer
+      {"tif", "tif", OIIO::TypeDesc::UINT16, 3, 0, false},
+      {"dpx", "dpx", OIIO::TypeDesc::UINT16, 3, 10, false},
+      {"png", "png", OIIO::TypeDesc::UINT8, 4, 0, true},
   };
-  for (const Kind& kind : kinds) {
-    const std::string name = std::string(kind.type.c_str()) + "." + kind.in + "->" + kind.out;
-    const fs::path in = dir.Path() / "in", out = dir.Path() / "out", alone = dir.Path() / "alone";
-    for (const fs::path& folder : {in, out, alone}) {
-      fs::remove_all(folder);
-      fs::create_directories(folder);
-    }
-    const auto frame = [](const fs::path& folder, const char* extension, int n) {
-      return folder / ("f." + std::to_string(n) + "." + extension);
-    };
+  for (const Kind& k : kinds) {
+    const std::string name = std::string(k.type.c_str()) + "." + k.in + "->" + k.out + " frame ";
     for (int n = 1; n <= 3; ++n)
-      WriteFrame(frame(in, kind.in, n), kind.type, kind.channels, n, 1100, kind.bits,
-                 kind.unassociated);
+      WriteFrame("in", k.in, k.type, k.channels, n, 1100, k.bits, k.unassociated);
+    fs::remove_all(dir.Path() / "out");
+    fs::create_directories(dir.Path() / "out");
     const auto run = RunTool("apply --threads 2 --frames 1-3 " + Quote(bent) + " " +
-                             Quote((in / "f.#.").string() + kind.in) + " " +
-                             Quote((out / "f.#.").string() + kind.out));
+                             Pattern("in", k.in) + " " + Pattern("out", k.out));
     ASSERT_EQ(run.status, 0) << name << run.err;
     for (int n = 1; n <= 3; ++n) {
-      const auto whole =
-          RunTool("apply --threads 1 --preview " + Quote(alone / "p.png") + " " + Quote(bent) +
-                  " " + Quote(frame(in, kind.in, n)) + " " + Quote(frame(alone, kind.out, n)));
-      ASSERT_EQ(whole.status, 0) << name << whole.err;
-      const std::vector<uint8_t> pixels = StoredPixels(frame(out, kind.out, n));
-      EXPECT_FALSE(pixels.empty()) << name;
-      EXPECT_TRUE(pixels == StoredPixels(frame(alone, kind.out, n))) << name << " frame " << n;
-      if (std::string(kind.out) != "dpx") {
-        EXPECT_TRUE(crandle_test::ReadFileBytes(frame(out, kind.out, n)) ==
-                    crandle_test::ReadFileBytes(frame(alone, kind.out, n)))
-            << name << " frame " << n;
-      }
+      const fs::path alone = dir.Path() / ("alone." + std::string(k.out));
+      ASSERT_EQ(RunTool("apply --threads 1 --preview " + Quote(dir.Path() / "p.png") + " " +
+                        Quote(bent) + " " + Quote(Frame("in", k.in, n)) + " " + Quote(alone))
+                    .status,
+                0);
+      const std::vector<uint8_t> pixels = StoredPixels(Frame("out", k.out, n));
+      EXPECT_TRUE(!pixels.empty() && pixels == StoredPixels(alone)) << name << n;
+      EXPECT_TRUE(std::string(k.out) == "dpx" ||
+                  crandle_test::ReadFileBytes(Frame("out", k.out, n).string()) ==
+                      crandle_test::ReadFileBytes(alone.string()))
+          << name << n;
     }
   }
 }
 
 TEST_F(ToolApplySequence, AFailureOnTheSecondFrameKeepsTheFirstAndLeavesNothingPartial) {
   struct Case {
-    const char* what;
+    int secondHeight;  // 1100 is the first frame's
+    bool cutShort;
     const char* said;
-  } cases[] = {
-      {"cut short", "cannot read "},
-      {"smaller", " but the sequence began at 257x1100"},
-  };
+  } cases[] = {{1100, true, "cannot read "}, {1000, false, " but the sequence began at 257x1100"}};
   for (const Case& c : cases) {
-    const fs::path in = dir.Path() / "in", out = dir.Path() / "out";
-    fs::remove_all(in);
-    fs::remove_all(out);
-    fs::create_directories(in);
-    fs::create_directories(out);
     for (int n = 1; n <= 3; ++n)
-      WriteFrame(in / ("f." + std::to_string(n) + ".exr"), OIIO::TypeDesc::HALF, 3, n,
-                 n == 2 && std::string(c.what) == "smaller" ? 1000 : 1100);
-    if (std::string(c.what) == "cut short")
-      fs::resize_file(in / "f.2.exr", fs::file_size(in / "f.2.exr") / 2);
-    const auto run =
-        RunTool("apply --frames 1-3 " + Quote(bent) + " " + Quote((in / "f.#.exr").string()) + " " +
-                Quote((out / "f.#.exr").string()));
-    EXPECT_EQ(run.status, 1) << c.what;
-    EXPECT_NE(run.err.find(c.said), std::string::npos) << c.what << ": " << run.err;
-    EXPECT_NE(run.err.find((in / "f.2.exr").string()), std::string::npos) << run.err;
+      WriteFrame("in", "exr", OIIO::TypeDesc::HALF, 3, n, n == 2 ? c.secondHeight : 1100);
+    const fs::path second = Frame("in", "exr", 2);
+    if (c.cutShort) fs::resize_file(second, fs::file_size(second) / 2);
+    fs::remove_all(dir.Path() / "out");
+    fs::create_directories(dir.Path() / "out");
+    const auto run = RunTool("apply --frames 1-3 " + Quote(bent) + " " + Pattern("in", "exr") +
+                             " " + Pattern("out", "exr"));
+    EXPECT_EQ(run.status, 1) << c.said;
+    EXPECT_NE(run.err.find(c.said), std::string::npos) << run.err;
+    EXPECT_NE(run.err.find(second.string()), std::string::npos) << run.err;
     std::vector<std::string> written;
-    for (const auto& entry : fs::directory_iterator(out))
+    for (const auto& entry : fs::directory_iterator(dir.Path() / "out"))
       written.push_back(entry.path().filename().string());
-    EXPECT_EQ(written, std::vector<std::string>{"f.1.exr"}) << c.what;
+    EXPECT_EQ(written, std::vector<std::string>{"f.1.exr"}) << c.said;
   }
 }
 
 TEST_F(ToolApplySequence, VerboseAccountsForTheWholeRunInPartsThatAddUp) {
   for (int n = 1; n <= 3; ++n)
-    WriteFrame(dir.Path() / ("f." + std::to_string(n) + ".exr"), OIIO::TypeDesc::HALF, 3, n, 300);
+    WriteFrame("in", "exr", OIIO::TypeDesc::HALF, 3, n, 300);
   const auto start = std::chrono::steady_clock::now();
   const auto run = RunTool("apply --verbose --frames 1-3 " + Quote(bent) + " " +
-                           Quote((dir.Path() / "f.#.exr").string()) + " " +
-                           Quote((dir.Path() / "g.#.exr").string()));
+                           Pattern("in", "exr") + " " + Pattern("in", "out.exr"));
   const double outsideMs =
       std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
   ASSERT_EQ(run.status, 0) << run.err;

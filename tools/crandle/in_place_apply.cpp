@@ -93,7 +93,7 @@ int GradeStrip(const SGrade& grade, uint32_t first, uint32_t rows, CPicture& wor
   for (uint32_t y = 0; y < rows; ++y)
     LoadRow(samples + y * rowSamples, channels, width, reinterpret_cast<T*>(working.Row(y)));
   if constexpr (std::is_same_v<T, float>) {
-    if (grade.plan.unassociate) DivideByAlpha(working);
+    if (grade.plan.unassociate) DivideByAlpha(working, rows);
   }
   auto view = working.View(0, rows);
   if (view.IsEmpty()) return CRANDLE::kResultEmptyArgument;
