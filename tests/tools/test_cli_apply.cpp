@@ -378,12 +378,13 @@ TEST_F(ToolApplySequence, VerboseAccountsForTheWholeRunInPartsThatAddUp) {
                         &reading, &beside),
             9)
       << run.err;
-  // Each figure is rounded to 0.1 ms; the start is known to the system's 10 ms clock tick.
-  EXPECT_NEAR(part[0] + part[1] + part[2] + part[3] + part[4] + part[5], total, 0.35);
-  EXPECT_LE(total, outsideMs + 10.0);
+  // Each figure is rounded to 0.1 ms (up to 0.05 off); the start is known to the system's 10 ms
+  // clock tick.
+  EXPECT_NEAR(part[0] + part[1] + part[2] + part[3] + part[4] + part[5], total, 0.36);
+  EXPECT_LE(total, outsideMs + 10.1);
   for (double p : part)
     EXPECT_GE(p, 0.0) << run.err;
   EXPECT_GT(part[0], 0.0) << "start-up counts from the process's start";
   EXPECT_LE(beside, reading);
-  EXPECT_LE(reading - beside, part[2] + 0.1) << "what was not beside the rest was waited for";
+  EXPECT_LE(reading - beside, part[2] + 0.16) << "what was not beside the rest was waited for";
 }
