@@ -27,8 +27,8 @@ bool WriterKeepsUnassociatedAlpha(const std::string& path) {
          kKeeping.end();
 }
 
-void DivideByAlpha(CPicture& picture) {
-  for (uint32_t y = 0; y < picture.Height(); ++y) {
+void DivideByAlpha(CPicture& picture, uint32_t rows) {
+  for (uint32_t y = 0; y < std::min(rows, picture.Height()); ++y) {
     auto* bgra = reinterpret_cast<float*>(picture.Row(y));
     for (uint32_t x = 0; x < picture.Width(); ++x, bgra += 4) {
       const float alpha = bgra[3];

@@ -2,6 +2,7 @@
 // multiplication that let a LUT grade the colour itself rather than colour scaled by coverage.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "image_file.h"
@@ -19,9 +20,9 @@ bool ColourIsAssociated(const SImage& image, const SChannelLayout& layout);
 /// associated colour.
 bool WriterKeepsUnassociatedAlpha(const std::string& path);
 
-/// Divides the colour of a float picture by its alpha where alpha is above 0; pixels with no
-/// coverage keep their colour.
-void DivideByAlpha(CPicture& picture);
+/// Divides the colour of a float picture (its first `rows` rows) by its alpha where alpha is
+/// above 0; pixels with no coverage keep their colour.
+void DivideByAlpha(CPicture& picture, uint32_t rows = UINT32_MAX);
 
 /// Undoes `DivideByAlpha` on a float picture graded after it: colour times alpha where alpha is
 /// above 0, and the stored colour of `source` (the image the picture was packed from) where it is

@@ -57,7 +57,8 @@ void AddApplyCommand(CLI::App& app) {
                     "multiplied back after");
   command->add_flag("--verbose", options->verbose,
                     "Print how long reading, applying and writing took for each image (on a GPU "
-                    "device: uploading, applying and downloading)");
+                    "device: uploading, applying and downloading), and at the end the whole run "
+                    "in parts that add up to it");
   command->callback([options] {
     const SImageCommands* image = ImageCommands("apply");
     if (!image) throw CLI::RuntimeError(1);

@@ -4,6 +4,7 @@
 #include <array>
 #include <chrono>
 #include <cstdio>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -14,12 +15,15 @@
 #include "apply_options.h"
 #include "apply_plan.h"
 #include "crandle/crandle.h"
+#include "frame_pipeline.h"
 #include "gpu_device.h"
 #include "image_file.h"
+#include "in_place_apply.h"
 #include "look_apply.h"
 #include "lut_report.h"
 #include "lut_source.h"
 #include "output_checks.h"
+#include "process_clock.h"
 #include "progress.h"
 #include "strip_apply.h"
 
@@ -99,12 +103,23 @@ int ApplyChain(const std::vector<std::shared_ptr<void>>& luts, const SApplyOptio
   return CRANDLE::kResultOK;
 }
 
-void ApplyToFile(const SApplyOptions& options, const SDeviceChoice& device,
-                 const std::vector<std::shared_ptr<void>>& luts,
-                 host::LUTInterpolationMethod method, const std::string& inputPath,
-                 const std::string& outputPath, bool writePreview,
-                 std::optional<SFrameSize>& firstSize) {
+// A frame as read, and whether it is graded where it lies (see in_place_apply.h).
+struct SLoadedFrame {
   SImage image;
+  bool inPlace = false;
+  double readMs = 0;
+};
+
+// Where a run's time went, in milliseconds, for --verbose.
+struct SApplyTimes {
+  double applyMs = 0;
+  double writeMs = 0;
+};
+
+// Checks the outputs and reads the input; safe to run beside the grading of an earlier frame.
+SLoadedFrame LoadFrame(const SApplyOptions& options, const SDeviceChoice& device, size_t lutCount,
+                       const std::string& inputPath, const std::string& outputPath,
+                       bool writePreview) {
   std::string error;
   // Nothing is read or applied for an output that could not be put in place.
   if (!CheckWritable(outputPath, error))
@@ -112,8 +127,35 @@ void ApplyToFile(const SApplyOptions& options, const SDeviceChoice& device,
   if (writePreview && !CheckWritable(options.preview, error))
     throw CApplyError("cannot write the preview " + options.preview + ": " + error);
   const Clock::time_point readStart = Clock::now();
-  if (!ReadImage(inputPath, image, error))
+  SLoadedFrame frame;
+  // Frames graded where they lie keep the file's own samples; a preview, a GPU device or an
+  // output of another depth goes through whole pictures.
+  const auto inPlace = [&](const OIIO::ImageSpec& spec) {
+    if (device.device || writePreview) return false;
+    if (!options.depth.empty() && FileTypeFor(options.depth, spec.format) != spec.format)
+      return false;
+    SImage header;
+    header.spec = spec;
+    SChannelLayout layout;
+    frame.inPlace =
+        FindChannels(spec, layout) &&
+        GradesInPlace(spec, spec.format,
+                      PlanAlpha(header, layout, outputPath, options.premultiplied), lutCount);
+    return frame.inPlace;
+  };
+  if (!ReadImage(inputPath, frame.image, error, inPlace))
     throw CApplyError("cannot read " + inputPath + ": " + error);
+  frame.readMs = MillisecondsSince(readStart);
+  return frame;
+}
+
+void ApplyToFrame(const SApplyOptions& options, const SDeviceChoice& device,
+                  const std::vector<std::shared_ptr<void>>& luts,
+                  host::LUTInterpolationMethod method, SLoadedFrame& frame,
+                  const std::string& inputPath, const std::string& outputPath, bool writePreview,
+                  std::optional<SFrameSize>& firstSize, SApplyTimes& times) {
+  SImage& image = frame.image;
+  std::string error;
   if (firstSize &&
       (firstSize->width != image.spec.width || firstSize->height != image.spec.height)) {
     throw CApplyError(inputPath + " is " + std::to_string(image.spec.width) + "x" +
@@ -140,29 +182,37 @@ void ApplyToFile(const SApplyOptions& options, const SDeviceChoice& device,
                  "is not associated with alpha\n",
                  inputPath.c_str());
   }
-  const host::PixelFormat resultFormat = alpha.FloatResult() ? host::kPixelFormat_BGRA_4444_32f
-                                         : options.depth.empty()
-                                             ? PictureFormatFor(image.sampleType)
-                                             : PictureFormatFor(fileType);
-  CPicture source;
-  CPicture destination;
-  if (!PackForGrade(image, layout, alpha, source) ||
-      !destination.Allocate(source.Width(), source.Height(), resultFormat)) {
-    throw CApplyError("not enough memory for " + inputPath);
-  }
-  // The apply path may reorder a float source in place, so the preview's left half is made first.
-  std::optional<CPicture> before;
-  if (writePreview) {
-    before.emplace();
-    if (!PackImage(image, layout, *before)) throw CApplyError("not enough memory for the preview");
-  }
-  const double readMs = MillisecondsSince(readStart);
   const Clock::time_point applyStart = Clock::now();
+  std::optional<CPicture> before;
+  CPicture destination;
+  SImage unpacked;
   SDeviceTimings deviceTimings;
+  int result = CRANDLE::kResultOK;
   std::string deviceError;
-  const int result =
-      ApplyChain(luts, options, device, method, source, destination, deviceTimings, deviceError);
+  if (frame.inPlace) {
+    result = GradeInPlace(image, alpha, luts, method, options.threads);
+  } else {
+    const host::PixelFormat resultFormat = alpha.FloatResult() ? host::kPixelFormat_BGRA_4444_32f
+                                           : options.depth.empty()
+                                               ? PictureFormatFor(image.sampleType)
+                                               : PictureFormatFor(fileType);
+    CPicture source;
+    if (!PackForGrade(image, layout, alpha, source) ||
+        !destination.Allocate(source.Width(), source.Height(), resultFormat)) {
+      throw CApplyError("not enough memory for " + inputPath);
+    }
+    // The apply path may reorder a float source in place, so the preview's left half is made
+    // first.
+    if (writePreview) {
+      before.emplace();
+      if (!PackImage(image, layout, *before))
+        throw CApplyError("not enough memory for the preview");
+    }
+    result =
+        ApplyChain(luts, options, device, method, source, destination, deviceTimings, deviceError);
+  }
   const double applyMs = MillisecondsSince(applyStart);
+  times.applyMs += applyMs;
   if (!deviceError.empty()) {
     throw CApplyError(inputPath + " on " + device.label + ": " + deviceError + " (" +
                       std::to_string(result) + ")");
@@ -171,7 +221,8 @@ void ApplyToFile(const SApplyOptions& options, const SDeviceChoice& device,
     throw CApplyError("applying the LUT to " + inputPath + " failed: " + ResultCodeText(result));
   }
   const Clock::time_point writeStart = Clock::now();
-  SImage output = UnpackGraded(destination, image, layout, alpha);
+  SImage& output = frame.inPlace ? image : unpacked;
+  if (!frame.inPlace) unpacked = UnpackGraded(destination, image, layout, alpha);
   if (!options.depth.empty()) output.spec.erase_attribute("oiio:BitsPerSample");
   // Both files are complete before either replaces anything: a preview that cannot be written
   // leaves the output as it was.
@@ -185,16 +236,17 @@ void ApplyToFile(const SApplyOptions& options, const SDeviceChoice& device,
   if (pendingPreview && !pendingPreview->Commit(error)) {
     throw CApplyError("cannot write the preview " + options.preview + ": " + error);
   }
+  const double writeMs = MillisecondsSince(writeStart);
+  times.writeMs += writeMs;
   if (options.verbose && device.device) {
     std::fprintf(stderr,
                  "%s: read %.1f ms, on %s: upload %.2f ms, apply %.2f ms, download %.2f ms; "
                  "write %.1f ms\n",
-                 inputPath.c_str(), readMs, device.label.c_str(), deviceTimings.uploadMs,
-                 deviceTimings.applyMs, deviceTimings.downloadMs, MillisecondsSince(writeStart));
+                 inputPath.c_str(), frame.readMs, device.label.c_str(), deviceTimings.uploadMs,
+                 deviceTimings.applyMs, deviceTimings.downloadMs, writeMs);
   } else if (options.verbose) {
     std::fprintf(stderr, "%s: read %.1f ms, apply %.1f ms (%u strips), write %.1f ms\n",
-                 inputPath.c_str(), readMs, applyMs, options.threads,
-                 MillisecondsSince(writeStart));
+                 inputPath.c_str(), frame.readMs, applyMs, options.threads, writeMs);
   }
 }
 
@@ -222,11 +274,31 @@ bool LoadLUTs(const SApplyOptions& options, std::vector<std::shared_ptr<void>>& 
   return true;
 }
 
+// The last --verbose line: the whole run from the process's start, in parts that add up to it.
+void ReportWholeTime(size_t images, double startupMs, Clock::time_point runStart, double lutMs,
+                     const SPipelineTimes& pipeline, const SApplyTimes& times) {
+  const double wallMs = startupMs + MillisecondsSince(runStart);
+  const double readMs = pipeline.waitedMs;
+  const double otherMs = wallMs - startupMs - lutMs - readMs - times.applyMs - times.writeMs;
+  std::fprintf(stderr,
+               "%zu image%s in %.1f ms = start-up %.1f + LUT parse %.1f + read %.1f + apply %.1f "
+               "+ write %.1f + other %.1f ms; reading took %.1f ms, %.1f ms of it beside "
+               "applying and writing\n",
+               images, images == 1 ? "" : "s", wallMs, startupMs, lutMs, readMs, times.applyMs,
+               times.writeMs, otherMs, pipeline.loadMs,
+               std::max(0.0, pipeline.loadMs - pipeline.waitedMs));
+}
+
 }  // namespace
 
 int RunApply(const SApplyOptions& options) {
+  // Loading the program and parsing the command line come first in the account; where the
+  // system keeps no record of the start, the account starts here.
+  const double startupMs = std::max(0.0, MillisecondsSinceProcessStart());
+  const Clock::time_point runStart = Clock::now();
   std::vector<std::shared_ptr<void>> luts;
   if (!LoadLUTs(options, luts)) return 1;
+  const double lutMs = MillisecondsSince(runStart);
   const auto method = options.interpolation == "tetrahedral"
                           ? host::LUTInterpolationMethod::Tetrahedral
                           : host::LUTInterpolationMethod::Trilinear;
@@ -251,11 +323,25 @@ int RunApply(const SApplyOptions& options) {
     std::optional<SFrameSize> firstSize;
     std::optional<CProgress> progress;
     if (jobs.size() > 1) progress.emplace("applying", long(jobs.size()));
-    for (const SApplyJob& job : jobs) {
-      ApplyToFile(options, device, luts, method, job.input, job.output,
-                  &job == &jobs.front() && !options.preview.empty(), firstSize);
+    SApplyTimes times;
+    SPipelineTimes pipeline;
+    // The codecs decode and encode on threads of their own as well, as many as the grade uses.
+    OIIO::attribute("threads", int(options.threads));
+    OIIO::attribute("exr_threads", int(options.threads));
+    const auto previewOf = [&](size_t index) { return index == 0 && !options.preview.empty(); };
+    const std::function<SLoadedFrame(size_t)> load = [&](size_t index) {
+      return LoadFrame(options, device, luts.size(), jobs[index].input, jobs[index].output,
+                       previewOf(index));
+    };
+    const std::function<void(size_t, SLoadedFrame&)> process = [&](size_t index,
+                                                                   SLoadedFrame& frame) {
+      ApplyToFrame(options, device, luts, method, frame, jobs[index].input, jobs[index].output,
+                   previewOf(index), firstSize, times);
       if (progress) progress->Step();
-    }
+    };
+    // The next frame is read while this one is applied and written; at most two are held.
+    RunPipelined(jobs.size(), load, process, pipeline);
+    if (options.verbose) ReportWholeTime(jobs.size(), startupMs, runStart, lutMs, pipeline, times);
     return 0;
   } catch (const CApplyError& error) {
     std::fprintf(stderr, "crandle apply: %s\n", error.what());

@@ -120,7 +120,36 @@ float UnitSample(const SImage& image, size_t index) {
   return reinterpret_cast<const float*>(image.samples.data())[index];
 }
 
-bool ReadImage(const std::string& path, SImage& image, std::string& error) {
+namespace {
+
+bool KeepsFileType(const OIIO::ImageSpec& spec) {
+  return spec.channelformats.empty() &&
+         (spec.format == OIIO::TypeDesc::UINT8 || spec.format == OIIO::TypeDesc::UINT16 ||
+          spec.format == OIIO::TypeDesc::HALF || spec.format == OIIO::TypeDesc::FLOAT);
+}
+
+// Read whole, a scanline file can pass through a second copy of the picture inside the reader;
+// read in bands of rows (a multiple of every EXR block's height) it passes through one band.
+bool ReadPixels(OIIO::ImageInput& input, SImage& image) {
+  const OIIO::ImageSpec& spec = image.spec;
+  if (spec.tile_width > 0)
+    return input.read_image(0, 0, 0, spec.nchannels, image.sampleType, image.samples.data());
+  constexpr int kBandRows = 256;
+  const size_t rowBytes = size_t(spec.width) * size_t(spec.nchannels) * image.sampleType.size();
+  for (int y = 0; y < spec.height; y += kBandRows) {
+    if (!input.read_scanlines(0, 0, spec.y + y, spec.y + std::min(spec.height, y + kBandRows), 0, 0,
+                              spec.nchannels, image.sampleType,
+                              image.samples.data() + size_t(y) * rowBytes)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+}  // namespace
+
+bool ReadImage(const std::string& path, SImage& image, std::string& error,
+               const std::function<bool(const OIIO::ImageSpec&)>& keepFileType) {
   // Readers of formats that store unassociated colour (PNG, some TIFFs) would otherwise multiply
   // it by alpha on the way in, in the file's own precision; the grade decides what to do with it.
   OIIO::ImageSpec hints;
@@ -155,7 +184,10 @@ bool ReadImage(const std::string& path, SImage& image, std::string& error) {
   }
   image.spec = input->spec();
   const OIIO::TypeDesc fileType = image.spec.format;
-  if (fileType.basetype == OIIO::TypeDesc::UINT8 || fileType.basetype == OIIO::TypeDesc::INT8) {
+  if (keepFileType && KeepsFileType(image.spec) && keepFileType(image.spec)) {
+    image.sampleType = fileType;
+  } else if (fileType.basetype == OIIO::TypeDesc::UINT8 ||
+             fileType.basetype == OIIO::TypeDesc::INT8) {
     image.sampleType = OIIO::TypeDesc::UINT8;
   } else if (fileType.basetype == OIIO::TypeDesc::UINT16 ||
              fileType.basetype == OIIO::TypeDesc::INT16) {
@@ -178,8 +210,7 @@ bool ReadImage(const std::string& path, SImage& image, std::string& error) {
   image.samples.resize(bytes);
   // A reader that fills what it could not read (a short strip, say) and goes on still records an
   // error; a truncated image is refused, not passed on with zeroed pixels.
-  if (!input->read_image(0, 0, 0, image.spec.nchannels, image.sampleType, image.samples.data()) ||
-      input->has_error()) {
+  if (!ReadPixels(*input, image) || input->has_error()) {
     error = input->geterror();
     if (error.empty()) error = "cannot read the pixels";
     return false;

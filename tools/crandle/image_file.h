@@ -5,6 +5,7 @@
 #include <OpenImageIO/imageio.h>
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -13,7 +14,8 @@
 namespace crandle_tool {
 
 /// An image as read: its description (size, channels, metadata) and its samples, interleaved, in
-/// one of three sample types (8-bit, 16-bit, or float for half, float and anything wider).
+/// one of three sample types (8-bit, 16-bit, or float for half, float and anything wider), or in
+/// the file's own type when the reader was asked to keep it.
 struct SImage {
   OIIO::ImageSpec spec;
   OIIO::TypeDesc sampleType;
@@ -32,7 +34,10 @@ struct SChannelLayout {
 /// Reads the first subimage of `path`; false with `error` set when it cannot. Colour is read as
 /// stored: a file that keeps it unassociated from alpha gives it so, with "oiio:UnassociatedAlpha"
 /// set in its image description. A movie or a file of several pictures is refused.
-bool ReadImage(const std::string& path, SImage& image, std::string& error);
+/// When `keepFileType` says so for the image's description, and the file's samples are all of
+/// one of 8-bit, 16-bit, half or float, the samples are kept in that type (half stays half).
+bool ReadImage(const std::string& path, SImage& image, std::string& error,
+               const std::function<bool(const OIIO::ImageSpec&)>& keepFileType = {});
 
 /// The colour and alpha channels of `spec`; false when it has no colour channel.
 bool FindChannels(const OIIO::ImageSpec& spec, SChannelLayout& layout);

@@ -1,0 +1,29 @@
+// Grading an image where it was read: the samples stay in the file's own type and layout, and
+// only a strip of working pixels per thread exists beside them, so a frame costs its own size.
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "alpha.h"
+#include "crandle/crandle.h"
+#include "image_file.h"
+
+namespace crandle_tool {
+
+/// True when `GradeInPlace` takes an image of this description and these samples: red, green,
+/// blue and an optional alpha, in that order, all of 8-bit, 16-bit, half or float samples.
+/// `plan` must not need float working pixels for integer samples, and a chain of several LUTs
+/// needs float samples (an integer picture between LUTs would round).
+bool GradesInPlace(const OIIO::ImageSpec& spec, OIIO::TypeDesc sampleType, const SAlphaPlan& plan,
+                   size_t lutCount);
+
+/// Applies `luts` in order to the colour of `image` (which `GradesInPlace` takes), in place,
+/// strip by strip on `threads` threads, with the alpha steps of `plan`. Alpha and everything else
+/// keep their stored values. The result is the one the whole-picture path gives, bit for bit.
+/// Returns 0 or the first failing strip's result code.
+int GradeInPlace(SImage& image, const SAlphaPlan& plan,
+                 const std::vector<std::shared_ptr<void>>& luts,
+                 host::LUTInterpolationMethod method, unsigned threads);
+
+}  // namespace crandle_tool

@@ -1,0 +1,11 @@
+// How long this process has been running, counted from its start rather than from main, so that
+// loading the program and its libraries is part of the account.
+#pragma once
+
+namespace crandle_tool {
+
+/// Milliseconds since the process started, from the system's record of its start (to the
+/// system's clock tick, 10 ms on most systems); negative when that record cannot be read.
+double MillisecondsSinceProcessStart();
+
+}  // namespace crandle_tool
