@@ -1,15 +1,10 @@
-// crandle convert and eval --exact on files the tests make: bakes against values worked out from
-// the LUTs' formulas, composition in order, the output format chosen by extension or --format,
-// refusals with their reasons and exit codes and no file left behind, and the title kept. The
-// bytes of each written format are pinned by the writers' own tests.
+// crandle convert and eval --exact: bakes against the LUTs' formulas, composition in order, the
+// output format chosen by extension or --format, and refusals that leave no file behind. The bytes
+// of each written format are the writers' own tests.
 #include <gtest/gtest.h>
 
 #include <array>
-#include <cmath>
-#include <filesystem>
-#include <functional>
 #include <memory>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -22,12 +17,10 @@
 #include "support/lut_samples.h"
 #include "support/temp_dir.h"
 
+namespace crandle_test {
 namespace {
 
-using crandle_test::Quote;
-using crandle_test::RunTool;
-using crandle_test::TempDir;
-using Rgb = std::array<double, 3>;
+using Colour = std::array<double, 3>;
 
 // A multilinear function, which a cube of any size reproduces exactly under trilinear
 // interpolation, and a 1-D curve that linear interpolation of 4096 entries follows within 4e-8.
@@ -46,7 +39,7 @@ void Square(double r, double g, double b, double out[3]) {
 struct SBaked {
   std::shared_ptr<void> handle;
   const Tincta::COv3DLUT* lut = nullptr;
-  Rgb At(uint32_t r, uint32_t g, uint32_t b) const {
+  Colour At(uint32_t r, uint32_t g, uint32_t b) const {
     const uint32_t n = lut->Size();
     const float* e = lut->Table() + 4 * (r + size_t(n) * g + size_t(n) * n * b);
     return {e[0], e[1], e[2]};
@@ -64,21 +57,13 @@ SBaked ReadBack(const std::string& path) {
 class ToolBake : public testing::Test {
  protected:
   TempDir dir;
-  std::string identity = dir.Write("identity.cube", crandle_test::CubeText3D(17));
-  std::string curve = dir.Write("square.cube", crandle_test::CubeText1D(4096, Square));
-  std::string grade = dir.Write("grade.cube", crandle_test::CubeText3D(3, Multilinear));
-  std::string titled =
-      dir.Write("titled.cube", crandle_test::CubeText3D(5, Multilinear, "Day for night"));
-  std::string wide =
-      dir.Write("wide.cube", crandle_test::CubeText3D(2, Multilinear, "", kMin, kMax));
+  std::string identity = dir.Write("identity.cube", CubeText3D(17));
+  std::string curve = dir.Write("square.cube", CubeText1D(4096, Square));
+  std::string grade = dir.Write("grade.cube", CubeText3D(3, Multilinear));
+  std::string titled = dir.Write("titled.cube", CubeText3D(5, Multilinear, "Day for night"));
+  std::string wide = dir.Write("wide.cube", CubeText3D(2, Multilinear, "", kMin, kMax));
   std::string shaped = dir.Write("shaped.cub", ShapedText());
   std::string Out(const std::string& name) const { return (dir.Path() / name).string(); }
-  std::set<std::string> Names() const {
-    std::set<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(dir.Path()))
-      names.insert(entry.path().filename().string());
-    return names;
-  }
 
   static constexpr double kMin[3] = {-1, 0, 0.5}, kMax[3] = {3, 2, 1};
   static std::string ShapedText() {
@@ -87,7 +72,7 @@ class ToolBake : public testing::Test {
       const float x = float(i) / 1024;
       shaper.push_back({x * x, x * x, x * x});
     }
-    return crandle_test::TruelightText(2, shaper, [](uint32_t r, uint32_t g, uint32_t b) {
+    return TruelightText(2, shaper, [](uint32_t r, uint32_t g, uint32_t b) {
       double out[3];
       Multilinear(r, g, b, out);
       return crandle_test::Rgb{float(out[0]), float(out[1]), float(out[2])};
@@ -95,32 +80,26 @@ class ToolBake : public testing::Test {
   }
 };
 
-Rgb Apply(void (*f)(double, double, double, double[3]), const Rgb& x) {
-  double out[3];
-  f(x[0], x[1], x[2], out);
-  return {out[0], out[1], out[2]};
-}
+using Formula = void (*)(double, double, double, double[3]);
 
 TEST_F(ToolBake, BakesComposeTheLUTsInOrderOverTheFirstOnesDomain) {
-  // What each bake holds at a node, from the node's coordinate in the first LUT's unit cube.
+  // What each bake holds at a node: the formulas in order at the node's coordinate in the first
+  // LUT's unit cube.
   const struct {
     std::vector<std::string> luts;
     uint32_t size;
-    std::function<Rgb(const Rgb&)> expected;
+    std::vector<Formula> formulas;
     double tolerance;
   } cases[] = {
-      {{identity}, 2, [](const Rgb& x) { return x; }, 1e-6},
-      {{identity}, 33, [](const Rgb& x) { return x; }, 1e-6},
-      {{identity}, 64, [](const Rgb& x) { return x; }, 1e-6},
-      {{curve, grade}, 9, [](const Rgb& x) { return Apply(Multilinear, Apply(Square, x)); }, 1e-6},
-      {{grade, curve}, 9, [](const Rgb& x) { return Apply(Square, Apply(Multilinear, x)); }, 1e-6},
-      {{grade, curve, curve},
-       9,
-       [](const Rgb& x) { return Apply(Square, Apply(Square, Apply(Multilinear, x))); },
-       1e-6},
-      {{wide}, 5, [](const Rgb& x) { return Apply(Multilinear, x); }, 1e-6},
+      {{identity}, 2, {}, 1e-6},
+      {{identity}, 33, {}, 1e-6},
+      {{identity}, 64, {}, 1e-6},
+      {{curve, grade}, 9, {Square, Multilinear}, 1e-6},
+      {{grade, curve}, 9, {Multilinear, Square}, 1e-6},
+      {{grade, curve, curve}, 9, {Multilinear, Square, Square}, 1e-6},
+      {{wide}, 5, {Multilinear}, 1e-6},
       // Six printed decimals in the source file and the shaper's interpolation of x^2.
-      {{shaped}, 9, [](const Rgb& x) { return Apply(Multilinear, Apply(Square, x)); }, 3e-6},
+      {{shaped}, 9, {Square, Multilinear}, 3e-6},
   };
   for (const auto& c : cases) {
     std::string arguments = "convert --size " + std::to_string(c.size);
@@ -140,7 +119,10 @@ TEST_F(ToolBake, BakesComposeTheLUTsInOrderOverTheFirstOnesDomain) {
     const double last = c.size - 1;
     for (uint32_t i = 0; i < c.size * c.size * c.size; ++i) {
       const uint32_t r = i % c.size, g = i / c.size % c.size, b = i / c.size / c.size;
-      const Rgb expected = c.expected({r / last, g / last, b / last}), got = baked.At(r, g, b);
+      Colour expected = {r / last, g / last, b / last};
+      for (const Formula f : c.formulas)
+        f(expected[0], expected[1], expected[2], expected.data());
+      const Colour got = baked.At(r, g, b);
       for (int k = 0; k < 3; ++k)
         EXPECT_NEAR(got[k], expected[k], c.tolerance) << arguments << " node " << i;
     }
@@ -177,21 +159,23 @@ TEST_F(ToolBake, TheExtensionOrFormatChoosesAndTheTitleIsKept) {
   for (const auto& c : cases) {
     const auto run = RunTool("convert " + c.arguments + " " + Quote(Out(c.output)));
     ASSERT_EQ(run.status, 0) << c.arguments << ": " << run.err;
-    const std::string text = crandle_test::ReadFileBytes(Out(c.output));
+    const std::string text = ReadFileBytes(Out(c.output));
     EXPECT_EQ(text.rfind(c.starts, 0), 0u) << c.output << ": " << text.substr(0, 60);
   }
+  // An OTX3 file is the module's own blob of the LUT.
+  const host::BinaryData blob = CRANDLE::GetLUTBlob(ReadBack(titled).handle);
+  EXPECT_EQ(ReadFileBytes(Out("T.OTX3")),
+            std::string(reinterpret_cast<const char*>(blob.Data()), blob.Size()));
 }
 
 TEST_F(ToolBake, RefusalsSayWhyAndLeaveNoFileBehind) {
-  const std::string negative = dir.Write(
-      "neg.cube", crandle_test::CubeText3D(3, [](double r, double g, double b, double out[3]) {
-        out[0] = r - 0.5;
-        out[1] = g;
-        out[2] = b;
-      }));
+  const std::string negative =
+      dir.Write("neg.cube", CubeText3D(3, [](double r, double g, double b, double out[3]) {
+                  out[0] = r - 0.5, out[1] = g, out[2] = b;
+                }));
   const std::string wideCurve = dir.Write(
       "wide1d.cube", "DOMAIN_MIN -1 -1 -1\nDOMAIN_MAX 1 1 1\nLUT_1D_SIZE 2\n0 0 0\n1 1 1\n");
-  const auto before = Names();
+  const auto before = FileNames(dir.Path());
   constexpr int kAnyFailure = -1;  // the option parser's own checks and their codes
   const struct {
     std::string arguments;
@@ -206,6 +190,8 @@ TEST_F(ToolBake, RefusalsSayWhyAndLeaveNoFileBehind) {
       {"--bits 10 " + Quote(grade), "x.cube", 2, "--bits applies to .3dl meshes only", false},
       {Quote(curve), "r.3dl", 1, "only 3-D tables", true},
       {Quote(shaped), "s.3dl", 1, "input shaper", true},
+      {Quote(shaped), "s.otx3", 1, "it has an input shaper", true},
+      {Quote(Out("none.cube")), "n.cube", 1, "none.cube: 0xa00f0001: no such file", false},
       {Quote(wide), "w.3dl", 1, "domain 0..1 only", false},
       {Quote(wideCurve), "wc.3dl", 1, "only 3-D tables", false},  // no bake gives a mesh -1..1
       {Quote(negative), "n.3dl", 1, "entry (0, 0, 0) holds -0.5", false},
@@ -221,7 +207,8 @@ TEST_F(ToolBake, RefusalsSayWhyAndLeaveNoFileBehind) {
       EXPECT_EQ(run.err.find("give --size N to bake it") != std::string::npos, c.hint) << run.err;
     }
   }
-  EXPECT_EQ(Names(), before);
+  EXPECT_EQ(FileNames(dir.Path()), before);
 }
 
 }  // namespace
+}  // namespace crandle_test
