@@ -5,7 +5,7 @@
 
 #include <OpenImageIO/imageio.h>
 
-#include <cstdio>
+#include <cstdlib>
 #include <sstream>
 
 #include "support/temp_dir.h"

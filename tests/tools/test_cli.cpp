@@ -7,7 +7,6 @@
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
-#include <iterator>
 #include <memory>
 #include <sstream>
 
@@ -79,19 +78,32 @@ TEST(ToolInfo, FromBytesNamesByTitleOrAsEmbedded) {
   EXPECT_NE(run.out.find("\"displayName\":\"Embedded LUT\""), npos) << run.out;
 }
 
-// info, eval and apply say the module's code and the reader's reason; info goes on to the rest.
+// info, eval and apply say the module's code and the reason; info goes on to the other files. A
+// path that names no regular file, or one too large, is refused at once, not read.
 TEST(ToolInfo, FailuresNameTheFileTheCodeAndTheReason) {
   TempDir dir;
   const std::string good = dir.Write("good.cube", kCube2), broken = dir.Write("bad.cube", kBroken);
   const std::string missing = (dir.Path() / "missing.cube").string();
+  const std::string pipe = (dir.Path() / "pipe.cube").string(), big = dir.Write("big.cube", "");
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  fs::resize_file(big, (uint64_t(1) << 32) + 16);
   const std::string failed = broken +
                              ": 0xa00f0001: not a LUT in a format this tool reads, or a damaged "
                              "one: " +
                              kBrokenReason + "\n";
-  const auto info = RunTool("info " + Quote(missing) + " " + Quote(good) + " " + Quote(broken));
+  const auto start = std::chrono::steady_clock::now();
+  const auto info = RunTool("info " + Quote(missing) + " " + Quote(pipe) + " " + Quote(big) + " " +
+                            Quote(good) + " " + Quote(broken));
   EXPECT_EQ(info.status, 1);
   EXPECT_EQ(info.out.rfind(good + "\n  kind          3D\n", 0), 0u) << info.out;
-  EXPECT_EQ(info.err, missing + ": 0xa00f0001: no such file\n" + failed);
+  EXPECT_EQ(info.err, missing + ": 0xa00f0001: no such file\n" + pipe +
+                          ": 0xa00f0001: not a regular file (a pipe or a device)\n" + big +
+                          ": 0xa00f0001: the file is larger than 200 MiB\n" + failed);
+  const auto bytes = RunTool("info --from-bytes " + Quote(dir.Path()) + " " + Quote(big));
+  EXPECT_EQ(bytes.status, 1);
+  EXPECT_EQ(bytes.err, dir.Path().string() + ": not a regular file\n" + big +
+                           ": the file is larger than 4 GiB\n");
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
   const auto eval = RunTool("eval " + Quote(broken), "0.5 0.5 0.5\n");
   EXPECT_EQ(eval.status, 1);
   EXPECT_EQ(eval.err, "crandle eval: " + failed);
@@ -99,27 +111,6 @@ TEST(ToolInfo, FailuresNameTheFileTheCodeAndTheReason) {
                              Quote(dir.Path() / "out.png"));
   EXPECT_EQ(apply.status, 1);
   EXPECT_NE(apply.err.find(failed), npos) << apply.err;
-}
-
-// A path that names no regular file, or one too large, is refused at once, not read.
-TEST(ToolInfo, RefusesWhatIsNotARegularFileOrTooLarge) {
-  TempDir dir;
-  const std::string pipe = (dir.Path() / "pipe.cube").string();
-  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
-  const std::string big = dir.Write("big.cube", kCube2);
-  fs::resize_file(big, (uint64_t(1) << 32) + 16);
-  const std::pair<std::string, std::string> cases[] = {
-      {"--from-bytes " + Quote(dir.Path()), "not a regular file"},
-      {Quote(pipe), "not a regular file"},
-      {"--from-bytes " + Quote(big), "larger than 4 GiB"},
-  };
-  for (const auto& [arguments, message] : cases) {
-    const auto start = std::chrono::steady_clock::now();
-    const auto run = RunTool("info " + arguments);
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10)) << arguments;
-    EXPECT_EQ(run.status, 1) << arguments;
-    EXPECT_NE(run.err.find(message), npos) << arguments << ": " << run.err;
-  }
 }
 
 TEST(ToolCheck, SaysWhyEachFileFailsOrWarnsWithItsExitCode) {
@@ -190,17 +181,11 @@ TEST(ToolCheck, CorrectionIdPicksOneCorrectionForEvalAndInfo) {
   TempDir dir;
   const std::string collection = Quote(dir.Write("grades.ccc", kCollection));
   const auto eval = RunTool("eval --cc-id cool " + collection, "0.5 0.5 0.5\n");
-  ASSERT_EQ(eval.status, 0) << eval.err;
-  const auto rgb = Numbers(eval.out);
-  ASSERT_EQ(rgb.size(), 3u) << eval.out;
-  for (double v : rgb)
-    EXPECT_NEAR(v, 0.25, 1e-3);
+  EXPECT_EQ(eval.status, 0) << eval.err;
+  EXPECT_EQ(eval.out, "0.250000 0.250000 0.250000\n");
   const auto info = RunTool("info --cc-id cool " + collection);
   EXPECT_EQ(info.status, 0) << info.err;
   EXPECT_NE(info.out.find("size          1024\n"), npos) << info.out;
-  const auto refused = RunTool("info " + collection);
-  EXPECT_EQ(refused.status, 1);
-  EXPECT_NE(refused.err.find("2 corrections (ids warm, cool)"), npos) << refused.err;
 }
 
 TEST(ToolEval, PrintsTheLUTsOutputPerLineAndNamesABadLine) {
@@ -357,11 +342,6 @@ std::vector<std::string> Section(const std::string& text, const std::string& fro
   return lines;
 }
 
-std::vector<std::string> Words(const std::string& line) {
-  std::istringstream words(line);
-  return {std::istream_iterator<std::string>(words), std::istream_iterator<std::string>()};
-}
-
 TEST(ToolFormats, ListsWhatIsReadAndWrittenTruthfully) {
   const auto run = RunTool("formats");
   ASSERT_EQ(run.status, 0) << run.err;
@@ -379,18 +359,18 @@ TEST(ToolFormats, ListsWhatIsReadAndWrittenTruthfully) {
   const auto written = Section(run.out, "LUT formats written");
   ASSERT_EQ(written.size(), Tincta::WrittenLUTFormats().size()) << run.out;
   for (const std::string& line : written) {
-    const auto words = Words(line);
-    ASSERT_GE(words.size(), 2u);
-    EXPECT_TRUE(words[1][0] == '.' && Tincta::LUTFormatNamed(words[1])) << words[1];
-    EXPECT_EQ(Tincta::LUTFormatNamed(words[0]), Tincta::LUTFormatNamed(words[1])) << words[0];
+    std::string name, extension;
+    std::istringstream(line) >> name >> extension;
+    EXPECT_TRUE(extension.rfind('.', 0) == 0 && Tincta::LUTFormatNamed(extension)) << line;
+    EXPECT_EQ(Tincta::LUTFormatNamed(name), Tincta::LUTFormatNamed(extension)) << line;
   }
   // The image formats are those of the OpenImageIO in use, each line read/write flags first.
   std::set<std::string> names, expected;
   for (const std::string& line : Section(run.out, "Image formats of OpenImageIO")) {
-    const auto words = Words(line);
-    ASSERT_GE(words.size(), 3u);
-    names.insert(words[0]);
-    EXPECT_TRUE(words[1] == "rw" || words[1] == "r-" || words[1] == "-w") << words[0];
+    std::string name, flags, extension;
+    std::istringstream(line) >> name >> flags >> extension;
+    names.insert(name);
+    EXPECT_TRUE((flags == "rw" || flags == "r-" || flags == "-w") && extension[0] == '.') << line;
   }
   std::istringstream list(OIIO::get_string_attribute("format_list"));
   for (std::string name; std::getline(list, name, ',');)

@@ -72,39 +72,43 @@ class ToolApply : public testing::Test {
   }
 };
 
-TEST_F(ToolApply, SixteenBitRGBAKeepsAlphaDepthAndMetadata) {
-  const fs::path input = Image("in.tif", TypeDesc::UINT16, 4), output = dir.Path() / "out.tif";
-  // The colour as stored (associated with alpha), so that the affine look is exact.
-  const auto run = RunTool("apply --premultiplied " + lut + Quote(input) + " " + Quote(output));
-  ASSERT_EQ(run.status, 0) << run.err;
-  ExpectGraded(input, output, 1.5 / 65535);
-  const SImageFile out = ReadImageFile(output);
-  EXPECT_EQ(out.format, TypeDesc::UINT16);
-  EXPECT_EQ(out.description, "made by the crandle tests");
-}
-
-TEST_F(ToolApply, StripsOnThreadsGiveTheSameBytes) {
-  const fs::path input = Image("in.exr", TypeDesc::HALF, 3, 0, 64, 37);
-  const fs::path one = dir.Path() / "one.exr", three = dir.Path() / "three.exr";
-  ASSERT_EQ(RunTool("apply " + lut + Quote(input) + " " + Quote(one)).status, 0);
-  ASSERT_EQ(RunTool("apply --threads 3 " + lut + Quote(input) + " " + Quote(three)).status, 0);
-  const SImageFile a = ReadImageFile(one);
-  EXPECT_EQ(a.format, TypeDesc::HALF);
-  EXPECT_EQ(a.samples, ReadImageFile(three).samples);
-}
-
-TEST_F(ToolApply, DepthGreyInputsAndPreview) {
-  const fs::path grey = Image("grey.png", TypeDesc::UINT8, 1), output = dir.Path() / "out.exr";
+// The look on every pixel, the depth kept or as --depth asks, the metadata kept, a grey input
+// given colour, a preview beside, and the same samples on any number of strips.
+TEST_F(ToolApply, ResultsDepthMetadataAndPreview) {
   const fs::path preview = dir.Path() / "preview.png";
-  const auto run = RunTool("apply --depth float --preview " + Quote(preview) + " " + lut +
-                           Quote(grey) + " " + Quote(output));
-  ASSERT_EQ(run.status, 0) << run.err;
-  // The float output keeps the 8-bit input's value exactly, converted once into float.
-  ExpectGraded(grey, output, 1e-5);
-  EXPECT_EQ(ReadImageFile(output).format, TypeDesc::FLOAT);
+  const struct {
+    const char* input;
+    TypeDesc type;
+    int channels;
+    std::string flags;
+    const char* output;
+    TypeDesc format;
+    double tolerance;
+  } cases[] = {
+      // The colour as stored (associated with alpha), so that the affine look is exact.
+      {"in.tif", TypeDesc::UINT16, 4, "--premultiplied", "out.tif", TypeDesc::UINT16, 1.5 / 65535},
+      // The float output keeps the 8-bit input's value exactly, converted once into float.
+      {"grey.png", TypeDesc::UINT8, 1, "--depth float --preview " + Quote(preview), "grey.exr",
+       TypeDesc::FLOAT, 1e-5},
+      {"in.exr", TypeDesc::HALF, 3, "", "one.exr", TypeDesc::HALF, 1e-3},
+      {"in.exr", TypeDesc::HALF, 3, "--threads 3", "three.exr", TypeDesc::HALF, 1e-3},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.output);
+    const fs::path input = Image(c.input, c.type, c.channels, 0, 64, 37);
+    const fs::path output = dir.Path() / c.output;
+    const auto run = RunTool("apply " + c.flags + " " + lut + Quote(input) + " " + Quote(output));
+    ASSERT_EQ(run.status, 0) << run.err;
+    ExpectGraded(input, output, c.tolerance);
+    const SImageFile out = ReadImageFile(output);
+    EXPECT_EQ(out.format, c.format);
+    EXPECT_EQ(out.description, "made by the crandle tests");
+  }
+  EXPECT_EQ(ReadImageFile(dir.Path() / "one.exr").samples,
+            ReadImageFile(dir.Path() / "three.exr").samples);
   const SImageFile side = ReadImageFile(preview);
-  EXPECT_EQ(side.width, 2 * 7);
-  EXPECT_EQ(side.height, 5);
+  EXPECT_EQ(side.width, 2 * 64);
+  EXPECT_EQ(side.height, 37);
   EXPECT_EQ(side.format, TypeDesc::UINT8);
 }
 

@@ -131,18 +131,25 @@ TEST_F(ToolColour, AlphaOnTheOpenCLDevice) {
   EXPECT_EQ(out.samples[4], 0.3f);
 }
 
-// Half first, then the gamma: (0.5 x)^(1/2.2); the other order would give 0.5 x^(1/2.2).
+// Half first, then the gamma: (0.5 x)^(1/2.2); the other order would give 0.5 x^(1/2.2). The
+// order holds for a document with its LUTs inline, with a payload, and with two LUTs of one name.
 TEST_F(ToolColour, LookDocumentsApplyTheirLUTsInOrder) {
-  const std::string input = Input({0.5f, 0.8f});
+  const fs::path a = dir.Path() / "a" / "look.cube", b = dir.Path() / "b" / "look.cube";
+  fs::create_directories(a.parent_path());
+  fs::create_directories(b.parent_path());
+  fs::copy_file(halfFile, a);
+  fs::copy_file(gammaFile, b);
   const fs::path inlineLook = dir.Path() / "inline.look", payloadLook = dir.Path() / "p.look";
-  const std::string payload = Quote(dir.Path() / "payload.bin");
+  const std::string payload = Quote(dir.Path() / "payload.bin"), two = Quote(dir.Path() / "2.look");
   ASSERT_EQ(RunTool("look pack " + half + gamma + "-o " + Quote(inlineLook)).status, 0);
   ASSERT_EQ(
       RunTool("look pack " + half + gamma + "-o " + Quote(payloadLook) + " --payload " + payload)
           .status,
       0);
+  ASSERT_EQ(RunTool("look pack " + Quote(a) + " " + Quote(b) + " -o " + two).status, 0);
+  const std::string input = Input({0.5f, 0.8f});
   for (const std::string& look :
-       {Quote(inlineLook), "--payload " + payload + " " + Quote(payloadLook)}) {
+       {Quote(inlineLook), "--payload " + payload + " " + Quote(payloadLook), two}) {
     SCOPED_TRACE(look);
     ExpectNear(Applied(look + " " + input), {Graded(0.25), Graded(0.4)});
   }
@@ -152,17 +159,6 @@ TEST_F(ToolColour, LookDocumentsApplyTheirLUTsInOrder) {
   EXPECT_EQ(missing.status, 1);
   EXPECT_NE(missing.err.find("--payload"), npos) << missing.err;
   EXPECT_FALSE(fs::exists(none));
-}
-
-TEST_F(ToolColour, LUTsOfOneNameFromTwoFoldersKeepTheirOrder) {
-  const fs::path a = dir.Path() / "a" / "look.cube", b = dir.Path() / "b" / "look.cube";
-  fs::create_directories(a.parent_path());
-  fs::create_directories(b.parent_path());
-  fs::copy_file(halfFile, a);
-  fs::copy_file(gammaFile, b);
-  const std::string look = Quote(dir.Path() / "two.look");
-  ASSERT_EQ(RunTool("look pack " + Quote(a) + " " + Quote(b) + " -o " + look).status, 0);
-  ExpectNear(Applied(look + " " + Input({0.5f})), {Graded(0.25)});
 }
 
 // A document refers to a LUT that ships with the host by its file name and does not carry it.
