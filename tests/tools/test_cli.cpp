@@ -304,10 +304,9 @@ TEST(ToolLook, PackTakesAGuidInEitherFormAndRefusesAnythingElse) {
 TEST(ToolLook, ShowRefusesAFileThatIsNotAPayload) {
   TempDir dir;
   const fs::path look = dir.Path() / "grade.look", payload = dir.Path() / "grade.payload";
-  ASSERT_EQ(RunTool("look pack " + Quote(dir.Write("id.cube", kCube2)) + " -o " + Quote(look) +
-                    " --payload " + Quote(payload))
-                .status,
-            0);
+  const auto packed = RunTool("look pack " + Quote(dir.Write("id.cube", kCube2)) + " -o " +
+                              Quote(look) + " --payload " + Quote(payload));
+  ASSERT_EQ(packed.status, 0) << packed.err;
   const std::string bytes = ReadFileBytes(payload.string());
   const std::string cutShort =
       "its records do not fill the file: a record is cut short or runs past the end";

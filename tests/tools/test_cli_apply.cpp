@@ -217,6 +217,8 @@ TEST_F(ToolApply, FailuresSayWhyAndWriteNothing) {
       {rgba + path + ".jpg", "JPEG files cannot hold the input's alpha channel"},
       {Quote(animation) + " " + out, "a movie"},
       {rgb + Quote(readOnly), "read-only; it is not replaced"},
+      // The output is written before the preview fails, and is dropped.
+      {rgb + path + ".exr --preview " + path + ".nosuchformat", "cannot write the preview"},
       {rgb + path + ".exr --preview " + Quote(dir.Path() / "missing" / "p.png"),
        "cannot write the preview " + (dir.Path() / "missing" / "p.png").string() + ": the folder " +
            (dir.Path() / "missing").string() + " does not exist"},
