@@ -66,20 +66,14 @@ TEST(ToolInfo, JsonLinesCarryExactlyTheDocumentedKeys) {
       R"(","blobBytes":3112})"
       "\n";
   EXPECT_EQ(run.out, expected);
+  // Read from bytes, a LUT is named by its title or as embedded.
+  const auto bytes = RunTool("info --json --from-bytes " + Quote(cube) + " " + Quote(ramp));
+  EXPECT_NE(bytes.out.find(R"("displayName":"Graded")"), npos) << bytes.out;
+  EXPECT_NE(bytes.out.find(R"("displayName":"Embedded LUT")"), npos) << bytes.out;
 }
 
-TEST(ToolInfo, FromBytesNamesByTitleOrAsEmbedded) {
-  TempDir dir;
-  const std::string titled = dir.Write("a.cube", CubeText3D(2, Identity, "Day"));
-  const std::string plain = dir.Write("b.cube", CubeText3D(2));
-  const auto run = RunTool("info --json --from-bytes " + Quote(titled) + " " + Quote(plain));
-  ASSERT_EQ(run.status, 0) << run.err;
-  EXPECT_NE(run.out.find("\"displayName\":\"Day\""), npos) << run.out;
-  EXPECT_NE(run.out.find("\"displayName\":\"Embedded LUT\""), npos) << run.out;
-}
-
-// info, eval and apply say the module's code and the reason; info goes on to the other files. A
-// path that names no regular file, or one too large, is refused at once, not read.
+// info, eval, apply and plot say the module's code and the reason; info goes on to the other
+// files. A path that names no regular file, or one too large, is refused at once, not read.
 TEST(ToolInfo, FailuresNameTheFileTheCodeAndTheReason) {
   TempDir dir;
   const std::string good = dir.Write("good.cube", kCube2), broken = dir.Write("bad.cube", kBroken);
@@ -111,6 +105,10 @@ TEST(ToolInfo, FailuresNameTheFileTheCodeAndTheReason) {
                              Quote(dir.Path() / "out.png"));
   EXPECT_EQ(apply.status, 1);
   EXPECT_NE(apply.err.find(failed), npos) << apply.err;
+  const auto plot = RunTool("plot " + Quote(broken) + " -o " + Quote(dir.Path() / "plot.png"));
+  EXPECT_EQ(plot.status, 1);
+  EXPECT_NE(plot.err.find(kBrokenReason), npos) << plot.err;
+  EXPECT_FALSE(fs::exists(dir.Path() / "plot.png"));
 }
 
 TEST(ToolCheck, SaysWhyEachFileFailsOrWarnsWithItsExitCode) {
