@@ -1,134 +1,430 @@
-// The crandle tool end to end: what it prints, what it writes, and how it fails.
+// crandle's commands that read LUTs and documents (info, check, eval, look, formats), its exit
+// statuses, usage errors and settings warnings.
+#include <OpenImageIO/imageio.h>
 #include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
+#include <sys/stat.h>
 
-#include <cstring>
+#include <chrono>
+#include <cstdlib>
 #include <filesystem>
 #include <memory>
+#include <sstream>
 
 #include "crandle/crandle.h"
 #include "foundation/utf16.h"
+#include "lut/formats/reader.h"
+#include "lut/lut_writers.h"
 #include "support/cli_runner.h"
 #include "support/lut_samples.h"
 #include "support/temp_dir.h"
 
+namespace crandle_test {
 namespace {
 
-using crandle_test::Quote;
-using crandle_test::RunTool;
-using crandle_test::TempDir;
+namespace fs = std::filesystem;
+constexpr auto npos = std::string::npos;
 
-void Square(double r, double g, double b, double out[3]) {
-  out[0] = r * r;
-  out[1] = g * g;
-  out[2] = b * b;
+const std::string kCube2 =
+    "LUT_3D_SIZE 2\n0 0 0\n1 0 0\n0 1 0\n1 1 0\n0 0 1\n1 0 1\n0 1 1\n1 1 1\n";
+const std::string kBroken =  // kCube2 with its fourth line unreadable
+    "LUT_3D_SIZE 2\n0 0 0\n1 0 0\n1 x 1\n1 1 0\n0 0 1\n1 0 1\n0 1 1\n1 1 1\n";
+const std::string kBrokenReason = "cube: line 4: '1 x 1' is not three numbers";
+
+std::string Correction(const std::string& id, const std::string& slope) {
+  return "<ColorCorrection id=\"" + id + "\"><SOPNode><Slope>" + slope + " " + slope + " " + slope +
+         "</Slope><Offset>0 0 0</Offset><Power>1 1 1</Power></SOPNode></ColorCorrection>\n";
+}
+const std::string kCollection = "<?xml version=\"1.0\"?>\n<ColorCorrectionCollection>\n" +
+                                Correction("warm", "0.8") + Correction("cool", "0.5") +
+                                "</ColorCorrectionCollection>\n";
+
+std::string Identifier(const std::string& path) {
+  std::shared_ptr<void> lut;
+  EXPECT_EQ(CRANDLE::ParseLUT(Tincta::Utf8ToUtf16(path), lut), CRANDLE::kResultOK) << path;
+  return CRANDLE::GetLUTIdentifier(lut).ToString();
 }
 
 TEST(ToolInfo, JsonLinesCarryExactlyTheDocumentedKeys) {
   TempDir dir;
-  const double min[3] = {-0.5, 0, 0};
-  const double max[3] = {1.5, 1, 2};
-  const std::string cube =
-      dir.Write("grade.cube", crandle_test::CubeText3D(5, Square, "Graded", min, max));
-  const std::string ramp = dir.Write("ramp.cube", crandle_test::CubeText1D(256));
+  const double min[3] = {-0.5, 0, 0}, max[3] = {1.5, 1, 2};
+  const std::string cube = dir.Write("grade.cube", CubeText3D(5, Identity, "Graded", min, max));
+  const std::string ramp = dir.Write("ramp.cube", CubeText1D(256));
   const auto run = RunTool("info --json " + Quote(cube) + " " + Quote(ramp));
   ASSERT_EQ(run.status, 0) << run.err;
-  std::vector<nlohmann::json> lines;
-  size_t start = 0;
-  for (size_t end; (end = run.out.find('\n', start)) != std::string::npos; start = end + 1) {
-    lines.push_back(nlohmann::json::parse(run.out.substr(start, end - start)));
-  }
-  ASSERT_EQ(lines.size(), 2u) << run.out;
-  const std::vector<std::string> keys = {"path",       "kind",      "size",  "shaperSize",
-                                         "domainMin",  "domainMax", "title", "displayName",
-                                         "identifier", "blobBytes"};
-  for (const auto& line : lines) {
-    ASSERT_EQ(line.size(), keys.size()) << line.dump();
-    for (const auto& key : keys)
-      EXPECT_TRUE(line.contains(key)) << key;
-  }
-  EXPECT_EQ(lines[0]["path"], cube);
-  EXPECT_EQ(lines[0]["kind"], "3D");
-  EXPECT_EQ(lines[0]["size"], 5);
-  EXPECT_EQ(lines[0]["shaperSize"], 0);
-  EXPECT_EQ(lines[0]["domainMin"], (std::vector<double>{-0.5, 0, 0}));
-  EXPECT_EQ(lines[0]["domainMax"], (std::vector<double>{1.5, 1, 2}));
-  EXPECT_EQ(lines[0]["title"], "Graded");
-  EXPECT_EQ(lines[0]["displayName"], "grade");
-  EXPECT_EQ(lines[0]["blobBytes"], 40 + 12 * 125);
-  EXPECT_EQ(lines[1]["kind"], "1D");
-  EXPECT_EQ(lines[1]["size"], 256);
-  EXPECT_EQ(lines[1]["blobBytes"], 40 + 12 * 256);
-
-  std::shared_ptr<void> lut;
-  ASSERT_EQ(CRANDLE::ParseLUT(Tincta::Utf8ToUtf16(cube), lut), CRANDLE::kResultOK);
-  EXPECT_EQ(lines[0]["identifier"], CRANDLE::GetLUTIdentifier(lut).ToString());
+  const std::string expected =
+      R"({"path":")" + cube +
+      R"(","kind":"3D","size":5,"shaperSize":0,"domainMin":[-0.5,0.0,0.0],"domainMax":[1.5,1.0,)"
+      R"(2.0],"title":"Graded","displayName":"grade","identifier":")" +
+      Identifier(cube) +
+      R"(","blobBytes":1540})"
+      "\n"
+      R"({"path":")" +
+      ramp +
+      R"(","kind":"1D","size":256,"shaperSize":0,"domainMin":[0.0,0.0,0.0],"domainMax":[1.0,1.0,)"
+      R"(1.0],"title":"ramp","displayName":"ramp","identifier":")" +
+      Identifier(ramp) +
+      R"(","blobBytes":3112})"
+      "\n";
+  EXPECT_EQ(run.out, expected);
+  // Read from bytes, a LUT is named by its title or as embedded.
+  const auto bytes = RunTool("info --json --from-bytes " + Quote(cube) + " " + Quote(ramp));
+  EXPECT_NE(bytes.out.find(R"("displayName":"Graded")"), npos) << bytes.out;
+  EXPECT_NE(bytes.out.find(R"("displayName":"Embedded LUT")"), npos) << bytes.out;
 }
 
-TEST(ToolInfo, FromBytesNamesByTitleOrAsEmbedded) {
-  TempDir dir;
-  const std::string titled =
-      dir.Write("a.cube", crandle_test::CubeText3D(2, crandle_test::Identity, "Day"));
-  const std::string plain = dir.Write("b.cube", crandle_test::CubeText3D(2));
-  const auto run = RunTool("info --json --from-bytes " + Quote(titled) + " " + Quote(plain));
-  ASSERT_EQ(run.status, 0) << run.err;
-  EXPECT_NE(run.out.find("\"displayName\":\"Day\""), std::string::npos) << run.out;
-  EXPECT_NE(run.out.find("\"displayName\":\"Embedded LUT\""), std::string::npos) << run.out;
-}
-
+// info, eval, apply and plot say the module's code and the reason; info goes on to the other
+// files. A path that names no regular file, or one too large, is refused at once, not read.
 TEST(ToolInfo, FailuresNameTheFileTheCodeAndTheReason) {
   TempDir dir;
-  const std::string good = dir.Write("good.cube", crandle_test::CubeText3D(2));
-  const std::string junk = dir.Write("junk.cube", "hello\n");
+  const std::string good = dir.Write("good.cube", kCube2), broken = dir.Write("bad.cube", kBroken);
   const std::string missing = (dir.Path() / "missing.cube").string();
-  const auto run = RunTool("info " + Quote(missing) + " " + Quote(good) + " " + Quote(junk));
-  EXPECT_EQ(run.status, 1);
-  EXPECT_NE(run.out.find(good), std::string::npos) << "good files are still described";
-  EXPECT_NE(run.err.find(missing + ": 0xa00f0001: no such file"), std::string::npos) << run.err;
-  EXPECT_NE(run.err.find(junk + ": 0xa00f0001: not a LUT"), std::string::npos) << run.err;
+  const std::string pipe = (dir.Path() / "pipe.cube").string(), big = dir.Write("big.cube", "");
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  fs::resize_file(big, (uint64_t(1) << 32) + 16);
+  const std::string failed = broken +
+                             ": 0xa00f0001: not a LUT in a format this tool reads, or a damaged "
+                             "one: " +
+                             kBrokenReason + "\n";
+  const auto start = std::chrono::steady_clock::now();
+  const auto info = RunTool("info " + Quote(missing) + " " + Quote(pipe) + " " + Quote(big) + " " +
+                            Quote(good) + " " + Quote(broken));
+  EXPECT_EQ(info.status, 1);
+  EXPECT_EQ(info.out.rfind(good + "\n  kind          3D\n", 0), 0u) << info.out;
+  EXPECT_EQ(info.err, missing + ": 0xa00f0001: no such file\n" + pipe +
+                          ": 0xa00f0001: not a regular file (a pipe or a device)\n" + big +
+                          ": 0xa00f0001: the file is larger than 200 MiB\n" + failed);
+  const auto bytes = RunTool("info --from-bytes " + Quote(dir.Path()) + " " + Quote(big));
+  EXPECT_EQ(bytes.status, 1);
+  EXPECT_EQ(bytes.err, dir.Path().string() + ": not a regular file\n" + big +
+                           ": the file is larger than 4 GiB\n");
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+  const auto eval = RunTool("eval " + Quote(broken), "0.5 0.5 0.5\n");
+  EXPECT_EQ(eval.status, 1);
+  EXPECT_EQ(eval.err, "crandle eval: " + failed);
+  const auto apply = RunTool("apply " + Quote(broken) + " " + Quote(dir.Path() / "in.png") + " " +
+                             Quote(dir.Path() / "out.png"));
+  EXPECT_EQ(apply.status, 1);
+  EXPECT_NE(apply.err.find(failed), npos) << apply.err;
+  const auto plot = RunTool("plot " + Quote(broken) + " -o " + Quote(dir.Path() / "plot.png"));
+  EXPECT_EQ(plot.status, 1);
+  EXPECT_NE(plot.err.find(kBrokenReason), npos) << plot.err;
+  EXPECT_FALSE(fs::exists(dir.Path() / "plot.png"));
 }
 
-TEST(ToolConvert, WritesTheBlobAndCubeTextOrRefusesClearly) {
-  TempDir dir;
-  const std::string cube = dir.Write("in.cube", crandle_test::CubeText3D(3, Square));
-  const std::string ramp = dir.Write("ramp.cube", crandle_test::CubeText1D(200, Square));
-  const std::string blobPath = (dir.Path() / "out.otx3").string();
-  ASSERT_EQ(RunTool("convert " + Quote(cube) + " " + Quote(blobPath)).status, 0);
-
-  std::shared_ptr<void> lut;
-  ASSERT_EQ(CRANDLE::ParseLUT(Tincta::Utf8ToUtf16(cube), lut), CRANDLE::kResultOK);
-  const host::BinaryData blob = CRANDLE::GetLUTBlob(lut);
-  const std::string written = crandle_test::ReadFileBytes(blobPath);
-  ASSERT_EQ(written.size(), blob.Size());
-  EXPECT_EQ(std::memcmp(written.data(), blob.Data(), blob.Size()), 0);
-
-  // Back to cube text: every float written so that it reads back as itself.
-  const std::string cubePath = (dir.Path() / "again.cube").string();
-  ASSERT_EQ(RunTool("convert " + Quote(blobPath) + " " + Quote(cubePath)).status, 0);
-  const std::string text = crandle_test::ReadFileBytes(cubePath);
-  EXPECT_EQ(text.rfind("LUT_3D_SIZE 3\n0 0 0\n0.25 0 0\n1 0 0\n0 0.25 0\n", 0), 0u)
-      << text.substr(0, 80);
-
-  struct Refusal {
+TEST(ToolCheck, SaysWhyEachFileFailsOrWarnsWithItsExitCode) {
+  const struct {
+    const char* file;
+    std::string bytes;
     std::string arguments;
     int status;
-    std::string message;
-    std::string output;
-  } refusals[] = {
-      {"convert " + Quote(ramp) + " " + Quote((dir.Path() / "r.3dl").string()), 1,
-       "only 3-D tables", (dir.Path() / "r.3dl").string()},
-      {"convert " + Quote(cube) + " " + Quote((dir.Path() / "x.txt").string()), 2,
-       "unknown output type", (dir.Path() / "x.txt").string()},
-      {"convert " + Quote((dir.Path() / "none.cube").string()) + " " +
-           Quote((dir.Path() / "n.cube").string()),
-       1, "no such file", (dir.Path() / "n.cube").string()},
+    std::string lines;  // what check prints, each line after "PATH: "
+  } cases[] = {
+      {"clean.cube", kCube2, "", 0, "cube (3-D, 2 points per axis)"},
+      {"broken.cube", kBroken, "", 1, "failed: " + kBrokenReason},
+      {"nan.cube", kCube2.substr(0, kCube2.size() - 6) + "nan 1 1\n", "", 3,
+       "warning: 1 table entry holds NaN or infinite values (the first is entry 7)\n"
+       "cube (3-D, 2 points per axis) with warnings"},
+      {"notes.txt", "shopping list\n", "", 1,
+       "failed: no reader recognises the text (it is no cube, Truelight, mesh or ASC CDL text)"},
+      {"two.ccc", kCollection, "", 1,
+       "failed: colour transformation: ASC CDL: 2 corrections (ids warm, cool) where a table "
+       "holds one; name one by its id with --cc-id"},
+      {"picked.ccc", kCollection, "--cc-id cool", 0, "colour transformation (1-D, 1024 entries)"},
+      {"id-for-a-cube.cube", kCube2, "--cc-id cool", 1,
+       "failed: cube: --cc-id picks a correction of an ASC CDL file, and this is read as cube"},
   };
-  for (const auto& refusal : refusals) {
-    const auto run = RunTool(refusal.arguments);
-    EXPECT_EQ(run.status, refusal.status) << refusal.arguments;
-    EXPECT_NE(run.err.find(refusal.message), std::string::npos) << run.err;
-    EXPECT_FALSE(std::filesystem::exists(refusal.output)) << refusal.output;
+  TempDir dir;
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.file);
+    const std::string path = dir.Write(c.file, c.bytes);
+    const auto run = RunTool("check " + c.arguments + " " + Quote(path));
+    EXPECT_EQ(run.status, c.status) << run.err;
+    std::string expected, line;
+    for (std::istringstream lines(c.lines); std::getline(lines, line);)
+      expected += path + ": " + line + "\n";
+    EXPECT_EQ(run.out, expected);
   }
+  const std::string absent = (dir.Path() / "absent.cube").string();
+  const auto missing = RunTool("check " + Quote(absent));
+  EXPECT_EQ(missing.status, 1);
+  EXPECT_EQ(missing.out, absent + ": failed: no such file\n");
+}
+
+// A failure outweighs a warning, a warning a clean file, whatever their order.
+TEST(ToolCheck, ExitCodeIsTheWorstOfAllFiles) {
+  TempDir dir;
+  const std::string clean = Quote(dir.Write("clean.cube", kCube2));
+  const std::string warned = Quote(dir.Write("warned.cube", kCube2 + "0 0 0\n"));
+  const std::string failed = Quote(dir.Write("failed.cube", kBroken));
+  EXPECT_EQ(RunTool("check " + warned + " " + clean).status, 3);
+  EXPECT_EQ(RunTool("check " + failed + " " + warned + " " + clean).status, 1);
+  EXPECT_EQ(RunTool("check " + warned + " " + failed).status, 1);
+}
+
+// The module reads a relative path from the LUT directory first; check and info read that file.
+TEST(ToolCheck, RelativePathsResolveAgainstTheLUTDirectoryAsTheModuleDoes) {
+  TempDir dir;
+  dir.Write("graded.cube", kBroken);
+  const std::string base = "--set ColorTransforms.LUTBaseDirectory=" + Quote(dir.Path()) + " ";
+  const auto check = RunTool(base + "check graded.cube");
+  EXPECT_EQ(check.status, 1);
+  EXPECT_EQ(check.out, "graded.cube: failed: " + kBrokenReason + "\n");
+  const auto info = RunTool(base + "info graded.cube");
+  EXPECT_EQ(info.status, 1);
+  EXPECT_NE(info.err.find(kBrokenReason), npos) << info.err;
+}
+
+// Slope 0.5 at 0.5 is 0.25; the other correction (0.8) would give 0.4.
+TEST(ToolCheck, CorrectionIdPicksOneCorrectionForEvalAndInfo) {
+  TempDir dir;
+  const std::string collection = Quote(dir.Write("grades.ccc", kCollection));
+  const auto eval = RunTool("eval --cc-id cool " + collection, "0.5 0.5 0.5\n");
+  EXPECT_EQ(eval.status, 0) << eval.err;
+  EXPECT_EQ(eval.out, "0.250000 0.250000 0.250000\n");
+  const auto info = RunTool("info --cc-id cool " + collection);
+  EXPECT_EQ(info.status, 0) << info.err;
+  EXPECT_NE(info.out.find("size          1024\n"), npos) << info.out;
+}
+
+TEST(ToolEval, PrintsTheLUTsOutputPerLineAndNamesABadLine) {
+  TempDir dir;
+  const std::string lut =
+      Quote(dir.Write("half.cube", CubeText3D(3, [](double r, double g, double b, double out[3]) {
+                        out[0] = 0.5 * r, out[1] = 0.5 * g + 0.25, out[2] = b;
+                      })));
+  const auto run = RunTool("eval " + lut, "0 0 0\n# a comment\n\n0.5, 0.25, 0.75\n0.1 0.2 0.3\n");
+  ASSERT_EQ(run.status, 0) << run.err;
+  const std::vector<double> expected = {0, 0.25, 0, 0.25, 0.375, 0.75, 0.05, 0.35, 0.3};
+  const auto got = Numbers(run.out);
+  ASSERT_EQ(got.size(), expected.size()) << run.out;
+  EXPECT_EQ(std::count(run.out.begin(), run.out.end(), '\n'), 3) << run.out;
+  for (size_t i = 0; i < got.size(); ++i)
+    EXPECT_NEAR(got[i], expected[i], 2e-6) << i;
+  const auto bad = RunTool("eval " + lut, "0 0 0\n1 2\n");
+  EXPECT_EQ(bad.status, 1);
+  EXPECT_NE(bad.err.find("line 2"), npos) << bad.err;
+}
+
+TEST(ToolUnix, ExitStatusesAndWhatIsSaid) {
+  TempDir dir;
+  const std::string lut = Quote(dir.Write("id.cube", kCube2)) + " ";
+  const std::string pattern = Quote(dir.Path() / "shot.####.exr") + " ";
+  const std::string out = Quote(dir.Path() / "out.exr");
+  const std::string folder = Quote(dir.Path()) + " ", never = Quote(dir.Path() / "never");
+  const struct {
+    std::string arguments;
+    int status;
+    std::string err;  // part of standard error ("" for none expected)
+  } cases[] = {
+      {"--version", 0, ""},
+      {"", 2,
+       "crandle: a command is needed: info, apply, eval, look, convert, check, plot, formats\n"},
+      {"--set a=b frobnicate x", 2, "crandle: unknown command 'frobnicate'"},
+      {"look frobnicate", 2, "crandle look: unknown command 'frobnicate'"},
+      {"look", 2, "crandle look: a command is needed: show, pack\n"},
+      {"apply", 2, "LUT is required"},
+      {"apply --threads 0 a b c", 2, "--threads"},
+      {"apply --depth 12 a b c", 2, "--depth"},
+      {"--set nonsense info --system", 2, "expected KEY=VALUE"},
+      // A command line that cannot mean anything is a usage error, found before any work.
+      {"apply --frames 1005-1001 " + lut + pattern + Quote(dir.Path() / "g.####.exr"), 2,
+       "--frames 1005-1001: the range runs backwards"},
+      {"apply --frames 1-2 " + lut + Quote(dir.Path() / "in.exr") + " " + out, 2,
+       "--frames needs an input with a frame-number field"},
+      {"apply " + lut + pattern + Quote(dir.Path() / "g.####.exr"), 2, "a sequence needs --frames"},
+      {"apply --frames 1 " + lut + pattern + out, 2, "the output needs a frame-number field"},
+      {"apply " + lut + folder + folder, 2, "the output folder is the input folder"},
+      {"apply " + lut + folder + lut, 2, "the output must be a folder too"},
+      {"apply " + lut + folder + never, 1, "no image files in the folder"},
+      {"apply --frames 1-2 " + lut + folder + never, 2, "--frames needs"},
+      // Settings: a key nothing reads is kept, with a warning; a known key is taken quietly.
+      {"--set Colour.Nothing=1 info --system", 0,
+       "crandle: warning: --set Colour.Nothing: no part of crandle reads this key"},
+      {"--set ColorTransforms.EnableFloatLUTs=false info " + lut, 0, ""},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.arguments);
+    const auto run = RunTool(c.arguments);
+    EXPECT_EQ(run.status, c.status) << run.err;
+    EXPECT_TRUE(c.err.empty() ? run.err.empty() : run.err.find(c.err) != npos) << run.err;
+  }
+  EXPECT_EQ(RunTool("--version").out, std::string("crandle ") + CRANDLE_VERSION + "\n");
+  EXPECT_EQ(FileNames(dir.Path()), std::set<std::string>{"id.cube"});
+}
+
+// Commands that touch no image never load the image library, so they start at once; the image
+// commands module is opened by the first command that needs it, and a missing one is named.
+TEST(ToolUnix, TheImageLibraryIsLoadedOnlyByCommandsThatTouchImages) {
+  TempDir dir;
+  const std::string lut = Quote(dir.Write("id.cube", kCube2));
+  const fs::path image = dir.Path() / "in.png";
+  WriteImageFile(image, OIIO::TypeDesc::UINT8, 2, 1, 3, {0, 0.5f, 1, 1, 0.5f, 0});
+  const std::string missing = (dir.Path() / "missing.so").string();
+  const std::string apply = "apply " + lut + " " + Quote(image) + " " + Quote(dir.Path() / "o.png");
+  const struct {
+    std::string module;  // CRANDLE_IMAGE_MODULE; empty for the module's usual place
+    std::string arguments;
+    int status;
+    bool imageLibraryLoaded;
+    std::string err;  // part of standard error
+  } cases[] = {
+      {"", "--version", 0, false, ""},
+      {"", "--help", 0, false, ""},
+      {"", "info " + lut, 0, false, ""},
+      {"", "eval " + lut, 0, false, ""},
+      {"", apply, 0, true, ""},
+      {missing, "info " + lut, 0, false, ""},
+      {missing, apply, 1, false, "crandle apply: cannot load the image commands: " + missing},
+      {"libm.so.6", "plot " + lut + " -o " + Quote(dir.Path() / "plot.png"), 1, false,
+       "crandle plot: libm.so.6 is not crandle's image commands module\n"},
+  };
+  // The loader's record of every library it loads, one file per process (the shell's too).
+  const fs::path trace = dir.Path() / "loader";
+  ::setenv("LD_DEBUG", "libs", 1);
+  ::setenv("LD_DEBUG_OUTPUT", trace.c_str(), 1);
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.arguments);
+    ::setenv("CRANDLE_IMAGE_MODULE", c.module.c_str(), 1);
+    const auto run = RunTool(c.arguments, "0.5 0.25 1\n");
+    std::string loaded;
+    for (const auto& entry : fs::directory_iterator(dir.Path())) {
+      if (entry.path().stem() != trace.filename()) continue;
+      loaded += ReadFileBytes(entry.path().string());
+      fs::remove(entry.path());
+    }
+    EXPECT_EQ(run.status, c.status) << run.err;
+    EXPECT_NE(loaded.find("calling init"), npos);
+    EXPECT_EQ(loaded.find("libOpenImageIO") != npos, c.imageLibraryLoaded);
+    EXPECT_NE(run.err.find(c.err), npos) << run.err;
+  }
+  for (const char* name : {"LD_DEBUG", "LD_DEBUG_OUTPUT", "CRANDLE_IMAGE_MODULE"})
+    ::unsetenv(name);
+}
+
+TEST(ToolUnix, SettingsFileFromTheEnvironmentWarnsWhenItCannotBeRead) {
+  TempDir dir;
+  const std::string lut = Quote(dir.Write("id.cube", kCube2));
+  const std::string absent = (dir.Path() / "absent.settings").string();
+  const std::string bad = dir.Write("bad.settings", "this line has no equals sign\n");
+  const std::pair<std::string, std::string> cases[] = {
+      {dir.Write("good.settings", "ColorTransforms.EnableFloatLUTs = true\n"), ""},
+      {absent, "crandle: warning: CRANDLE_SETTINGS names " + absent + ", which does not exist"},
+      {bad, "crandle: warning: CRANDLE_SETTINGS: " + bad + ": "},
+  };
+  for (const auto& [file, warning] : cases) {
+    ::setenv("CRANDLE_SETTINGS", file.c_str(), 1);
+    const auto run = RunTool("info " + lut);
+    ::unsetenv("CRANDLE_SETTINGS");
+    EXPECT_EQ(run.status, 0) << file << "\n" << run.err;
+    EXPECT_TRUE(warning.empty() ? run.err.empty() : run.err.rfind(warning, 0) == 0) << run.err;
+  }
+}
+
+TEST(ToolLook, PackTakesAGuidInEitherFormAndRefusesAnythingElse) {
+  TempDir dir;
+  const std::string lut = Quote(dir.Write("id.cube", kCube2));
+  const fs::path look = dir.Path() / "grade.look";
+  auto pack = [&](const std::string& guid) {
+    fs::remove(look);
+    return RunTool("look pack " + lut + " -o " + Quote(look) + " --guid '" + guid + "'");
+  };
+  const std::pair<std::string, std::string> written[] = {
+      {"0f8fad5bd9cb469fa16570867728950e", "0F8FAD5BD9CB469FA16570867728950E"},
+      {"{00112233-4455-6677-8899-aabbccddeeff}", "00112233445566778899AABBCCDDEEFF"},
+  };
+  for (const auto& [guid, hex] : written) {
+    ASSERT_EQ(pack(guid).status, 0) << guid;
+    EXPECT_NE(RunTool("look show " + Quote(look)).out.find("guid          " + hex + "\n"), npos)
+        << guid;
+  }
+  // The digits themselves are the GUID type's own tests; here the dashes and braces around them.
+  for (const char* guid :
+       {"0f8fad5bd-9cb-469f-a165-70867728950e", "{0f8fad5b-d9cb-469f-a165-70867728950e",
+        "0f8fad5b-d9cb-469f-a165-70867728950e}"}) {
+    const auto refused = pack(guid);
+    EXPECT_EQ(refused.status, 2) << guid;
+    EXPECT_NE(refused.err.find("--guid"), npos) << refused.err;
+    EXPECT_FALSE(fs::exists(look)) << guid;
+  }
+}
+
+TEST(ToolLook, ShowRefusesAFileThatIsNotAPayload) {
+  TempDir dir;
+  const fs::path look = dir.Path() / "grade.look", payload = dir.Path() / "grade.payload";
+  const auto packed = RunTool("look pack " + Quote(dir.Write("id.cube", kCube2)) + " -o " +
+                              Quote(look) + " --payload " + Quote(payload));
+  ASSERT_EQ(packed.status, 0) << packed.err;
+  const std::string bytes = ReadFileBytes(payload.string());
+  const std::string cutShort =
+      "its records do not fill the file: a record is cut short or runs past the end";
+  // One record: 16 identifier bytes, a 4-byte length, the LUT's bytes.
+  const std::pair<std::string, std::string> cases[] = {
+      {bytes + bytes, ""},  // reason, or "" for a payload read
+      {"", "the file is empty"}, {bytes.substr(0, bytes.size() - 1), cutShort},
+      {bytes + "x", cutShort},   {bytes.substr(0, 19), cutShort},
+  };
+  for (const auto& [content, reason] : cases) {
+    const std::string path = dir.Write("case.bin", content);
+    const auto run = RunTool("look show --json " + Quote(look) + " --payload " + Quote(path));
+    EXPECT_EQ(run.status, reason.empty() ? 0 : 1) << content.size() << "\n" << run.err;
+    if (reason.empty()) {
+      EXPECT_NE(run.out.find("\"luts\":[{"), npos) << run.out;
+    } else {
+      EXPECT_EQ(run.err,
+                "crandle look show: " + path + ": not an embedded-LUT payload (" + reason + ")\n");
+      EXPECT_EQ(run.out, "") << content.size();
+    }
+  }
+}
+
+// The lines of `text` after the line beginning with `from` that begin with two spaces.
+std::vector<std::string> Section(const std::string& text, const std::string& from) {
+  std::vector<std::string> lines;
+  std::istringstream stream(text.substr(std::min(text.find(from), text.size())));
+  std::string line;
+  std::getline(stream, line);
+  while (std::getline(stream, line) && line.rfind("  ", 0) == 0)
+    lines.push_back(line);
+  return lines;
+}
+
+TEST(ToolFormats, ListsWhatIsReadAndWrittenTruthfully) {
+  const auto run = RunTool("formats");
+  ASSERT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(run.err, "");
+  // Every reader of the detector, in its order, with the extensions its files carry.
+  const auto read = Section(run.out, "LUT formats read");
+  const auto readers = Tincta::LUTFormatReaders();
+  ASSERT_EQ(read.size(), readers.size()) << run.out;
+  for (size_t i = 0; i < readers.size(); ++i)
+    EXPECT_EQ(read[i].find(std::string("  ") + readers[i].name + " "), 0u) << read[i];
+  for (const char* line : {"  cube                   .cube ", "  Truelight              .cub ",
+                           "  mesh                   .3dl "})
+    EXPECT_NE(run.out.find(line), npos) << line;
+  // Every extension listed as written names a format convert writes.
+  const auto written = Section(run.out, "LUT formats written");
+  ASSERT_EQ(written.size(), Tincta::WrittenLUTFormats().size()) << run.out;
+  for (const std::string& line : written) {
+    std::string name, extension;
+    std::istringstream(line) >> name >> extension;
+    EXPECT_TRUE(extension.rfind('.', 0) == 0 && Tincta::LUTFormatNamed(extension)) << line;
+    EXPECT_EQ(Tincta::LUTFormatNamed(name), Tincta::LUTFormatNamed(extension)) << line;
+  }
+  // The image formats are those of the OpenImageIO in use, each line read/write flags first.
+  std::set<std::string> names, expected;
+  for (const std::string& line : Section(run.out, "Image formats of OpenImageIO")) {
+    std::string name, flags, extension;
+    std::istringstream(line) >> name >> flags >> extension;
+    names.insert(name);
+    EXPECT_TRUE((flags == "rw" || flags == "r-" || flags == "-w") && extension[0] == '.') << line;
+  }
+  std::istringstream list(OIIO::get_string_attribute("format_list"));
+  for (std::string name; std::getline(list, name, ',');)
+    expected.insert(name);
+  EXPECT_EQ(names, expected);
+  EXPECT_NE(run.out.find("\n  openexr      rw  .exr "), npos) << run.out;
+  EXPECT_NE(run.out.find("\n  png          rw  .png\n"), npos) << run.out;
 }
 
 }  // namespace
+}  // namespace crandle_test

@@ -2,24 +2,14 @@
 // of tetrahedral interpolation, and devices that are not there.
 #include <gtest/gtest.h>
 
-#include <sstream>
 #include <string>
-#include <vector>
 
 #include "support/cli_runner.h"
 
 namespace crandle_test {
 namespace {
 
-const std::string kLUT = std::string("'") + CRANDLE_SOURCE_DIR + "/samples/teal-orange.cube'";
-
-std::vector<double> Numbers(const std::string& text) {
-  std::istringstream in(text);
-  std::vector<double> out;
-  for (double v; in >> v;)
-    out.push_back(v);
-  return out;
-}
+const std::string kLUT = Quote(std::string(CRANDLE_SOURCE_DIR) + "/samples/teal-orange.cube");
 
 TEST(ToolGPU, EvalOnOpenCLReachesTheLastEntryWhereTheCPUStopsShortOfIt) {
   const std::string probes = "0.5 0.5 0.5\n1 1 1\n";
@@ -40,22 +30,18 @@ TEST(ToolGPU, EvalOnOpenCLReachesTheLastEntryWhereTheCPUStopsShortOfIt) {
 }
 
 TEST(ToolGPU, DeviceChoicesAndRefusals) {
-  struct SCase {
-    std::string arguments;
-    int status;
-    std::string message;
-  } const cases[] = {
-      {"eval " + kLUT + " --interp tetrahedral", 1, "runs on GPU devices only"},
-      {"eval " + kLUT + " --device cuda:7", 1, "no device cuda:7 here; GPU devices:"},
-      {"eval " + kLUT + " --device metal", 1, "unknown device 'metal'"},
-      {"eval " + kLUT + " --device opencl:", 1, "unknown device 'opencl:'"},
-      {"apply " + kLUT + " in.png out.png --interp tetrahedral --device cpu", 1,
-       "runs on GPU devices only"},
+  const std::pair<std::string, std::string> cases[] = {
+      {"eval " + kLUT + " --interp tetrahedral", "runs on GPU devices only"},
+      {"eval " + kLUT + " --device cuda:7", "no device cuda:7 here; GPU devices:"},
+      {"eval " + kLUT + " --device metal", "unknown device 'metal'"},
+      {"eval " + kLUT + " --device opencl:", "unknown device 'opencl:'"},
+      {"apply " + kLUT + " in.png out.png --interp tetrahedral --device cpu",
+       "choose --device opencl[:N] or --device cuda[:N]"},
   };
-  for (const SCase& c : cases) {
-    const SToolRun run = RunTool(c.arguments, "0.5 0.5 0.5\n");
-    EXPECT_EQ(run.status, c.status) << c.arguments;
-    EXPECT_NE(run.err.find(c.message), std::string::npos) << c.arguments << ": " << run.err;
+  for (const auto& [arguments, message] : cases) {
+    const SToolRun run = RunTool(arguments, "0.5 0.5 0.5\n");
+    EXPECT_EQ(run.status, 1) << arguments;
+    EXPECT_NE(run.err.find(message), std::string::npos) << arguments << ": " << run.err;
   }
 }
 

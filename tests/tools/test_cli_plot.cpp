@@ -1,26 +1,17 @@
-// crandle plot: the picture's size, its curve pixels where the LUT's values put them, its slices'
-// colours, and a failure that leaves no picture.
+// crandle plot: the picture's size, its curve pixels where the LUT's values put them, and its
+// slices' colours.
 #include <gtest/gtest.h>
-
-#include <OpenImageIO/imagebuf.h>
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
-#include <filesystem>
-#include <functional>
 #include <string>
-#include <vector>
 
 #include "support/cli_runner.h"
+#include "support/lut_samples.h"
 #include "support/temp_dir.h"
 
+namespace crandle_test {
 namespace {
-
-using crandle_test::RunTool;
-using crandle_test::TempDir;
-
-using Curve = std::function<double(double)>;
 
 // The plot's documented geometry.
 constexpr int kWidth = 576;
@@ -28,152 +19,83 @@ constexpr int kLeft = 48;
 constexpr int kTop = 32;
 constexpr int kBox = 512;
 
-std::string Cube1D(int size, const Curve curves[3]) {
-  std::string text = "LUT_1D_SIZE " + std::to_string(size) + "\n";
-  for (int i = 0; i < size; ++i) {
-    const double t = double(i) / (size - 1);
-    char line[96];
-    std::snprintf(line, sizeof(line), "%.7f %.7f %.7f\n", curves[0](t), curves[1](t), curves[2](t));
-    text += line;
-  }
-  return text;
-}
-
-// A 3-D table linear in each channel, so that trilinear sampling gives it exactly.
-std::string LinearCube(int size) {
-  std::string text = "LUT_3D_SIZE " + std::to_string(size) + "\n";
-  for (int b = 0; b < size; ++b) {
-    for (int g = 0; g < size; ++g) {
-      for (int r = 0; r < size; ++r) {
-        const double n = size - 1;
-        char line[96];
-        std::snprintf(line, sizeof(line), "%.7f %.7f %.7f\n", 0.5 * r / n + 0.25, g / n,
-                      1.0 - b / n);
-        text += line;
+// For every column of the curve box, the rows lit in each channel must include the row that
+// f(t, t, t) gives there, within one pixel.
+void ExpectCurves(const SImageFile& picture, const RGBFunction& f, double low, double high) {
+  if (picture.samples.empty()) return;  // Plot has said why
+  for (int channel = 0; channel < 3; ++channel) {
+    int misses = 0;
+    for (int c = 0; c < kBox; ++c) {
+      const double t = double(c) / (kBox - 1);
+      double v[3];
+      f(t, t, t, v);
+      const int row = kTop + int(std::lround((1 - (v[channel] - low) / (high - low)) * (kBox - 1)));
+      int nearest = 1 << 20;
+      for (int y = kTop; y < kTop + kBox; ++y) {
+        if (picture.At(kLeft + c, y, channel) > 0.9f)
+          nearest = std::min(nearest, std::abs(y - row));
+      }
+      if (nearest > 1 && misses++ < 5) {
+        ADD_FAILURE() << "channel " << channel << " column " << c << ": expected row " << row
+                      << ", nearest lit pixel " << nearest << " rows away";
       }
     }
+    EXPECT_EQ(misses, 0) << "channel " << channel;
   }
-  return text;
 }
 
-struct SPicture {
-  int width = 0, height = 0;
-  std::vector<float> pixels;  // RGB
-  float At(int x, int y, int c) const { return pixels[(size_t(y) * width + x) * 3 + c]; }
-};
-
-SPicture ReadPicture(const std::string& path) {
-  OIIO::ImageBuf image(path);
-  SPicture picture;
-  if (!image.read(0, 0, true, OIIO::TypeDesc::FLOAT)) {
-    ADD_FAILURE() << "cannot read " << path << ": " << image.geterror();
-    return picture;
-  }
-  picture.width = image.spec().width;
-  picture.height = image.spec().height;
-  picture.pixels.resize(size_t(picture.width) * picture.height * 3);
-  image.get_pixels(OIIO::ROI(0, picture.width, 0, picture.height, 0, 1, 0, 3),
-                   OIIO::TypeDesc::FLOAT, picture.pixels.data());
+// The plot of `lut` (written as `name`), `height` pixels high.
+SImageFile Plot(const TempDir& dir, const std::string& name, const std::string& lut, int height) {
+  const std::string png = (dir.Path() / (name + ".png")).string();
+  const auto run = RunTool("plot " + Quote(dir.Write(name + ".cube", lut)) + " -o " + Quote(png));
+  EXPECT_EQ(run.status, 0) << run.err;
+  SImageFile picture = ReadImageFile(png);
+  EXPECT_EQ(picture.width, kWidth);
+  EXPECT_EQ(picture.height, height);
+  if (picture.width != kWidth || picture.height != height) picture.samples.clear();
   return picture;
 }
 
-// For every column of the curve box, the rows lit in `channel` must include the row that the
-// expected value gives, within one pixel.
-void ExpectCurve(const SPicture& picture, int channel, const Curve& expected, double low,
-                 double high) {
-  int misses = 0;
-  for (int c = 0; c < kBox; ++c) {
-    const double v = expected(double(c) / (kBox - 1));
-    const int row = kTop + int(std::lround((1.0 - (v - low) / (high - low)) * (kBox - 1)));
-    int nearest = 1 << 20;
-    for (int y = kTop; y < kTop + kBox; ++y) {
-      if (picture.At(kLeft + c, y, channel) > 0.9f) nearest = std::min(nearest, std::abs(y - row));
-    }
-    if (nearest > 1 && misses++ < 5) {
-      ADD_FAILURE() << "channel " << channel << " column " << c << ": expected row " << row
-                    << ", nearest lit pixel " << nearest << " rows away";
-    }
-  }
-  EXPECT_EQ(misses, 0) << "channel " << channel;
+void Within(double r, double g, double b, double out[3]) {
+  out[0] = r * r, out[1] = g, out[2] = 0.25 + 0.5 * b;
+}
+void Beyond(double r, double g, double, double out[3]) {
+  out[0] = 2 * r - 0.5, out[1] = 1.5 - g, out[2] = 0.5;
+}
+// Linear in each channel, so that trilinear sampling gives it exactly.
+void Linear(double r, double g, double b, double out[3]) {
+  out[0] = 0.5 * r + 0.25, out[1] = g, out[2] = 1 - b;
 }
 
 TEST(ToolPlot, CurvesOfA1DTableLieWhereItsValuesPutThem) {
-  const struct {
-    const char* name;
-    Curve curves[3];
-    double low, high;
-  } cases[] = {
-      {"within 0..1",
-       {[](double t) { return t * t; }, [](double t) { return t; },
-        [](double t) { return 0.25 + 0.5 * t; }},
-       0.0,
-       1.0},
-      // Values beyond 0..1 widen the value axis to their own range.
-      {"beyond 0..1",
-       {[](double t) { return 2 * t - 0.5; }, [](double t) { return 1.5 - t; },
-        [](double) { return 0.5; }},
-       -0.5,
-       1.5},
-  };
   TempDir dir;
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    const std::string lut = dir.Write("curves.cube", Cube1D(1024, c.curves));
-    const std::string png = (dir.Path() / "curves.png").string();
-    const auto run = RunTool("plot '" + lut + "' -o '" + png + "'");
-    ASSERT_EQ(run.status, 0) << run.err;
-    const SPicture picture = ReadPicture(png);
-    EXPECT_EQ(picture.width, kWidth);
-    EXPECT_EQ(picture.height, 676);
-    if (picture.width != kWidth || picture.height != 676) continue;
-    for (int channel = 0; channel < 3; ++channel)
-      ExpectCurve(picture, channel, c.curves[channel], c.low, c.high);
-  }
+  ExpectCurves(Plot(dir, "within", CubeText1D(1024, Within), 676), Within, 0, 1);
+  // Values beyond 0..1 widen the value axis to their own range.
+  ExpectCurves(Plot(dir, "beyond", CubeText1D(1024, Beyond), 676), Beyond, -0.5, 1.5);
 }
 
 TEST(ToolPlot, A3DTableGivesItsNeutralAxisAndSlicesAtRisingBlue) {
   TempDir dir;
-  const std::string lut = dir.Write("linear.cube", LinearCube(5));
-  const std::string png = (dir.Path() / "linear.png").string();
-  const auto run = RunTool("plot '" + lut + "' -o '" + png + "'");
-  ASSERT_EQ(run.status, 0) << run.err;
-  const SPicture picture = ReadPicture(png);
-  ASSERT_EQ(picture.width, kWidth);
-  ASSERT_EQ(picture.height, 954);
-  ExpectCurve(
-      picture, 0, [](double t) { return 0.5 * t + 0.25; }, 0, 1);
-  ExpectCurve(
-      picture, 1, [](double t) { return t; }, 0, 1);
-  ExpectCurve(
-      picture, 2, [](double t) { return 1 - t; }, 0, 1);
-
+  const SImageFile picture = Plot(dir, "linear", CubeText3D(5, Linear), 954);
+  ASSERT_FALSE(picture.samples.empty());
+  ExpectCurves(picture, Linear, 0, 1);
   // Slice k at (48 + (k % 4) * 129, 684 + (k / 4) * 129), 125 pixels a side; its bottom left is
   // red 0, green 0 and its top right red 1, green 1, at blue k / 7. Colours within 8-bit steps,
   // and the CPU sampler's edge clamp at the far corner.
   const struct {
     int x, y;
-    double r, g, b;
+    double rgb[3];
   } probes[] = {
-      {48, 684 + 124, 0.25, 0.0, 1.0},                  // slice 0, red 0 green 0 blue 0
-      {48 + 124, 684, 0.75, 1.0, 1.0},                  // slice 0, red 1 green 1 blue 0
-      {48 + 3 * 129, 684 + 129 + 124, 0.25, 0.0, 0.0},  // slice 7, red 0 green 0 blue 1
-      {48 + 2 * 129 + 62, 684 + 129 + 62, 0.5, 0.5, 1.0 - 6.0 / 7.0},  // slice 6, the middle
+      {48, 684 + 124, {0.25, 0.0, 1.0}},                  // slice 0, red 0 green 0 blue 0
+      {48 + 124, 684, {0.75, 1.0, 1.0}},                  // slice 0, red 1 green 1 blue 0
+      {48 + 3 * 129, 684 + 129 + 124, {0.25, 0.0, 0.0}},  // slice 7, red 0 green 0 blue 1
+      {48 + 2 * 129 + 62, 684 + 129 + 62, {0.5, 0.5, 1.0 - 6.0 / 7.0}},  // slice 6, the middle
   };
   for (const auto& p : probes) {
-    EXPECT_NEAR(picture.At(p.x, p.y, 0), p.r, 0.01) << p.x << "," << p.y;
-    EXPECT_NEAR(picture.At(p.x, p.y, 1), p.g, 0.01) << p.x << "," << p.y;
-    EXPECT_NEAR(picture.At(p.x, p.y, 2), p.b, 0.01) << p.x << "," << p.y;
+    for (int c = 0; c < 3; ++c)
+      EXPECT_NEAR(picture.At(p.x, p.y, c), p.rgb[c], 0.01) << p.x << "," << p.y << " channel " << c;
   }
 }
 
-TEST(ToolPlot, ABrokenLUTFailsWithItsReasonAndWritesNothing) {
-  TempDir dir;
-  const std::string lut = dir.Write("broken.cube", "LUT_3D_SIZE 2\n0 0 0\n1 x 1\n");
-  const std::string png = (dir.Path() / "broken.png").string();
-  const auto run = RunTool("plot '" + lut + "' -o '" + png + "'");
-  EXPECT_EQ(run.status, 1);
-  EXPECT_NE(run.err.find("line 3: '1 x 1' is not three numbers"), std::string::npos) << run.err;
-  EXPECT_FALSE(std::filesystem::exists(png));
-}
-
 }  // namespace
+}  // namespace crandle_test

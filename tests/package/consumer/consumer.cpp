@@ -1,11 +1,7 @@
-// A host program built only against the installed package: reads a LUT from bytes and from a
-// file, applies it to float and 8-bit frames, and checks every pixel against the LUT's own
-// formula.
-//
-//   consumer WORK_DIR SAMPLE_LUT
-//
-// The LUT is a 2-point cube of an affine map, which trilinear interpolation reproduces exactly,
-// so the expected colours come from the formula and not from the module.
+// A host program built only against the installed package: `consumer WORK_DIR SAMPLE_LUT` reads a
+// LUT from bytes and from a file and applies it to float and 8-bit frames. The LUT is a 2-point
+// cube of an affine map, which trilinear interpolation reproduces exactly, so every pixel is
+// checked against the formula and not against the module.
 #include <cmath>
 #include <cstdio>
 #include <fstream>
@@ -26,19 +22,18 @@ void Affine(const double rgb[3], double out[3]) {
 int failures = 0;
 
 void Check(bool condition, const std::string& what) {
-  if (!condition) {
-    std::fprintf(stderr, "FAILED: %s\n", what.c_str());
-    ++failures;
-  }
+  if (condition) return;
+  std::fprintf(stderr, "FAILED: %s\n", what.c_str());
+  ++failures;
 }
 
 std::u16string Wide(const std::string& path) {
   return std::u16string(path.begin(), path.end());
 }
 
-// Applies the LUT (a handle, or a path for 8-bit frames) to a 7 x 3 BGRA frame of `T` and returns
-// the largest error against the formula, in 8-bit steps for bytes. Inputs stay below 0.99: the
-// CPU sampler clamps the last cell a little short of its end.
+// Applies the LUT (a handle, or a path) to a 7 x 3 BGRA frame of `T` and returns the largest
+// error against the formula, in steps of `top`. Inputs stay below 0.99: the CPU sampler clamps
+// the last cell a little short of its end.
 template <class T, class LUT>
 double ApplyAndMeasure(const LUT& lut, host::PixelFormat format, double top) {
   constexpr int kPixels = 7 * 3;
@@ -50,10 +45,9 @@ double ApplyAndMeasure(const LUT& lut, host::PixelFormat format, double top) {
   }
   const std::vector<T> original = source;  // a float source may come back with red and blue swapped
   host::InterfaceRef<host::IVideoFrame> in, out;
-  Check(host::CreateVideoFrameView(in, format, 7, 3, source.data(), 7 * 4 * sizeof(T), nullptr) ==
-                0 &&
-            host::CreateVideoFrameView(out, format, 7, 3, destination.data(), 7 * 4 * sizeof(T),
-                                       nullptr) == 0,
+  const size_t stride = 7 * 4 * sizeof(T);
+  Check(host::CreateVideoFrameView(in, format, 7, 3, source.data(), stride, nullptr) == 0 &&
+            host::CreateVideoFrameView(out, format, 7, 3, destination.data(), stride, nullptr) == 0,
         "frames");
   const int result = CRANDLE::ApplyLUT(in, lut, host::LUTInterpolationMethod::Trilinear, out);
   Check(result == CRANDLE::kResultOK, "ApplyLUT: " + std::to_string(result));
@@ -78,7 +72,6 @@ int main(int argc, char** argv) {
     return 2;
   }
   host::InitializerRegistrar::RunInitializers();
-
   std::ostringstream text;
   text << "LUT_3D_SIZE 2\n";
   for (int i = 0; i < 8; ++i) {
@@ -87,41 +80,24 @@ int main(int argc, char** argv) {
     Affine(node, out);
     text << out[0] << ' ' << out[1] << ' ' << out[2] << '\n';
   }
-  const std::string cube = text.str();
-  std::shared_ptr<void> fromBytes, fromFile;
-  Check(CRANDLE::ParseLUT(cube.data(), cube.size(), fromBytes) == CRANDLE::kResultOK,
-        "ParseLUT from bytes");
-  const std::string path = std::string(argv[1]) + "/affine.cube";
+  const std::string cube = text.str(), path = std::string(argv[1]) + "/affine.cube";
   std::ofstream(path, std::ios::binary) << cube;
-  Check(CRANDLE::ParseLUT(Wide(path), fromFile) == CRANDLE::kResultOK, "ParseLUT from a file");
+  std::shared_ptr<void> fromBytes, fromFile, sample;
+  Check(CRANDLE::ParseLUT(cube.data(), cube.size(), fromBytes) == CRANDLE::kResultOK, "bytes");
+  Check(CRANDLE::ParseLUT(Wide(path), fromFile) == CRANDLE::kResultOK, "file");
+  Check(CRANDLE::ParseLUT(Wide(argv[2]), sample) == CRANDLE::kResultOK, "the installed sample");
   if (failures) return 1;
-
-  std::string bytesName, fileName;
-  CRANDLE::GetLUTDisplayName(fromBytes, bytesName);
-  CRANDLE::GetLUTDisplayName(fromFile, fileName);
-  Check(bytesName == "Embedded LUT", "name from bytes: " + bytesName);
-  Check(fileName == "affine", "name from the file: " + fileName);
-  const std::string identifier = CRANDLE::GetLUTIdentifier(fromFile).ToString();
-  Check(identifier.size() == 32 && !CRANDLE::GetLUTIdentifier(fromFile).IsZero(), "identifier");
-  // The file title is part of the identifier.
-  Check(CRANDLE::GetLUTIdentifier(fromBytes) != CRANDLE::GetLUTIdentifier(fromFile),
-        "identifiers of the same table with and without a file name differ");
+  std::string name;
+  CRANDLE::GetLUTDisplayName(fromFile, name);
+  Check(name == "affine", "name from the file: " + name);
+  Check(!CRANDLE::GetLUTIdentifier(fromFile).IsZero(), "identifier");
   Check(CRANDLE::GetLUTBlob(fromBytes).Size() == 40 + 12 * 8, "blob of a 2-point cube");
-
   const double floatError = ApplyAndMeasure<float>(fromBytes, host::kPixelFormat_BGRA_4444_32f, 1);
   Check(floatError < 1e-5, "float result off by " + std::to_string(floatError));
-  const double eightBitError =
+  const double byteError =
       ApplyAndMeasure<uint8_t>(Wide(path), host::kPixelFormat_BGRA_4444_8u, 255);
-  Check(eightBitError <= 1.5, "8-bit result off by " + std::to_string(eightBitError) + " steps");
-
-  std::shared_ptr<void> sample;
-  Check(CRANDLE::ParseLUT(Wide(argv[2]), sample) == CRANDLE::kResultOK, "the installed sample");
-  std::string sampleName;
-  CRANDLE::GetLUTDisplayName(sample, sampleName);
-  std::printf(
-      "identifier %s, float error %.2g, 8-bit error %.2g step(s), sample \"%s\" (%zu-byte "
-      "blob): %s\n",
-      identifier.c_str(), floatError, eightBitError, sampleName.c_str(),
-      CRANDLE::GetLUTBlob(sample).Size(), failures ? "FAILED" : "ok");
+  Check(byteError <= 1.5, "8-bit result off by " + std::to_string(byteError) + " steps");
+  std::printf("float error %.2g, 8-bit error %.2g step(s): %s\n", floatError, byteError,
+              failures ? "FAILED" : "ok");
   return failures ? 1 : 0;
 }
