@@ -1,6 +1,5 @@
 #include "lut_source.h"
 
-#include <cstdint>
 #include <filesystem>
 #include <string_view>
 #include <system_error>
@@ -17,40 +16,10 @@ namespace {
 // The detector's name for the ASC CDL reader.
 constexpr const char* kCorrectionReader = "colour transformation";
 
-// True when `text` is well-formed UTF-8.
+// True when `text` is well-formed UTF-8: the conversion to UTF-16 replaces anything else, so the
+// way back differs.
 bool IsValidUtf8(std::string_view text) {
-  size_t i = 0;
-  while (i < text.size()) {
-    const auto lead = static_cast<unsigned char>(text[i]);
-    size_t length = 0;
-    uint32_t code = 0;
-    if (lead < 0x80) {
-      ++i;
-      continue;
-    }
-    if (lead >= 0xC2 && lead <= 0xDF) {
-      length = 2;
-      code = lead & 0x1Fu;
-    } else if (lead >= 0xE0 && lead <= 0xEF) {
-      length = 3;
-      code = lead & 0x0Fu;
-    } else if (lead >= 0xF0 && lead <= 0xF4) {
-      length = 4;
-      code = lead & 0x07u;
-    } else {
-      return false;
-    }
-    if (i + length > text.size()) return false;
-    for (size_t k = 1; k < length; ++k) {
-      const auto next = static_cast<unsigned char>(text[i + k]);
-      if ((next & 0xC0u) != 0x80u) return false;
-      code = (code << 6) | (next & 0x3Fu);
-    }
-    const uint32_t smallest = length == 2 ? 0x80 : length == 3 ? 0x800 : 0x10000;
-    if (code < smallest || code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF)) return false;
-    i += length;
-  }
-  return true;
+  return Tincta::Utf16ToUtf8(Tincta::Utf8ToUtf16(text)) == text;
 }
 
 }  // namespace
