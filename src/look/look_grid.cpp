@@ -5,6 +5,7 @@
 #include <new>
 
 #include "foundation/heap_buffer.h"
+#include "foundation/streaming_store.h"
 
 namespace Tincta {
 namespace {
@@ -44,24 +45,31 @@ float ConvertSample(uint16_t sample, uint32_t divisor, double scale, double bias
 }
 
 constexpr uint32_t kSampleValues = 65536;
-// Grid points along k per pass of the walk: 6 x 32 input bytes are three whole cache lines, and
-// the 32 output rows being written stay in the first-level cache.
+// Grid points along k per pass of the walk: 6 x 32 input bytes are three cache lines' worth, and
+// the 32 converted rows stay in the second-level cache beside the sample table.
 constexpr uint32_t kBlock = 32;
 // How many steps of i ahead the grid is fetched: consecutive steps are 6 N^2 bytes apart, a
 // stride that the processor does not foresee by itself.
 constexpr uint32_t kFetchAhead = 4;
+// Images larger than this are written around the caches: they are far larger than the caches, and
+// every line written through them would first be read from memory.
+constexpr size_t kStreamedImageBytes = size_t(16) << 20;
 
 // Writes triple (i, j, k) of the grid to output point (k, j, i), output in the order k, j, i
-// fastest. Walking the output in order reads the grid with a stride of 6 N^2 bytes and uses 6 bytes
-// of each cache line it loads; instead, a block of k is read together (contiguous in the grid) and
-// written to its rows of the output, which are filled in order.
+// fastest. For one j and a block of k, the grid holds a run of k for each i (contiguous) and the
+// output a row of i for each k: the block is converted into rows held aside, which are then copied
+// out whole. Reading whole runs and writing whole rows is what keeps the walk near the speed of
+// memory; crossing the image point by point costs a cache miss for nearly every value.
 template <class Convert>
-void ExchangeOuterAxes(const uint8_t* samples, uint32_t n, uint8_t* values,
+bool ExchangeOuterAxes(const uint8_t* samples, uint32_t n, uint8_t* values, bool stream,
                        const Convert& convert) {
   const size_t outputRow = size_t(12) * n;  // one (k, j) row of i
-  for (uint32_t k0 = 0; k0 < n; k0 += kBlock) {
-    const uint32_t k1 = k0 + kBlock < n ? k0 + kBlock : n;
-    for (uint32_t j = 0; j < n; ++j) {
+  const size_t outputPlane = outputRow * n;
+  std::unique_ptr<uint8_t[]> rows(new (std::nothrow) uint8_t[kBlock * outputRow]);
+  if (!rows) return false;
+  for (uint32_t j = 0; j < n; ++j) {
+    for (uint32_t k0 = 0; k0 < n; k0 += kBlock) {
+      const uint32_t k1 = k0 + kBlock < n ? k0 + kBlock : n;
       for (uint32_t i = 0; i < n; ++i) {
         const uint8_t* triple = samples + 6 * ((uint64_t(i) * n + j) * n + k0);
         if (i + kFetchAhead < n) {
@@ -69,14 +77,24 @@ void ExchangeOuterAxes(const uint8_t* samples, uint32_t n, uint8_t* values,
           for (uint32_t line = 0; line < 6 * (k1 - k0) + 63; line += 64)
             __builtin_prefetch(ahead + line);
         }
-        uint8_t* value = values + (uint64_t(k0) * n + j) * outputRow + 12 * size_t(i);
-        for (uint32_t k = k0; k < k1; ++k, triple += 6, value += size_t(n) * outputRow) {
+        uint8_t* value = rows.get() + 12 * size_t(i);
+        for (uint32_t k = k0; k < k1; ++k, triple += 6, value += outputRow) {
           for (int c = 0; c < 3; ++c)
             StoreF32LE(value + 4 * c, convert(ReadU16BE(triple + 2 * c)));
         }
       }
+      uint8_t* row = values + k0 * outputPlane + j * outputRow;
+      for (uint32_t k = k0; k < k1; ++k, row += outputPlane) {
+        const uint8_t* held = rows.get() + (k - k0) * outputRow;
+        if (stream)
+          StreamingCopy(row, held, outputRow);
+        else
+          std::memcpy(row, held, outputRow);
+      }
     }
   }
+  if (stream) FinishStreamingStores();
+  return true;
 }
 
 }  // namespace
@@ -116,16 +134,21 @@ bool ConvertLookGridToOTX3(const void* block, uint32_t length, std::unique_ptr<u
   // looks the samples up (the same formula either way; without memory for the table, directly).
   const uint8_t* samples = grid + dataOffset;
   uint8_t* values = out.get() + 40;
+  const bool stream = imageLength > kStreamedImageBytes;
   std::unique_ptr<float[]> table;
   if (3 * triples > kSampleValues) table.reset(new (std::nothrow) float[kSampleValues]);
+  bool converted;
   if (table) {
     for (uint32_t sample = 0; sample < kSampleValues; ++sample)
       table[sample] = ConvertSample(uint16_t(sample), divisor, scale, bias);
-    ExchangeOuterAxes(samples, n, values, [&](uint16_t sample) { return table[sample]; });
+    converted = ExchangeOuterAxes(samples, n, values, stream,
+                                  [&](uint16_t sample) { return table[sample]; });
   } else {
-    ExchangeOuterAxes(samples, n, values,
-                      [&](uint16_t sample) { return ConvertSample(sample, divisor, scale, bias); });
+    converted = ExchangeOuterAxes(samples, n, values, stream, [&](uint16_t sample) {
+      return ConvertSample(sample, divisor, scale, bias);
+    });
   }
+  if (!converted) return false;
   image = std::move(out);
   return true;
 }

@@ -11,6 +11,7 @@
 
 #include "foundation/file.h"
 #include "foundation/heap_buffer.h"
+#include "foundation/streaming_store.h"
 #include "support/temp_dir.h"
 
 namespace {
@@ -111,3 +112,20 @@ TEST(COvSharedBuffer, CustomDeleterDropsOneReference) {
 }
 
 }  // namespace
+
+// Every start alignment against lengths around the streamed pieces' 16 and 64 bytes; the bytes
+// just outside the destination must stay untouched.
+TEST(StreamingCopy, EveryAlignmentAndLengthCopiesExactlyTheBytes) {
+  std::vector<uint8_t> source(300);
+  std::iota(source.begin(), source.end(), uint8_t(1));
+  for (size_t offset = 0; offset < 16; ++offset) {
+    for (size_t bytes : {0, 1, 15, 16, 17, 31, 47, 63, 64, 65, 80, 127, 128, 129, 200, 271}) {
+      std::vector<uint8_t> destination(offset + bytes + 32, 0xEE);
+      Tincta::StreamingCopy(destination.data() + offset, source.data() + 3, bytes);
+      Tincta::FinishStreamingStores();
+      std::vector<uint8_t> expected(offset + bytes + 32, 0xEE);
+      std::memcpy(expected.data() + offset, source.data() + 3, bytes);
+      ASSERT_EQ(destination, expected) << offset << " " << bytes;
+    }
+  }
+}
