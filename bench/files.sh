@@ -11,6 +11,7 @@
 #
 # CRANDLE_FILES_FRAMES (default 10) sets the frames per sequence, CRANDLE_FILES_KINDS the kinds
 # (default: exr-half-piz exr-half-zip exr-float-piz exr-float-zip tiff-16 dpx-10).
+# CRANDLE_FILES_BEFORE names another crandle executable (an earlier build) timed in the same run.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${1:-build/release}
@@ -103,6 +104,11 @@ for kind in "${kinds[@]}"; do
   for threads in 1 2; do
     read -r "crandle_s[$threads]" "crandle_kb[$threads]" < <(timed "$crandle" apply --threads "$threads" \
       --frames "$first-$last" "$lut" "$in_pattern" "$out_pattern")
+    if [[ -n ${CRANDLE_FILES_BEFORE:-} ]]; then
+      read -r "crandle_s[before$threads]" "crandle_kb[before$threads]" < <(timed \
+        "$CRANDLE_FILES_BEFORE" apply --threads "$threads" --frames "$first-$last" "$lut" \
+        "$in_pattern" "$out_pattern")
+    fi
   done
 
   row() {
@@ -115,5 +121,9 @@ for kind in "${kinds[@]}"; do
   row "ocioconvert --lut" "$ocio_s" "$ocio_kb"
   row "crandle 1 thread" "${crandle_s[1]}" "${crandle_kb[1]}"
   row "crandle 2 threads" "${crandle_s[2]}" "${crandle_kb[2]}"
+  if [[ -n ${CRANDLE_FILES_BEFORE:-} ]]; then
+    row "before, 1 thread" "${crandle_s[before1]}" "${crandle_kb[before1]}"
+    row "before, 2 threads" "${crandle_s[before2]}" "${crandle_kb[before2]}"
+  fi
   rm -rf "$dir"
 done

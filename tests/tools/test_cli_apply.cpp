@@ -243,11 +243,13 @@ TEST_F(ToolApply, FailuresSayWhyAndWriteNothing) {
 }
 
 // Memory that runs out inside a command ends it with a message and status 1, not an abort: an
-// image small enough for the machine is refused by an address-space limit set for the run.
+// image small enough for the machine, read whole (a change of depth goes through whole pictures),
+// is refused by an address-space limit set for the run.
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 TEST_F(ToolApply, MemoryThatRunsOutEndsTheCommandWithAMessage) {
   const std::string err = (dir.Path() / "err").string();
-  const std::string command = "ulimit -v 1000000; " + Quote(CRANDLE_CLI_PATH) + " apply " + lut +
+  const std::string command = "ulimit -v 1000000; " + Quote(CRANDLE_CLI_PATH) +
+                              " apply --depth 16 " + lut +
                               Hostile("png_declaring_20000_by_20000_pixels.png") + " " +
                               Quote(dir.Path() / "out.png") + " 2>" + Quote(err);
   const int status = std::system(command.c_str());

@@ -14,6 +14,7 @@
 #include "alpha.h"
 #include "apply_options.h"
 #include "apply_plan.h"
+#include "band_stream.h"
 #include "crandle/crandle.h"
 #include "frame_pipeline.h"
 #include "gpu_device.h"
@@ -36,10 +37,7 @@ double MillisecondsSince(Clock::time_point start) {
   return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
 }
 
-class CApplyError : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
+using CApplyError = CImageError;
 
 OIIO::TypeDesc FileTypeFor(const std::string& depth, const OIIO::TypeDesc& inputType) {
   if (depth == "8") return OIIO::TypeDesc::UINT8;
@@ -103,9 +101,11 @@ int ApplyChain(const std::vector<std::shared_ptr<void>>& luts, const SApplyOptio
   return CRANDLE::kResultOK;
 }
 
-// A frame as read, and whether it is graded where it lies (see in_place_apply.h).
+// A frame as read, and whether it is graded where it lies (see in_place_apply.h). A frame graded
+// as it is read holds only its first band in `image.samples`, and the open file in `stream`.
 struct SLoadedFrame {
   SImage image;
+  std::optional<SOpenedImage> stream;
   bool inPlace = false;
   double readMs = 0;
 };
@@ -114,6 +114,8 @@ struct SLoadedFrame {
 struct SApplyTimes {
   double applyMs = 0;
   double writeMs = 0;
+  double bandReadMs = 0;    // reading the bands of streamed frames after their first
+  double bandWaitedMs = 0;  // of which the grade waited for
 };
 
 // Checks the outputs and reads the input; safe to run beside the grading of an earlier frame.
@@ -143,10 +145,61 @@ SLoadedFrame LoadFrame(const SApplyOptions& options, const SDeviceChoice& device
                       PlanAlpha(header, layout, outputPath, options.premultiplied), lutCount);
     return frame.inPlace;
   };
-  if (!ReadImage(inputPath, frame.image, error, inPlace))
+  SOpenedImage opened;
+  if (!OpenImage(inputPath, opened, error, inPlace))
     throw CApplyError("cannot read " + inputPath + ": " + error);
+  if (frame.inPlace && opened.ReadsInRows()) {
+    // Graded as it is read: only the first band is read ahead.
+    const int rows = std::min(opened.image.spec.height, kImageBandRows);
+    frame.image.spec = opened.image.spec;
+    frame.image.sampleType = opened.image.sampleType;
+    frame.image.samples.resize(size_t(rows) * opened.RowBytes());
+    if (!ReadImageRows(opened, 0, rows, frame.image.samples.data(), error))
+      throw CApplyError("cannot read " + inputPath + ": " + error);
+    frame.stream.emplace(std::move(opened));
+  } else if (!ReadOpenedImage(opened, frame.image, error)) {
+    throw CApplyError("cannot read " + inputPath + ": " + error);
+  }
   frame.readMs = MillisecondsSince(readStart);
   return frame;
+}
+
+// Grades a frame that is read as it is graded, band by band into its output.
+void StreamFrame(const SApplyOptions& options, const std::vector<std::shared_ptr<void>>& luts,
+                 host::LUTInterpolationMethod method, SLoadedFrame& frame, const SAlphaPlan& alpha,
+                 OIIO::TypeDesc fileType, const std::string& inputPath,
+                 const std::string& outputPath, SApplyTimes& times) {
+  OIIO::ImageSpec spec = frame.image.spec;
+  if (alpha.associateForWriter) spec.erase_attribute("oiio:UnassociatedAlpha");
+  if (!options.depth.empty()) spec.erase_attribute("oiio:BitsPerSample");
+  std::string error;
+  Clock::time_point writeStart = Clock::now();
+  CPendingImage pending;
+  if (!pending.Open(outputPath, spec, fileType, error))
+    throw CApplyError("cannot write " + outputPath + ": " + error);
+  double writeMs = MillisecondsSince(writeStart);
+  const auto grade = [&](const SSampleRows& rows) {
+    const int result = GradeInPlace(rows, alpha, luts, method, options.threads);
+    if (result != CRANDLE::kResultOK) {
+      throw CApplyError("applying the LUT to " + inputPath + " failed: " + ResultCodeText(result));
+    }
+  };
+  SBandTimes bands;
+  StreamBands(*frame.stream, std::move(frame.image.samples), pending, grade, inputPath, outputPath,
+              bands);
+  writeStart = Clock::now();
+  if (!pending.Close(error) || !pending.Commit(error))
+    throw CApplyError("cannot write " + outputPath + ": " + error);
+  writeMs += bands.writeMs + MillisecondsSince(writeStart);
+  times.applyMs += bands.gradeMs;
+  times.writeMs += writeMs;
+  times.bandReadMs += bands.readMs;
+  times.bandWaitedMs += bands.waitedMs;
+  if (options.verbose) {
+    std::fprintf(stderr, "%s: read %.1f ms, apply %.1f ms (%u strips), write %.1f ms\n",
+                 inputPath.c_str(), frame.readMs + bands.readMs, bands.gradeMs, options.threads,
+                 writeMs);
+  }
 }
 
 void ApplyToFrame(const SApplyOptions& options, const SDeviceChoice& device,
@@ -182,6 +235,10 @@ void ApplyToFrame(const SApplyOptions& options, const SDeviceChoice& device,
                  "is not associated with alpha\n",
                  inputPath.c_str());
   }
+  if (frame.stream) {
+    StreamFrame(options, luts, method, frame, alpha, fileType, inputPath, outputPath, times);
+    return;
+  }
   const Clock::time_point applyStart = Clock::now();
   std::optional<CPicture> before;
   CPicture destination;
@@ -190,7 +247,11 @@ void ApplyToFrame(const SApplyOptions& options, const SDeviceChoice& device,
   int result = CRANDLE::kResultOK;
   std::string deviceError;
   if (frame.inPlace) {
-    result = GradeInPlace(image, alpha, luts, method, options.threads);
+    result =
+        GradeInPlace(SSampleRows{image.samples.data(), image.sampleType, uint32_t(image.spec.width),
+                                 uint32_t(image.spec.height), image.spec.nchannels},
+                     alpha, luts, method, options.threads);
+    if (alpha.associateForWriter) image.spec.erase_attribute("oiio:UnassociatedAlpha");
   } else {
     const host::PixelFormat resultFormat = alpha.FloatResult() ? host::kPixelFormat_BGRA_4444_32f
                                            : options.depth.empty()
@@ -278,15 +339,15 @@ bool LoadLUTs(const SApplyOptions& options, std::vector<std::shared_ptr<void>>& 
 void ReportWholeTime(size_t images, double startupMs, Clock::time_point runStart, double lutMs,
                      const SPipelineTimes& pipeline, const SApplyTimes& times) {
   const double wallMs = startupMs + MillisecondsSince(runStart);
-  const double readMs = pipeline.waitedMs;
+  const double readMs = pipeline.waitedMs + times.bandWaitedMs;
   const double otherMs = wallMs - startupMs - lutMs - readMs - times.applyMs - times.writeMs;
   std::fprintf(stderr,
                "%zu image%s in %.1f ms = start-up %.1f + LUT parse %.1f + read %.1f + apply %.1f "
                "+ write %.1f + other %.1f ms; reading took %.1f ms, %.1f ms of it beside "
                "applying and writing\n",
                images, images == 1 ? "" : "s", wallMs, startupMs, lutMs, readMs, times.applyMs,
-               times.writeMs, otherMs, pipeline.loadMs,
-               std::max(0.0, pipeline.loadMs - pipeline.waitedMs));
+               times.writeMs, otherMs, pipeline.loadMs + times.bandReadMs,
+               std::max(0.0, pipeline.loadMs + times.bandReadMs - readMs));
 }
 
 }  // namespace

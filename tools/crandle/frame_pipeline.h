@@ -1,5 +1,6 @@
-// Frames of a sequence one step apart: frame N+1 is read on its own thread while frame N is
-// applied and written, so that reading overlaps the rest; never more than two frames are held.
+// Items one step apart (the frames of a sequence, the bands of a frame): item N+1 is loaded on
+// its own thread while item N is processed, so that loading overlaps the rest; never more than two
+// items are held.
 #pragma once
 
 #include <chrono>

@@ -128,27 +128,9 @@ bool KeepsFileType(const OIIO::ImageSpec& spec) {
           spec.format == OIIO::TypeDesc::HALF || spec.format == OIIO::TypeDesc::FLOAT);
 }
 
-// Read whole, a scanline file can pass through a second copy of the picture inside the reader;
-// read in bands of rows (a multiple of every EXR block's height) it passes through one band.
-bool ReadPixels(OIIO::ImageInput& input, SImage& image) {
-  const OIIO::ImageSpec& spec = image.spec;
-  if (spec.tile_width > 0)
-    return input.read_image(0, 0, 0, spec.nchannels, image.sampleType, image.samples.data());
-  constexpr int kBandRows = 256;
-  const size_t rowBytes = size_t(spec.width) * size_t(spec.nchannels) * image.sampleType.size();
-  for (int y = 0; y < spec.height; y += kBandRows) {
-    if (!input.read_scanlines(0, 0, spec.y + y, spec.y + std::min(spec.height, y + kBandRows), 0, 0,
-                              spec.nchannels, image.sampleType,
-                              image.samples.data() + size_t(y) * rowBytes)) {
-      return false;
-    }
-  }
-  return true;
-}
-
 }  // namespace
 
-bool ReadImage(const std::string& path, SImage& image, std::string& error,
+bool OpenImage(const std::string& path, SOpenedImage& opened, std::string& error,
                const std::function<bool(const OIIO::ImageSpec&)>& keepFileType) {
   // Readers of formats that store unassociated colour (PNG, some TIFFs) would otherwise multiply
   // it by alpha on the way in, in the file's own precision; the grade decides what to do with it.
@@ -182,7 +164,9 @@ bool ReadImage(const std::string& path, SImage& image, std::string& error,
     if (error.empty()) error = "cannot read the first picture";
     return false;
   }
+  SImage& image = opened.image;
   image.spec = input->spec();
+  image.samples.clear();
   const OIIO::TypeDesc fileType = image.spec.format;
   if (keepFileType && KeepsFileType(image.spec) && keepFileType(image.spec)) {
     image.sampleType = fileType;
@@ -207,16 +191,59 @@ bool ReadImage(const std::string& path, SImage& image, std::string& error,
             std::to_string(image.spec.height) + " pixels, more than this machine's memory holds";
     return false;
   }
-  image.samples.resize(bytes);
+  opened.input = std::move(input);
+  return true;
+}
+
+size_t SOpenedImage::RowBytes() const {
+  return size_t(image.spec.width) * size_t(image.spec.nchannels) * image.sampleType.size();
+}
+
+bool SOpenedImage::ReadsInRows() const {
+  return image.spec.tile_width <= 0;
+}
+
+bool ReadImageRows(SOpenedImage& opened, int first, int count, uint8_t* samples,
+                   std::string& error) {
+  const OIIO::ImageSpec& spec = opened.image.spec;
   // A reader that fills what it could not read (a short strip, say) and goes on still records an
   // error; a truncated image is refused, not passed on with zeroed pixels.
-  if (!ReadPixels(*input, image) || input->has_error()) {
-    error = input->geterror();
+  const bool read = opened.input->read_scanlines(0, 0, spec.y + first, spec.y + first + count, 0, 0,
+                                                 spec.nchannels, opened.image.sampleType, samples);
+  if (read && !opened.input->has_error()) return true;
+  error = opened.input->geterror();
+  if (error.empty()) error = "cannot read the pixels";
+  return false;
+}
+
+bool ReadOpenedImage(SOpenedImage& opened, SImage& image, std::string& error) {
+  SImage& read = opened.image;
+  read.samples.resize(opened.RowBytes() * size_t(read.spec.height));
+  if (opened.ReadsInRows()) {
+    // Read whole, a scanline file can pass through a second copy of the picture inside the
+    // reader; read in bands it passes through one band.
+    for (int y = 0; y < read.spec.height; y += kImageBandRows) {
+      if (!ReadImageRows(opened, y, std::min(read.spec.height - y, kImageBandRows),
+                         read.samples.data() + size_t(y) * opened.RowBytes(), error)) {
+        return false;
+      }
+    }
+  } else if (!opened.input->read_image(0, 0, 0, read.spec.nchannels, read.sampleType,
+                                       read.samples.data()) ||
+             opened.input->has_error()) {
+    error = opened.input->geterror();
     if (error.empty()) error = "cannot read the pixels";
     return false;
   }
-  input->close();
+  opened.input->close();
+  image = std::move(read);
   return true;
+}
+
+bool ReadImage(const std::string& path, SImage& image, std::string& error,
+               const std::function<bool(const OIIO::ImageSpec&)>& keepFileType) {
+  SOpenedImage opened;
+  return OpenImage(path, opened, error, keepFileType) && ReadOpenedImage(opened, image, error);
 }
 
 bool FindChannels(const OIIO::ImageSpec& spec, SChannelLayout& layout) {
@@ -313,18 +340,28 @@ SImage UnpackPicture(const CPicture& picture, const SImage& source, const SChann
 }
 
 CPendingImage::CPendingImage(CPendingImage&& other) noexcept
-    : partial_(std::move(other.partial_)), target_(std::move(other.target_)) {
+    : partial_(std::move(other.partial_)),
+      target_(std::move(other.target_)),
+      output_(std::move(other.output_)) {
   other.partial_.clear();
 }
 
 CPendingImage::~CPendingImage() {
+  // A writer still open holds the file; it is let go before the file is removed.
+  output_.reset();
   if (partial_.empty()) return;
   std::error_code ignored;
   std::filesystem::remove(partial_, ignored);
 }
 
-bool CPendingImage::Write(const std::string& path, const SImage& image, OIIO::TypeDesc fileType,
-                          std::string& error) {
+bool CPendingImage::Failed(std::string& error, const char* fallback) {
+  error = output_ ? output_->geterror() : OIIO::geterror();
+  if (error.empty()) error = fallback;
+  return false;  // the destructor removes what was written
+}
+
+bool CPendingImage::Open(const std::string& path, const OIIO::ImageSpec& spec,
+                         OIIO::TypeDesc fileType, std::string& error) {
   const std::filesystem::path target(path);
   // The temporary keeps the extension, which is how the writer's format is chosen.
   std::string partialName(".");
@@ -333,25 +370,36 @@ bool CPendingImage::Write(const std::string& path, const SImage& image, OIIO::Ty
   partialName += std::to_string(::getpid());
   partialName += target.extension().string();
   const std::filesystem::path partial = target.parent_path() / partialName;
-  auto output = OIIO::ImageOutput::create(path);
-  if (!output) {
-    error = OIIO::geterror();
-    if (error.empty()) error = "no image writer for this file name";
-    return false;
-  }
-  OIIO::ImageSpec spec = image.spec;
-  spec.set_format(fileType);
+  output_ = OIIO::ImageOutput::create(path);
+  if (!output_) return Failed(error, "no image writer for this file name");
+  OIIO::ImageSpec fileSpec = spec;
+  fileSpec.set_format(fileType);
   partial_ = partial.string();
   target_ = path;
-  bool ok =
-      output->open(partial_, spec) && output->write_image(image.sampleType, image.samples.data());
-  if (ok) ok = output->close();
-  if (!ok) {
-    error = output->geterror();
-    if (error.empty()) error = "cannot write the image";
-    return false;  // the destructor removes what was written
-  }
+  if (!output_->open(partial_, fileSpec)) return Failed(error, "cannot write the image");
   return true;
+}
+
+bool CPendingImage::WriteRows(int first, int count, OIIO::TypeDesc sampleType, const void* samples,
+                              std::string& error) {
+  const OIIO::ImageSpec& spec = output_->spec();
+  if (!output_->write_scanlines(spec.y + first, spec.y + first + count, 0, sampleType, samples))
+    return Failed(error, "cannot write the image");
+  return true;
+}
+
+bool CPendingImage::Close(std::string& error) {
+  if (!output_->close()) return Failed(error, "cannot write the image");
+  output_.reset();
+  return true;
+}
+
+bool CPendingImage::Write(const std::string& path, const SImage& image, OIIO::TypeDesc fileType,
+                          std::string& error) {
+  if (!Open(path, image.spec, fileType, error)) return false;
+  if (!output_->write_image(image.sampleType, image.samples.data()))
+    return Failed(error, "cannot write the image");
+  return Close(error);
 }
 
 bool CPendingImage::Commit(std::string& error) {

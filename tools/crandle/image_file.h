@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -31,11 +32,43 @@ struct SChannelLayout {
   bool grey = false;
 };
 
-/// Reads the first subimage of `path`; false with `error` set when it cannot. Colour is read as
+/// Rows per band when a scanline image is read or written a part at a time: a multiple of every
+/// EXR block's height, and a small part of a frame.
+inline constexpr int kImageBandRows = 256;
+
+/// An image file open for reading: its description and the sample type its rows are read in
+/// (`image.samples` stays empty), and the reader, which is used by one thread at a time.
+struct SOpenedImage {
+  SImage image;
+  std::unique_ptr<OIIO::ImageInput> input;
+
+  /// Bytes of one row in the sample type.
+  size_t RowBytes() const;
+  /// True when the file is stored in rows (not tiles), so that it can be read a band at a time.
+  bool ReadsInRows() const;
+};
+
+/// Opens the first subimage of `path`; false with `error` set when it cannot. Colour is read as
 /// stored: a file that keeps it unassociated from alpha gives it so, with "oiio:UnassociatedAlpha"
-/// set in its image description. A movie or a file of several pictures is refused.
+/// set in its image description. A movie or a file of several pictures is refused, and so is a
+/// header that declares more pixels than the machine's memory holds.
 /// When `keepFileType` says so for the image's description, and the file's samples are all of
-/// one of 8-bit, 16-bit, half or float, the samples are kept in that type (half stays half).
+/// one of 8-bit, 16-bit, half or float, the samples are kept in that type (half stays half);
+/// otherwise they are read as 8-bit, 16-bit or float.
+bool OpenImage(const std::string& path, SOpenedImage& opened, std::string& error,
+               const std::function<bool(const OIIO::ImageSpec&)>& keepFileType = {});
+
+/// Reads `count` rows from row `first` (0 is the top) of an image that `ReadsInRows()` into
+/// `samples`, interleaved, in the opened sample type. A short or damaged file fails with `error`
+/// set rather than giving zeroed rows.
+bool ReadImageRows(SOpenedImage& opened, int first, int count, uint8_t* samples,
+                   std::string& error);
+
+/// Reads all of an opened image into `image` (its description, sample type and samples) and
+/// closes the file; false with `error` set when it cannot.
+bool ReadOpenedImage(SOpenedImage& opened, SImage& image, std::string& error);
+
+/// Opens and reads all of the first subimage of `path`, as `OpenImage` describes.
 bool ReadImage(const std::string& path, SImage& image, std::string& error,
                const std::function<bool(const OIIO::ImageSpec&)>& keepFileType = {});
 
@@ -76,12 +109,27 @@ class CPendingImage {
   /// Writes `image` for `path`, with samples stored as `fileType` where the format allows.
   bool Write(const std::string& path, const SImage& image, OIIO::TypeDesc fileType,
              std::string& error);
+
+  /// Starts writing an image of description `spec` for `path` a band of rows at a time, with
+  /// samples stored as `fileType` where the format allows.
+  bool Open(const std::string& path, const OIIO::ImageSpec& spec, OIIO::TypeDesc fileType,
+            std::string& error);
+  /// Writes the next `count` rows, from row `first`, of an image opened with `Open`; `samples` are
+  /// interleaved in `sampleType`.
+  bool WriteRows(int first, int count, OIIO::TypeDesc sampleType, const void* samples,
+                 std::string& error);
+  /// Completes the file opened with `Open`, once every row is written.
+  bool Close(std::string& error);
+
   /// Renames the written file to its target.
   bool Commit(std::string& error);
 
  private:
+  bool Failed(std::string& error, const char* fallback);
+
   std::string partial_;
   std::string target_;
+  std::unique_ptr<OIIO::ImageOutput> output_;
 };
 
 /// Writes `image` to `path` through a `CPendingImage`, committed at once.

@@ -65,7 +65,7 @@ void StoreRow(T* bgra, int channels, uint32_t width, const SAlphaPlan& plan, T* 
 }
 
 struct SGrade {
-  SImage& image;
+  const SSampleRows& image;
   const SAlphaPlan& plan;
   const std::vector<std::shared_ptr<void>>& luts;
   host::LUTInterpolationMethod method;
@@ -76,16 +76,16 @@ struct SGrade {
 template <class T>
 int GradeStrip(const SGrade& grade, uint32_t first, uint32_t rows, CPicture& working,
                std::vector<float>& floats) {
-  SImage& image = grade.image;
-  const int channels = image.spec.nchannels;
+  const SSampleRows& image = grade.image;
+  const int channels = image.channels;
   const uint32_t width = working.Width();
   const size_t rowSamples = size_t(width) * size_t(channels);
   const size_t offset = size_t(first) * rowSamples;
   const bool half = image.sampleType == OIIO::TypeDesc::HALF;
-  T* samples = reinterpret_cast<T*>(image.samples.data()) + offset;
+  T* samples = reinterpret_cast<T*>(image.samples) + offset;
   if constexpr (std::is_same_v<T, float>) {
     if (half) {
-      OIIO::convert_pixel_values(OIIO::TypeDesc::HALF, image.samples.data() + offset * 2,
+      OIIO::convert_pixel_values(OIIO::TypeDesc::HALF, image.samples + offset * 2,
                                  OIIO::TypeDesc::FLOAT, floats.data(), int(rows * rowSamples));
       samples = floats.data();
     }
@@ -107,7 +107,7 @@ int GradeStrip(const SGrade& grade, uint32_t first, uint32_t rows, CPicture& wor
   }
   if (half) {
     OIIO::convert_pixel_values(OIIO::TypeDesc::FLOAT, floats.data(), OIIO::TypeDesc::HALF,
-                               image.samples.data() + offset * 2, int(rows * rowSamples));
+                               image.samples + offset * 2, int(rows * rowSamples));
   }
   return CRANDLE::kResultOK;
 }
@@ -129,11 +129,11 @@ bool GradesInPlace(const OIIO::ImageSpec& spec, OIIO::TypeDesc sampleType, const
          !plan.FloatResult() && lutCount == 1;
 }
 
-int GradeInPlace(SImage& image, const SAlphaPlan& plan,
+int GradeInPlace(const SSampleRows& image, const SAlphaPlan& plan,
                  const std::vector<std::shared_ptr<void>>& luts,
                  host::LUTInterpolationMethod method, unsigned threads) {
-  const uint32_t width = uint32_t(image.spec.width);
-  const uint32_t height = uint32_t(image.spec.height);
+  const uint32_t width = image.width;
+  const uint32_t height = image.rows;
   const bool half = image.sampleType == OIIO::TypeDesc::HALF;
   const host::PixelFormat format =
       PictureFormatFor(half ? OIIO::TypeDesc::FLOAT : image.sampleType);
@@ -151,7 +151,7 @@ int GradeInPlace(SImage& image, const SAlphaPlan& plan,
     CPicture working;
     std::vector<float> floats;
     try {
-      if (half) floats.resize(size_t(stripRows) * width * size_t(image.spec.nchannels));
+      if (half) floats.resize(size_t(stripRows) * width * size_t(image.channels));
     } catch (const std::bad_alloc&) {
       outOfMemory = true;
     }
@@ -180,7 +180,6 @@ int GradeInPlace(SImage& image, const SAlphaPlan& plan,
   for (std::thread& helper : helpers)
     helper.join();
   if (outOfMemory) throw std::bad_alloc();
-  if (plan.associateForWriter) image.spec.erase_attribute("oiio:UnassociatedAlpha");
   for (int result : results)
     if (result != CRANDLE::kResultOK) return result;
   return CRANDLE::kResultOK;

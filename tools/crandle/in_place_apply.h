@@ -18,11 +18,22 @@ namespace crandle_tool {
 bool GradesInPlace(const OIIO::ImageSpec& spec, OIIO::TypeDesc sampleType, const SAlphaPlan& plan,
                    size_t lutCount);
 
-/// Applies `luts` in order to the colour of `image` (which `GradesInPlace` takes), in place,
-/// strip by strip on `threads` threads, with the alpha steps of `plan`. Alpha and everything else
-/// keep their stored values. The result is the one the whole-picture path gives, bit for bit.
-/// Returns 0 or the first failing strip's result code.
-int GradeInPlace(SImage& image, const SAlphaPlan& plan,
+/// Rows of interleaved samples as read: the whole image or a band of it.
+struct SSampleRows {
+  uint8_t* samples = nullptr;
+  OIIO::TypeDesc sampleType;
+  uint32_t width = 0;
+  uint32_t rows = 0;
+  int channels = 0;
+};
+
+/// Applies `luts` in order to the colour of `image` (rows of an image that `GradesInPlace`
+/// takes), in place, strip by strip on `threads` threads, with the alpha steps of `plan`. Alpha
+/// and everything else keep their stored values. The result is the one the whole-picture path
+/// gives, bit for bit; a writer of associated colour is then given an image description without
+/// "oiio:UnassociatedAlpha". Returns 0 or the first failing strip's result code; throws
+/// std::bad_alloc when the strips' memory is not there.
+int GradeInPlace(const SSampleRows& image, const SAlphaPlan& plan,
                  const std::vector<std::shared_ptr<void>>& luts,
                  host::LUTInterpolationMethod method, unsigned threads);
 
