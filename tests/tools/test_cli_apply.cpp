@@ -324,6 +324,8 @@ TEST_F(ToolApplySequence, AheadAndInPlaceGiveTheBytesOfEachFrameOnItsOwn) {
       {"exr", "exr", OIIO::TypeDesc::FLOAT, 4, 0, false},  // divided by alpha and back
       {"tif", "exr", OIIO::TypeDesc::FLOAT, 4, 0, true},   // multiplied for the writer
       {"tif", "tif", OIIO::TypeDesc::UINT16, 3, 0, false},
+      {"tif", "tif", OIIO::TypeDesc::UINT16, 4, 0, false},  // integers divided by alpha
+      {"tif", "tif", OIIO::TypeDesc::UINT8, 4, 0, false},
       {"dpx", "dpx", OIIO::TypeDesc::UINT16, 3, 10, false},
       {"png", "png", OIIO::TypeDesc::UINT8, 4, 0, true},
   };

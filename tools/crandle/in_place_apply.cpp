@@ -71,8 +71,17 @@ struct SGrade {
   host::LUTInterpolationMethod method;
 };
 
-// Grades rows [first, first + rows) through `working` (a picture of at least `rows` rows);
-// half samples pass through `floats` on the way, converted as OpenImageIO converts them.
+// True when the samples pass through float working pixels: half samples, and integer samples
+// whose colour is divided by alpha for the grade.
+bool Widens(OIIO::TypeDesc sampleType, const SAlphaPlan& plan) {
+  return sampleType == OIIO::TypeDesc::HALF ||
+         (sampleType != OIIO::TypeDesc::FLOAT && plan.FloatResult());
+}
+
+// Grades rows [first, first + rows) through `working` (a picture of at least `rows` rows).
+// Samples that are widened pass through `floats` on the way: in as the whole-picture path packs
+// them (half as OpenImageIO converts it, integers as `UnitSample` reads them), and out as
+// OpenImageIO converts floats when it writes them.
 template <class T>
 int GradeStrip(const SGrade& grade, uint32_t first, uint32_t rows, CPicture& working,
                std::vector<float>& floats) {
@@ -81,14 +90,23 @@ int GradeStrip(const SGrade& grade, uint32_t first, uint32_t rows, CPicture& wor
   const uint32_t width = working.Width();
   const size_t rowSamples = size_t(width) * size_t(channels);
   const size_t offset = size_t(first) * rowSamples;
-  const bool half = image.sampleType == OIIO::TypeDesc::HALF;
-  T* samples = reinterpret_cast<T*>(image.samples) + offset;
+  const size_t count = rows * rowSamples;
+  const bool widened = Widens(image.sampleType, grade.plan);
+  uint8_t* stored = image.samples + offset * image.sampleType.size();
+  T* samples = reinterpret_cast<T*>(stored);
   if constexpr (std::is_same_v<T, float>) {
-    if (half) {
-      OIIO::convert_pixel_values(OIIO::TypeDesc::HALF, image.samples + offset * 2,
-                                 OIIO::TypeDesc::FLOAT, floats.data(), int(rows * rowSamples));
-      samples = floats.data();
+    if (image.sampleType == OIIO::TypeDesc::HALF) {
+      OIIO::convert_pixel_values(OIIO::TypeDesc::HALF, stored, OIIO::TypeDesc::FLOAT, floats.data(),
+                                 int(count));
+    } else if (image.sampleType == OIIO::TypeDesc::UINT8) {
+      for (size_t i = 0; i < count; ++i)
+        floats[i] = stored[i] / 255.0f;
+    } else if (image.sampleType == OIIO::TypeDesc::UINT16) {
+      const auto* words = reinterpret_cast<const uint16_t*>(stored);
+      for (size_t i = 0; i < count; ++i)
+        floats[i] = words[i] / 65535.0f;
     }
+    if (widened) samples = floats.data();
   }
   for (uint32_t y = 0; y < rows; ++y)
     LoadRow(samples + y * rowSamples, channels, width, reinterpret_cast<T*>(working.Row(y)));
@@ -105,9 +123,9 @@ int GradeStrip(const SGrade& grade, uint32_t first, uint32_t rows, CPicture& wor
     StoreRow(reinterpret_cast<T*>(working.Row(y)), channels, width, grade.plan,
              samples + y * rowSamples);
   }
-  if (half) {
-    OIIO::convert_pixel_values(OIIO::TypeDesc::FLOAT, floats.data(), OIIO::TypeDesc::HALF,
-                               image.samples + offset * 2, int(rows * rowSamples));
+  if (widened) {
+    OIIO::convert_pixel_values(OIIO::TypeDesc::FLOAT, floats.data(), image.sampleType, stored,
+                               int(count));
   }
   return CRANDLE::kResultOK;
 }
@@ -125,8 +143,11 @@ bool GradesInPlace(const OIIO::ImageSpec& spec, OIIO::TypeDesc sampleType, const
     return false;
   const bool floats = sampleType == OIIO::TypeDesc::FLOAT || sampleType == OIIO::TypeDesc::HALF;
   if (floats) return true;
+  // Integer colour divided by alpha is graded in float; a chain of LUTs on integer pixels rounds
+  // between them, as the whole-picture path does, only without alpha steps. Multiplying for the
+  // writer is left to the whole-picture path.
   return (sampleType == OIIO::TypeDesc::UINT8 || sampleType == OIIO::TypeDesc::UINT16) &&
-         !plan.FloatResult() && lutCount == 1;
+         !plan.associateForWriter && (plan.unassociate || lutCount == 1);
 }
 
 int GradeInPlace(const SSampleRows& image, const SAlphaPlan& plan,
@@ -134,9 +155,9 @@ int GradeInPlace(const SSampleRows& image, const SAlphaPlan& plan,
                  host::LUTInterpolationMethod method, unsigned threads) {
   const uint32_t width = image.width;
   const uint32_t height = image.rows;
-  const bool half = image.sampleType == OIIO::TypeDesc::HALF;
+  const bool widened = Widens(image.sampleType, plan);
   const host::PixelFormat format =
-      PictureFormatFor(half ? OIIO::TypeDesc::FLOAT : image.sampleType);
+      PictureFormatFor(widened ? OIIO::TypeDesc::FLOAT : image.sampleType);
   const size_t pixelBytes = 4 * SampleTypeOf(format).size();
   const uint32_t stripRows =
       uint32_t(std::clamp<size_t>(kStripBytes / (size_t(width) * pixelBytes), 1, height));
@@ -151,7 +172,7 @@ int GradeInPlace(const SSampleRows& image, const SAlphaPlan& plan,
     CPicture working;
     std::vector<float> floats;
     try {
-      if (half) floats.resize(size_t(stripRows) * width * size_t(image.channels));
+      if (widened) floats.resize(size_t(stripRows) * width * size_t(image.channels));
     } catch (const std::bad_alloc&) {
       outOfMemory = true;
     }

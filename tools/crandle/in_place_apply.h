@@ -13,8 +13,9 @@ namespace crandle_tool {
 
 /// True when `GradeInPlace` takes an image of this description and these samples: red, green,
 /// blue and an optional alpha, in that order, all of 8-bit, 16-bit, half or float samples.
-/// `plan` must not need float working pixels for integer samples, and a chain of several LUTs
-/// needs float samples (an integer picture between LUTs would round).
+/// Integer samples are taken unless `plan` multiplies the result for the writer, or a chain of
+/// several LUTs would run on integer pixels without the plan's division by alpha (an integer
+/// picture between LUTs rounds, as it does on the whole-picture path, which keeps those).
 bool GradesInPlace(const OIIO::ImageSpec& spec, OIIO::TypeDesc sampleType, const SAlphaPlan& plan,
                    size_t lutCount);
 
