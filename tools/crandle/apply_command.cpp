@@ -58,7 +58,7 @@ void AddApplyCommand(CLI::App& app) {
   command->add_flag("--verbose", options->verbose,
                     "Print how long reading, applying and writing took for each image (on a GPU "
                     "device: uploading, applying and downloading), and at the end the whole run "
-                    "in parts that add up to it");
+                    "in parts that add up to it, and its peak memory");
   command->callback([options] {
     const SImageCommands* image = ImageCommands("apply");
     if (!image) throw CLI::RuntimeError(1);

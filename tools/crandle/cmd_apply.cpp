@@ -1,5 +1,7 @@
 // crandle apply: apply a LUT to images (or an image sequence) through the exported interface.
 // Runs in the image commands module; its command line is in apply_command.cpp.
+#include <sys/resource.h>
+
 #include <algorithm>
 #include <array>
 #include <chrono>
@@ -335,7 +337,14 @@ bool LoadLUTs(const SApplyOptions& options, std::vector<std::shared_ptr<void>>& 
   return true;
 }
 
-// The last --verbose line: the whole run from the process's start, in parts that add up to it.
+// The most memory the process has held at once (resident), in megabytes.
+double PeakResidentMegabytes() {
+  rusage usage{};
+  return ::getrusage(RUSAGE_SELF, &usage) == 0 ? double(usage.ru_maxrss) / 1024.0 : 0.0;
+}
+
+// The last --verbose line: the whole run from the process's start, in parts that add up to it,
+// and the memory it took.
 void ReportWholeTime(size_t images, double startupMs, Clock::time_point runStart, double lutMs,
                      const SPipelineTimes& pipeline, const SApplyTimes& times) {
   const double wallMs = startupMs + MillisecondsSince(runStart);
@@ -344,10 +353,10 @@ void ReportWholeTime(size_t images, double startupMs, Clock::time_point runStart
   std::fprintf(stderr,
                "%zu image%s in %.1f ms = start-up %.1f + LUT parse %.1f + read %.1f + apply %.1f "
                "+ write %.1f + other %.1f ms; reading took %.1f ms, %.1f ms of it beside "
-               "applying and writing\n",
+               "applying and writing; peak memory %.1f MB\n",
                images, images == 1 ? "" : "s", wallMs, startupMs, lutMs, readMs, times.applyMs,
                times.writeMs, otherMs, pipeline.loadMs + times.bandReadMs,
-               std::max(0.0, pipeline.loadMs + times.bandReadMs - readMs));
+               std::max(0.0, pipeline.loadMs + times.bandReadMs - readMs), PeakResidentMegabytes());
 }
 
 }  // namespace
