@@ -172,10 +172,6 @@ SOutcome ReadInChild(const SHostileRow& row, unsigned entry, const std::string& 
   return outcome;
 }
 
-void PrintTo(const SHostileRow& row, std::ostream* out) {
-  *out << row.name;
-}
-
 class HostileInput : public ::testing::TestWithParam<SHostileRow> {};
 
 TEST_P(HostileInput, EndsCleanlyQuicklyAndWithinMemory) {

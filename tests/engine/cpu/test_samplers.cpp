@@ -161,10 +161,8 @@ TEST_P(SamplerTest, SamplersFollowTheModel) {
   }
 }
 
-// Lane for lane the programs give the samplers' answers at the mapped coordinates, keep alpha,
-// write nothing past the last pixel and give the same in place; the exchanging ones give the
-// exchange of the result of the exchanged source, bit for bit, and leave the source exchanged.
-// The 1-D program runs on a curve with curve pairs and on one too wide for them.
+// The programs give the samplers' answers bit for bit, keep alpha, write nothing past the last
+// pixel, in place too; exchanging ones exchange around them. 1-D: with and without curve pairs.
 TEST_P(SamplerTest, ProgramsMatchTheSamplersForEveryTail) {
   std::mt19937 rng(14);
   const std::vector<float> curve = RandomTable(37, rng), cube = RandomTable(9 * 9 * 9, rng);

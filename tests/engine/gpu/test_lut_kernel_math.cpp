@@ -183,9 +183,8 @@ TEST(HwTexture, TransposedCopyTurnsRowsOf1024TexelsIntoColumns) {
   EXPECT_NE(host::IR_Transpose(nullptr, 48, out.data(), 32, 3, 2, 16), 0);
 }
 
-// Textures loaded from files: the kind filter, the kind a file decides, the registry key by
-// kind, the 1-D size limit; the registry keeps the latest of one key and loses each texture
-// with it. A texture over a loaded LUT borrows its table and leaves it intact.
+// The registry keeps the latest texture of one key and loses each with it; a texture over a
+// loaded LUT borrows its table.
 TEST(HwTexture, LoadsByKindRegistersUnderItsKeyAndBorrowsLoadedTables) {
   using Tincta::COvHwTexture;
   const TempDir dir;
