@@ -16,7 +16,6 @@
 #include <tuple>
 #include <vector>
 
-#include "api/apply_paths.h"
 #include "crandle/crandle.h"
 #include "host/binary_data.h"
 #include "host/frame_interfaces.h"
@@ -248,8 +247,8 @@ TEST(ApplyOnCPU, ShapedCubes) {
 }
 
 // Failures on a frame of several strips: the source is exchanged in full whatever fails, and a
-// destination in the working layout keeps what it held when the rendering fails. The largest
-// cube uploads; a shaper of more than 256 entries is refused, so its rendering fails.
+// destination in the working layout keeps what it held when the rendering fails. A shaper goes up
+// as a cube of its size, so one of more than 256 entries is refused and the rendering fails.
 TEST(ApplyOnCPU, ResultCodesUploadLimitsAndFailuresInStrips) {
   const uint32_t width = 4096, height = 19;  // several strips and a short last one
   std::mt19937 rng(37);
@@ -260,8 +259,6 @@ TEST(ApplyOnCPU, ResultCodesUploadLimitsAndFailuresInStrips) {
   shortRows.rowBytes2D = 4;
   FrameRef unconvertible = FrameRef::FromObject(
       host::CreateFrameWithInterfaces(HostFrame(kByte, width, height), shortRows));
-  EXPECT_EQ(CRANDLE::detail::ApplyLUTOnCPU(source, nullptr, destination),
-            CRANDLE::kResultEmptyArgument);
   const Pixels held = FillInside(destination, 9, rng);
   EXPECT_EQ(Apply(unconvertible, lut, destination), CRANDLE::kResultConversionFailed);
   EXPECT_EQ(Snapshot(destination), held);
@@ -277,10 +274,9 @@ TEST(ApplyOnCPU, ResultCodesUploadLimitsAndFailuresInStrips) {
     EXPECT_EQ(Snapshot(destination), held);
     EXPECT_EQ(Snapshot(source), Exchanged(input)) << "a failed rendering, shaper " << shaperSize;
   }
-
   FrameRef small = HostFrame(kFloat, 4, 1), smallOut = HostFrame(kFloat, 4, 1);
   input = FillInside(small, 256, rng);
-  ASSERT_EQ(Apply(small, std::shared_ptr<void>(AffineCube(256)), smallOut), 0);
+  ASSERT_EQ(Apply(small, std::shared_ptr<void>(AffineCube(256)), smallOut), 0);  // the largest
   ExpectAffineResult(smallOut, input);
 }
 
