@@ -265,11 +265,9 @@ TEST(KernelTiers, AgreeUpToTheFusedInterpolation) {
   COvCPUTextureUnits units;
   ASSERT_TRUE(units.bUpload(1, curveSize, 1, 1, kTexture1D, 4, curve.data(), false));
   ASSERT_TRUE(units.bUpload(2, n, n, n, kTexture3D, 4, cube.data(), false));
-  SLUTDomainMapping mapping;
-  for (int c = 0; c < 4; ++c) {
-    mapping.scale[c] = 1.0f - 1.0f / n;
-    mapping.offset[c] = 0.5f / n;
-  }
+  const float scale = 1.0f - 1.0f / n, offset = 0.5f / n;
+  const SLUTDomainMapping mapping = {{scale, scale, scale, scale},
+                                     {offset, offset, offset, offset}};
   const size_t pixels = 1 << 16;
   const std::vector<float> source = RandomTable(pixels, rng, -0.05f, 1.05f);
   for (const bool cubic : {true, false}) {
