@@ -52,6 +52,7 @@ TEST(ParseLUT, ResultsFromPathsAndBytes) {
   const std::pair<std::string, int> paths[] = {
       {"", CRANDLE::kResultEmptyArgument},
       {(dir.Path() / "missing.cube").string(), CRANDLE::kResultLUTFailed},
+      {dir.Write("empty.cube", ""), CRANDLE::kResultLUTFailed},
       {dir.Write("junk.cube", junk), CRANDLE::kResultLUTFailed},
       {dir.Write("good.cube", good), CRANDLE::kResultOK}};
   const std::tuple<const void*, size_t, int> bytes[] = {
