@@ -188,11 +188,10 @@ TEST(ApplyOnCPU, PaddedRowsAndRowBytes) {
   std::vector<float> memory[2] = {std::vector<float>(4 * stride * height, -5.0f),
                                   std::vector<float>(4 * stride * height, -7.0f)};
   FrameRef frames[2];
-  for (int i = 0; i < 2; ++i) {
+  for (int i = 0; i < 2; ++i)
     ASSERT_EQ(host::CreateVideoFrameView(frames[i], kFloat, width, height, memory[i].data(),
                                          stride * 16, nullptr),
               0);
-  }
   host::FrameInterfaceChoice no2D, packed, noMemory;
   no2D.pixelMemoryAccess2D = false;
   packed.rowBytes2D = width * 16;
