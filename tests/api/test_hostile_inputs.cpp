@@ -172,6 +172,10 @@ SOutcome ReadInChild(const SHostileRow& row, unsigned entry, const std::string& 
   return outcome;
 }
 
+void PrintTo(const SHostileRow& row, std::ostream* out) {  // the row's name, not its bytes
+  *out << row.name;
+}
+
 class HostileInput : public ::testing::TestWithParam<SHostileRow> {};
 
 TEST_P(HostileInput, EndsCleanlyQuicklyAndWithinMemory) {
