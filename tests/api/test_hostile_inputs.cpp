@@ -172,7 +172,7 @@ SOutcome ReadInChild(const SHostileRow& row, unsigned entry, const std::string& 
   return outcome;
 }
 
-void PrintTo(const SHostileRow& row, std::ostream* out) {
+void PrintTo(const SHostileRow& row, std::ostream* out) {  // the row's name, not its bytes
   *out << row.name;
 }
 

@@ -87,8 +87,6 @@ TEST(GPUDevices, EnumerationOrderCodesAndIndexLimit) {
     EXPECT_EQ(GetGPUDevice(framework, index), nullptr) << framework << "/" << index;
 }
 
-// ---- Asset cache -----------------------------------------------------------------------------
-
 TEST(GPUAssetCache, LeastRecentlyUsedLeaveFirstWithinTheBudget) {
   const std::shared_ptr<GPUTestDevice> device = CreateGPUTestDevice(nullptr);
   IGPUDeviceAssetCache& cache = GetDeviceAssetCache(*device);
@@ -158,8 +156,6 @@ TEST(GPUAssetCache, EightThreadsFindAndInsertConsistently) {
   EXPECT_LE(cache.GetBytesHeld(), kBudget);
   EXPECT_EQ(cache.GetBytesHeld() % 64, 0u);
 }
-
-// ---- Every device ----------------------------------------------------------------------------
 
 // Kernels and slots are found by name only; binds and launches refuse what the kernel cannot
 // take; a reset changes the stamp, refuses the old handles and loads new ones. The same checks
@@ -251,8 +247,6 @@ TEST(GPUDevices, BindsAndLaunchesRefuseWhatTheKernelCannotTakeAndResetsRetireHan
   }
 }
 
-// ---- Every back end --------------------------------------------------------------------------
-
 class GPUBackend : public GPUBackendTest {
  protected:
   // A device block that goes back to the allocator with the test.
@@ -272,8 +266,7 @@ class GPUBackend : public GPUBackendTest {
 TEST_P(GPUBackend, CopiesRoundTripExactBytes) {
   // 1-D, through an offset inside the allocation.
   const std::vector<uint8_t> bytes = RandomBytes(100003, 1);
-  const DevicePointer a = Allocate(bytes.size() + 77);
-  const DevicePointer b = Allocate(bytes.size() + 77);
+  const DevicePointer a = Allocate(bytes.size() + 77), b = Allocate(bytes.size() + 77);
   ASSERT_TRUE(a && b);
   ASSERT_EQ(device_->CopyHostToDevice(a + 77, 0, bytes.data(), 0, bytes.size(), 1), 0);
   std::vector<uint8_t> back(bytes.size());
@@ -291,7 +284,6 @@ TEST_P(GPUBackend, CopiesRoundTripExactBytes) {
   const std::vector<uint8_t> picture = RandomBytes(kHostPitch * kRows, 2);
   const std::vector<uint8_t> background = RandomBytes(kDevicePitch * kRows, 3);
   const DevicePointer rows = Allocate(background.size());
-  ASSERT_TRUE(rows);
   ASSERT_EQ(device_->CopyHostToDevice(rows, 0, background.data(), 0, background.size(), 1), 0);
   ASSERT_EQ(device_->CopyHostToDevice(rows, kDevicePitch, picture.data(), kHostPitch, kRow, kRows),
             0);

@@ -115,9 +115,8 @@ Lines RandomLines(uint32_t width, uint32_t height, uint32_t seed) {
   return lines;
 }
 
-// Every vector conversion, every width up to several groups with every tail, both channel
-// orders on each side, both orientations: each table and the general path give the reference
-// bytes (so the tables agree with each other) and write nothing past a line's pixels.
+// Every vector conversion, width, tail, channel order and orientation: each table and the general
+// path give the reference bytes and write nothing past a line's pixels.
 TEST(ConvertKernels, VectorPathEqualsGeneralPathAndReference) {
   const FrameBufferFormat targets[] = {
       MakeFormat(kRGBA, kPrecision8Bits),  MakeFormat(kRGB, kPrecision8Bits),
@@ -186,9 +185,8 @@ TEST(OptimizedConverter, RefusalsFallBackToTheSameBytes) {
   }
 }
 
-// A copy conversion adds its history; one to the same format shares the block. In place, rows
-// shrink in their own block; a shared block or a change of orientation makes it a copy
-// conversion that leaves the other buffer alone. Failing forms leave everything as it was.
+// In place, rows shrink in their own block; a shared block or a change of orientation makes it a
+// copy that leaves the other buffer alone. Failing forms leave everything as it was.
 TEST(ConversionForms, CopyInPlaceAndFailures) {
   const Lines lines = RandomLines(9, 5, 41);
   const auto source = FloatPicture(lines);
@@ -197,9 +195,7 @@ TEST(ConversionForms, CopyInPlaceAndFailures) {
   const FrameBufferFormat rgba8 = MakeFormat(kRGBA, kPrecision8Bits), wrong = MakeFormat(kRGB, 9);
   const auto reference = CopyConvertFrameBuffer(*source, rgba8);
   EXPECT_EQ(reference->PipelinePath().Text(),
-            path +
-                "Copy conversion\nFormat: Type = RGBA, Precision = 8 bits, Channel order =  "
-                "RGB(A), Top to bottom\n");
+            path + "Copy conversion\n" + DescribeFrameBufferFormat(rgba8) + "\n");
   EXPECT_EQ(CopyConvertFrameBuffer(*source, source->Format())->SharedBuffer(),
             source->SharedBuffer());
   EXPECT_EQ(PictureBytes(COvComplexFrameBuffer(*source, rgba8)), PictureBytes(*reference));
@@ -302,9 +298,8 @@ TEST(RoundTrip, EveryPrecisionWithinItsQuantisation) {
     }
 }
 
-// The resolver picks the process's tier, the one the CPU engine runs too. Threads that resolve the
-// slots, share one block and build a conversion table at once get the bytes of a serial run and
-// leave the count as it was.
+// The resolver picks the CPU engine's tier; threads that share one block and build a conversion
+// table at once get the bytes of a serial run and leave the count as it was.
 TEST(Concurrency, ResolverSharedBlocksAndTablesFromManyThreads) {
   if (!bConvertKernelsAvailable()) GTEST_SKIP() << "no SSE4.1";
   EXPECT_STREQ(SelectedConvertKernelsName(), ActiveCPUKernels().name);

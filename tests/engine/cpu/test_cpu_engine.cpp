@@ -212,10 +212,8 @@ TEST(CPURendering, FailuresNameTheirCauseAndTouchNothing) {
   EXPECT_EQ(destination.pixels, std::vector<float>(destination.pixels.size(), 7.0f));
 }
 
-// Rendering in place gives, bit for bit, what rendering into another buffer gives, and "!"
-// operators read a copy; the picture is the LUT's, mixed towards the source by a fade, and the
-// padding of the rows is left alone. With the exchange, source and destination come out as
-// exchanging the source, drawing and exchanging the result by hand would leave them.
+// In place gives, bit for bit, what another buffer gets, and "!" operators read a copy; a fade
+// mixes towards the source, padding is left alone; the exchange is the one made by hand.
 TEST(CPURendering, LayersInPlaceExchangedAndPadded) {
   std::mt19937 rng(25);
   SLUTEngine lut(6, rng);

@@ -139,11 +139,8 @@ TEST_P(SamplerTest, SamplersFollowTheModel) {
     }
     for (size_t block = 0; block < s.size(); block += kSamplerLanes) {
       float texels[4 * kSamplerLanes];
-      if (cube) {
-        Kernels().sample3D(units.Unit(2), &s[block], &t[block], &r[block], texels);
-      } else {
-        Kernels().sample1D(units.Unit(2), &s[block], texels);
-      }
+      cube ? Kernels().sample3D(units.Unit(2), &s[block], &t[block], &r[block], texels)
+           : Kernels().sample1D(units.Unit(2), &s[block], texels);
       for (size_t p = 0; p < kSamplerLanes; ++p) {
         const size_t q = block + p;
         const Rgba want = ModelSample(table.data(), width, height, depth, s[q], t[q], r[q]);
@@ -151,20 +148,17 @@ TEST_P(SamplerTest, SamplersFollowTheModel) {
         const bool first =
             !(double(s[q]) * width > 0.5) &&
             (!cube || (!(double(t[q]) * height > 0.5) && !(double(r[q]) * depth > 0.5)));
-        for (int c = 0; c < 4; ++c) {
+        for (int c = 0; c < 4; ++c)
           ASSERT_NEAR(texels[4 * p + c], want[c], first ? 0.0 : tolerance)
               << width << "x" << height << "x" << depth << " at (" << s[q] << ", " << t[q] << ", "
               << r[q] << ") channel " << c;
-        }
       }
     }
   }
 }
 
-// Lane for lane the programs give the samplers' answers at the mapped coordinates, keep alpha,
-// write nothing past the last pixel and give the same in place; the exchanging ones give the
-// exchange of the result of the exchanged source, bit for bit, and leave the source exchanged.
-// The 1-D program runs on a curve with curve pairs and on one too wide for them.
+// The programs give the samplers' answers bit for bit, keep alpha, write nothing past the last
+// pixel, in place too; exchanging ones exchange around them. 1-D: with and without curve pairs.
 TEST_P(SamplerTest, ProgramsMatchTheSamplersForEveryTail) {
   std::mt19937 rng(14);
   const std::vector<float> curve = RandomTable(37, rng), cube = RandomTable(9 * 9 * 9, rng);
@@ -181,16 +175,15 @@ TEST_P(SamplerTest, ProgramsMatchTheSamplersForEveryTail) {
   // Program i (1-D, 3-D, 1-D + 3-D, 1-D without curve pairs), plain or exchanging.
   auto run = [&](int i, bool exchanging, float* in, float* out, size_t n) {
     const SCPUTextureUnit &table = units.Unit(i == 0 ? 1 : 4), &grid = units.Unit(2);
-    if (i == 1) {
+    if (i == 1)
       exchanging ? k.applyLUT3DExchanging(grid, mapping, in, out, n)
                  : k.applyLUT3D(grid, mapping, in, out, n);
-    } else if (i == 2) {
+    else if (i == 2)
       exchanging ? k.applyLUT1D3DExchanging(units.Unit(3), grid, mapping, in, out, n)
                  : k.applyLUT1D3D(units.Unit(3), grid, mapping, in, out, n);
-    } else {
+    else
       exchanging ? k.applyLUT1DExchanging(table, mapping, in, out, n)
                  : k.applyLUT1D(table, mapping, in, out, n);
-    }
   };
   std::uniform_real_distribution<float> value(-0.2f, 1.2f);
   for (size_t count = 1; count <= 19; ++count) {
@@ -267,11 +260,9 @@ TEST(KernelTiers, AgreeUpToTheFusedInterpolation) {
   COvCPUTextureUnits units;
   ASSERT_TRUE(units.bUpload(1, curveSize, 1, 1, kTexture1D, 4, curve.data(), false));
   ASSERT_TRUE(units.bUpload(2, n, n, n, kTexture3D, 4, cube.data(), false));
-  SLUTDomainMapping mapping;
-  for (int c = 0; c < 4; ++c) {
-    mapping.scale[c] = 1.0f - 1.0f / n;
-    mapping.offset[c] = 0.5f / n;
-  }
+  const float scale = 1.0f - 1.0f / n, offset = 0.5f / n;
+  const SLUTDomainMapping mapping = {{scale, scale, scale, scale},
+                                     {offset, offset, offset, offset}};
   const size_t pixels = 1 << 16;
   const std::vector<float> source = RandomTable(pixels, rng, -0.05f, 1.05f);
   for (const bool cubic : {true, false}) {
