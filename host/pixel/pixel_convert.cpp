@@ -105,13 +105,52 @@ void CopyRow(const uint8_t* __restrict src, uint8_t* __restrict dst, size_t widt
   std::memcpy(dst, src, width * BytesPerPixel);
 }
 
-// The frequent conversions (every non-float frame of the CPU apply path) run sample by sample
-// over the whole row: a flat loop that the compiler vectorises (see CMakeLists.txt for -O2).
+#if defined(__SSE2__)
+// ToUnit for four samples (32-bit integers below 2^24). The quotient of two exactly held floats
+// is correctly rounded, so one division gives what ToUnit gives, at about a third of the time of
+// the compiler's vectorised form of ToUnit (through double, two samples at a time).
+void ToUnitFour(__m128i values, __m128 fullScale, uint8_t* dst) {
+  _mm_storeu_ps(reinterpret_cast<float*>(dst), _mm_div_ps(_mm_cvtepi32_ps(values), fullScale));
+}
+
+// Converts the leading samples in blocks of 16 (8-bit) or 8 (16-bit); returns how many.
+template <class TFormat>
+size_t BgraSamplesToFloatVector(const uint8_t* src, uint8_t* dst, size_t samples) {
+  const __m128 fullScale = _mm_set1_ps(float(TFormat::kFullScale));
+  const __m128i zero = _mm_setzero_si128();
+  size_t i = 0;
+  if constexpr (sizeof(typename TFormat::TSample) == 1) {
+    for (; i + 16 <= samples; i += 16) {
+      const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i));
+      const __m128i low = _mm_unpacklo_epi8(bytes, zero);
+      const __m128i high = _mm_unpackhi_epi8(bytes, zero);
+      ToUnitFour(_mm_unpacklo_epi16(low, zero), fullScale, dst + 4 * i);
+      ToUnitFour(_mm_unpackhi_epi16(low, zero), fullScale, dst + 4 * i + 16);
+      ToUnitFour(_mm_unpacklo_epi16(high, zero), fullScale, dst + 4 * i + 32);
+      ToUnitFour(_mm_unpackhi_epi16(high, zero), fullScale, dst + 4 * i + 48);
+    }
+  } else {
+    for (; i + 8 <= samples; i += 8) {
+      const __m128i words = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + 2 * i));
+      ToUnitFour(_mm_unpacklo_epi16(words, zero), fullScale, dst + 4 * i);
+      ToUnitFour(_mm_unpackhi_epi16(words, zero), fullScale, dst + 4 * i + 16);
+    }
+  }
+  return i;
+}
+#endif
+
+// The frequent conversions (every non-float frame of the CPU apply path) run over the whole row
+// as one flat run of samples.
 template <class TFormat>
 void BgraRowToFloat(const uint8_t* __restrict src, uint8_t* __restrict dst, size_t width) {
   using TSample = typename TFormat::TSample;
   const size_t samples = 4 * width;
-  for (size_t i = 0; i < samples; ++i) {
+  size_t i = 0;
+#if defined(__SSE2__)
+  i = BgraSamplesToFloatVector<TFormat>(src, dst, samples);
+#endif
+  for (; i < samples; ++i) {
     const auto value = LoadAt<TSample>(src + i * sizeof(TSample));
     StoreAt<float>(dst + 4 * i, ToUnit<TFormat::kFullScale>(value));
   }
@@ -121,14 +160,15 @@ void BgraRowToFloat(const uint8_t* __restrict src, uint8_t* __restrict dst, size
 // FromUnit for four samples. The compiler vectorises the scalar form with compares and masks
 // (it may not use max/min, whose NaN rule it does not rely on), and narrowing the results then
 // costs more again; written out, the conversion back to integers runs about twice as fast.
-// MAXPD(x, 0) yields 0 for NaN, like the scalar form.
-__m128i FromUnitFour(const uint8_t* src, __m128d scale, __m128d top) {
-  const __m128 samples = _mm_loadu_ps(reinterpret_cast<const float*>(src));
+// Clamping the floats to [0, 1] first gives what clamping the scaled value does, in half the
+// steps; MAXPS(x, 0) yields 0 for NaN, like the scalar form.
+__m128i FromUnitFour(const uint8_t* src, __m128d scale) {
+  __m128 samples = _mm_loadu_ps(reinterpret_cast<const float*>(src));
+  samples = _mm_min_ps(_mm_max_ps(samples, _mm_setzero_ps()), _mm_set1_ps(1.0f));
   const __m128d half = _mm_set1_pd(0.5);
-  __m128d low = _mm_add_pd(_mm_mul_pd(_mm_cvtps_pd(samples), scale), half);
-  __m128d high = _mm_add_pd(_mm_mul_pd(_mm_cvtps_pd(_mm_movehl_ps(samples, samples)), scale), half);
-  low = _mm_min_pd(_mm_max_pd(low, _mm_setzero_pd()), top);
-  high = _mm_min_pd(_mm_max_pd(high, _mm_setzero_pd()), top);
+  const __m128d low = _mm_add_pd(_mm_mul_pd(_mm_cvtps_pd(samples), scale), half);
+  const __m128d high =
+      _mm_add_pd(_mm_mul_pd(_mm_cvtps_pd(_mm_movehl_ps(samples, samples)), scale), half);
   return _mm_unpacklo_epi64(_mm_cvttpd_epi32(low), _mm_cvttpd_epi32(high));
 }
 
@@ -136,14 +176,13 @@ __m128i FromUnitFour(const uint8_t* src, __m128d scale, __m128d top) {
 template <class TFormat>
 size_t FloatSamplesToBgraVector(const uint8_t* src, uint8_t* dst, size_t samples) {
   const __m128d scale = _mm_set1_pd(TFormat::kFullScale);
-  const __m128d top = _mm_set1_pd(TFormat::kFullScale + 0.5);
   size_t i = 0;
   if constexpr (sizeof(typename TFormat::TSample) == 1) {
     for (; i + 16 <= samples; i += 16) {
-      const __m128i a = FromUnitFour(src + 4 * i, scale, top);
-      const __m128i b = FromUnitFour(src + 4 * i + 16, scale, top);
-      const __m128i c = FromUnitFour(src + 4 * i + 32, scale, top);
-      const __m128i d = FromUnitFour(src + 4 * i + 48, scale, top);
+      const __m128i a = FromUnitFour(src + 4 * i, scale);
+      const __m128i b = FromUnitFour(src + 4 * i + 16, scale);
+      const __m128i c = FromUnitFour(src + 4 * i + 32, scale);
+      const __m128i d = FromUnitFour(src + 4 * i + 48, scale);
       const __m128i bytes = _mm_packus_epi16(_mm_packs_epi32(a, b), _mm_packs_epi32(c, d));
       _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + i), bytes);
     }
@@ -152,8 +191,8 @@ size_t FloatSamplesToBgraVector(const uint8_t* src, uint8_t* dst, size_t samples
     const __m128i bias32 = _mm_set1_epi32(32768);
     const __m128i bias16 = _mm_set1_epi16(-32768);
     for (; i + 8 <= samples; i += 8) {
-      const __m128i a = _mm_sub_epi32(FromUnitFour(src + 4 * i, scale, top), bias32);
-      const __m128i b = _mm_sub_epi32(FromUnitFour(src + 4 * i + 16, scale, top), bias32);
+      const __m128i a = _mm_sub_epi32(FromUnitFour(src + 4 * i, scale), bias32);
+      const __m128i b = _mm_sub_epi32(FromUnitFour(src + 4 * i + 16, scale), bias32);
       const __m128i words = _mm_xor_si128(_mm_packs_epi32(a, b), bias16);
       _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + 2 * i), words);
     }
