@@ -8,6 +8,7 @@
 #include <cstring>
 #include <limits>
 #include <random>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -38,8 +39,7 @@ std::string Lines(size_t count, const char* line = "0.5 0.25 0.125\n") {
   return text;
 }
 
-// Entry i of a two-point cube is (r, g, b) with i = r + 2g + 4b.
-const std::string k2 = "0 0 0\n1 0 0\n0 1 0\n1 1 0\n0 0 1\n1 0 1\n0 1 1\n1 1 1\n";
+const std::string& k2 = kCorners2;
 
 TEST(CubeReader, Outcomes) {
   const struct {
@@ -210,51 +210,45 @@ TEST(CubeWriter, TextIsExact) {
   EXPECT_EQ(out, "");
 }
 
-using Tincta::ScanFields;
-constexpr int kOut = Tincta::kScanOutOfRange;
-// What ScanFields returns, and the lines that give it; sscanf agrees wherever it is not kOut.
-using Cases = std::vector<std::pair<int, std::vector<std::string>>>;
-
-TEST(ScanFields, UnsignedFieldsAsSscanfReadsThemAndNoWrapping) {
-  const Cases cases = {
-      {2,
+// What ScanFields returns for the lines, unsigned fields first, then signed ones kept to the range
+// of int, with no wrapping; sscanf agrees wherever the result is not kScanOutOfRange.
+TEST(ScanFields, FieldsAsSscanfReadsThemAndNoWrapping) {
+  constexpr int kOut = Tincta::kScanOutOfRange;
+  const std::vector<std::tuple<bool, int, std::vector<std::string>>> cases = {
+      {false,
+       2,
        {"LUT_3D_SIZE 17", "  LUT_1D_SIZE\t4096  trailing", "LUT_3D_SIZE +17", "LUT_3D_SIZE -0",
         "LUT_3D_SIZE 4294967295", "LUT_3D_SIZE 17abc", std::string("LUT_3D_SIZE 1\0007", 15)}},
-      {1, {"LUT_3D_SIZE abc", "LUT_3D_SIZE"}},
-      {EOF, {"LUT_", ""}},
-      {0, {"LUX_3D_SIZE 17"}},
-      {kOut,
+      {false, 1, {"LUT_3D_SIZE abc", "LUT_3D_SIZE"}},
+      {false, EOF, {"LUT_", ""}},
+      {false, 0, {"LUX_3D_SIZE 17"}},
+      {false,
+       kOut,
        {"LUT_3D_SIZE 4294967296", "LUT_3D_SIZE 4294967298", "LUT_3D_SIZE -1",
-        "LUT_3D_SIZE -4294967294", "LUT_3D_SIZE 99999999999999999999999999"}}};
-  for (const auto& [expected, lines] : cases) {
+        "LUT_3D_SIZE -4294967294", "LUT_3D_SIZE 99999999999999999999999999"}},
+      {true, 3, {"width 17 17 17", "width -17 0 +5", "width 2147483647 -2147483648 1"}},
+      {true, 2, {"width 1 2"}},
+      {true, 1, {"width 1 x 2"}},
+      {true,
+       kOut,
+       {"width 2147483648 1 1", "width 1 -2147483649 1",
+        "width 4294967298 4294967298 4294967298"}}};
+  for (const auto& [isSigned, expected, lines] : cases) {
     for (const std::string& line : lines) {
       SCOPED_TRACE(line);
       char word[64] = {}, reference[64] = {};
       unsigned value = 7, referenceValue = 7;
-      EXPECT_EQ(ScanFields(line, " LUT_%s %u ", word, &value), expected);
-      if (expected == kOut) continue;
-      EXPECT_EQ(std::sscanf(line.c_str(), " LUT_%s %u ", reference, &referenceValue), expected);
-      EXPECT_STREQ(word, reference);
-      EXPECT_EQ(value, referenceValue);
-    }
-  }
-}
-
-TEST(ScanFields, SignedFieldsKeepToTheRangeOfInt) {
-  const Cases cases = {{3, {"width 17 17 17", "width -17 0 +5", "width 2147483647 -2147483648 1"}},
-                       {2, {"width 1 2"}},
-                       {1, {"width 1 x 2"}},
-                       {kOut,
-                        {"width 2147483648 1 1", "width 1 -2147483649 1",
-                         "width 4294967298 4294967298 4294967298"}}};
-  for (const auto& [expected, lines] : cases) {
-    for (const std::string& line : lines) {
-      SCOPED_TRACE(line);
       int v[3] = {9, 9, 9}, r[3] = {9, 9, 9};
-      EXPECT_EQ(ScanFields(line, " width %d %d %d", &v[0], &v[1], &v[2]), expected);
+      const char* format = isSigned ? " width %d %d %d" : " LUT_%s %u ";
+      EXPECT_EQ(isSigned ? Tincta::ScanFields(line, format, &v[0], &v[1], &v[2])
+                         : Tincta::ScanFields(line, format, word, &value),
+                expected);
       if (expected == kOut) continue;
-      EXPECT_EQ(std::sscanf(line.c_str(), " width %d %d %d", &r[0], &r[1], &r[2]), expected);
-      EXPECT_TRUE(v[0] == r[0] && v[1] == r[1] && v[2] == r[2]) << v[0] << v[1] << v[2];
+      EXPECT_EQ(isSigned ? std::sscanf(line.c_str(), format, &r[0], &r[1], &r[2])
+                         : std::sscanf(line.c_str(), format, reference, &referenceValue),
+                expected);
+      EXPECT_STREQ(word, reference);
+      EXPECT_TRUE(value == referenceValue && v[0] == r[0] && v[1] == r[1] && v[2] == r[2]);
     }
   }
 }
