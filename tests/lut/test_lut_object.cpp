@@ -73,8 +73,7 @@ using LUTCache = LUTTest;
 // A 1-D table of `size` entries (16 bytes each), every float `mark`.
 std::unique_ptr<COv3DLUT> Table(uint32_t size, float mark = 0) {
   auto lut = std::make_unique<COv3DLUT>();
-  EXPECT_TRUE(lut->Allocate(size, false));
-  std::fill(lut->Table(), lut->Table() + 4 * size, mark);
+  Fill(*lut, size, false, [mark](size_t) { return Vec4{mark, mark, mark, mark}; });
   return lut;
 }
 
@@ -310,11 +309,10 @@ TEST_F(Upsampling, ReadersGoToThePowerOfTwoAboveUpToTheirCaps) {
                     });
   };
   const auto packed = [&code](uint32_t exponent, uint32_t n) {
-    const auto bytes =
+    return AsText(
         Packed10Bytes(exponent % 2 == 0, exponent, [&](uint32_t r, uint32_t g, uint32_t b) {
           return PackWord(code(n, r), code(n, g), code(n, b));
-        });
-    return std::string(bytes.begin(), bytes.end());
+        }));
   };
   const struct {
     std::string bytes;

@@ -47,13 +47,10 @@ TEST_F(XMLReaders, LooksGiveTheFloatsBitForBitWithTheirDomainOrNothing) {
   }
 }
 
-void Fill(COv3DLUT& lut, uint32_t size, bool is3D, float bias = 0) {
-  ASSERT_TRUE(lut.Allocate(size, is3D));
-  for (size_t i = 0; i < lut.EntryCount(); ++i) {
-    const float entry[4] = {float(i) * 0.01f + bias, 1.0f - float(i) * 0.003f, float(i % 7) - 2.5f,
-                            1};
-    std::memcpy(lut.Table() + 4 * i, entry, 16);
-  }
+void Ramp(COv3DLUT& lut, uint32_t size, bool is3D, float bias = 0) {
+  Fill(lut, size, is3D, [bias](size_t i) {
+    return Vec4{float(i) * 0.01f + bias, 1.0f - float(i) * 0.003f, float(i % 7) - 2.5f, 1};
+  });
 }
 
 std::string Children(const COv3DLUT& lut, int indent = 2) {
@@ -78,7 +75,7 @@ TEST_F(XMLReaders, ElementsAreWrittenExactlyAndReadBackWithTheDigest) {
   small.SetDomain({-0.5f, 0, 0.125f, 1}, {1.5f, 2, 1e-5f, 1});
   small.SetSourcePath("rel/a & b <1>.cube");
   auto shaper = std::make_shared<COv3DLUT>();
-  Fill(*shaper, 6, false, 0.125f);
+  Ramp(*shaper, 6, false, 0.125f);
   small.SetInputShaper(shaper);
   const std::string shaperData = HexOf(shaper->Table(), shaper->TableBytes());
   std::string out = "keep\n";
@@ -92,7 +89,7 @@ TEST_F(XMLReaders, ElementsAreWrittenExactlyAndReadBackWithTheDigest) {
                 "\"</data>\n <sublut>\n   <is3d>\"0\"</is3d>\n   <size>\"6\"</size>\n"
                 "   <min>\"0,0,0\"</min>\n   <max>\"1,1,1\"</max>\n   <data>\"" +
                 shaperData + "\"</data>\n </sublut>\n");
-  Fill(longest, 65536, false);
+  Ramp(longest, 65536, false);
   longest.SetDomain({-0.25f, 0.1f, 0, 1}, {1.25f, 0.9f, 3, 1});
   for (const COv3DLUT* lut : {&small, &longest}) {
     const auto read = Read(Children(*lut));
@@ -105,16 +102,16 @@ TEST_F(XMLReaders, ElementsAreWrittenExactlyAndReadBackWithTheDigest) {
 
 TEST_F(XMLReaders, ElementsReadInAnyOrderOrYieldNoLUT) {
   COv3DLUT oneD, threeD, longest;
-  Fill(oneD, 2, false);
-  Fill(threeD, 2, true);
-  Fill(longest, 65536, false);
+  Ramp(oneD, 2, false);
+  Ramp(threeD, 2, true);
+  Ramp(longest, 65536, false);
   auto withShaper = std::make_shared<COv3DLUT>(), inner = std::make_shared<COv3DLUT>();
-  Fill(*withShaper, 3, false);
-  Fill(*inner, 4, false);
+  Ramp(*withShaper, 3, false);
+  Ramp(*inner, 4, false);
   withShaper->SetInputShaper(inner);
   const std::string good = Children(oneD), data = HexOf(oneD.Table(), 32);
   const auto replace = [&good](std::string_view from, std::string_view to) {
-    return std::string(good).replace(good.find(from), from.size(), to);
+    return Replace(good, from, to);
   };
   std::string tooLong = Children(longest);
   tooLong.replace(tooLong.find("65536"), 5, "65537").insert(tooLong.find("\"</data>"), 32, '0');
