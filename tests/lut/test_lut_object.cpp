@@ -15,8 +15,6 @@
 namespace crandle_test {
 namespace {
 
-using Tincta::COv3DLUT;
-using Tincta::Vec4;
 namespace fs = std::filesystem;
 
 // Allocation gives aligned entries and the default domain, which SetDomain maps onto texel centres.
@@ -122,7 +120,7 @@ std::string MarkedCube(double mark) {
 }
 
 bool Load(COv3DLUT& lut, const std::string& path) {
-  return lut.LoadFromFile(path, false, Tincta::ELUTKindFilter::Any, true);
+  return lut.LoadFromFile(path, false, ELUTKindFilter::Any, true);
 }
 
 TEST_F(LUTLoad, RelativePathsTryTheLUTDirectoryFirstThenAsGiven) {
@@ -221,7 +219,7 @@ TEST_F(LUTLoad, Short1DTablesAreWidenedFromFileAndFromMemory) {
     EXPECT_EQ(Tincta::COvLUTCache::Instance().EntryCount(), entries);
     for (const COv3DLUT* lut : {&fromFile, &fromMemory}) {
       ASSERT_EQ(lut->Size(), widened) << size;
-      EXPECT_EQ(lut->DomainMax(), (Tincta::Vec4{1, 2, 4, 1}));
+      EXPECT_EQ(lut->DomainMax(), (Vec4{1, 2, 4, 1}));
       EXPECT_FLOAT_EQ(lut->IndexScale()[2], float((widened - 1) / 4.0));
       for (uint32_t j = 0; j < widened; ++j)  // a ramp stays a ramp, one entry a constant
         ASSERT_NEAR(At(*lut, j)[0], size == 1 ? 0.0 : double(j) / (widened - 1), 1e-6) << j;

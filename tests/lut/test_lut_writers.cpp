@@ -16,7 +16,6 @@
 namespace crandle_test {
 namespace {
 
-using Tincta::COv3DLUT;
 using Tincta::ELUTFileFormat;
 
 std::string Write(const COv3DLUT& lut, ELUTFileFormat format,
@@ -36,7 +35,6 @@ std::string Refusal(const COv3DLUT& lut, ELUTFileFormat format,
 
 // Small tables as exact bytes; mesh shaper lines from the grid or the shaper the table was given.
 TEST(LUTWriters, SmallTablesComeOutAsExactBytes) {
-  using Tincta::Vec4;
   // Entry i holds (i/8, i/4 - 0.5, 1 - i/16): red fastest in cube and Truelight text.
   COv3DLUT cube, positive, curve, identity, shaped, six;
   Fill(cube, 2, true, [](size_t i) { return Vec4{i / 8.0f, i / 4.0f - 0.5f, 1 - i / 16.0f, 1}; });
@@ -101,13 +99,11 @@ TEST(LUTWriters, SmallTablesComeOutAsExactBytes) {
 TEST(LUTWriters, TablesAFormatCannotHoldAreRefusedWithTheReason) {
   // Shapers, domains and 1-D tables are refused in the round trip below.
   COv3DLUT curve, cube, negative, dim, empty;
-  Fill(curve, 5000, false, [](size_t i) { return Tincta::Vec4{float(i) / 4999, 0, 0, 1}; });
-  Fill(cube, 3, true, [](size_t) { return Tincta::Vec4{0.5f, 0.5f, 0.5f, 1}; });
-  Fill(negative, 3, true, [](size_t i) {
-    return Tincta::Vec4{i == 13 ? -0.01f : 0.5f, 0.5f, 0.5f, 1};
-  });
+  Fill(curve, 5000, false, [](size_t i) { return Vec4{float(i) / 4999, 0, 0, 1}; });
+  Fill(cube, 3, true, [](size_t) { return Vec4{0.5f, 0.5f, 0.5f, 1}; });
+  Fill(negative, 3, true, [](size_t i) { return Vec4{i == 13 ? -0.01f : 0.5f, 0.5f, 0.5f, 1}; });
   // No header and values up to 0.4: the top 16-bit code, 26214, reads as 15 bits.
-  Fill(dim, 6, true, [](size_t i) { return Tincta::Vec4{float(i % 6) / 12.5f, 0, 0, 1}; });
+  Fill(dim, 6, true, [](size_t i) { return Vec4{float(i % 6) / 12.5f, 0, 0, 1}; });
   const struct {
     const COv3DLUT& lut;
     ELUTFileFormat format;

@@ -20,6 +20,10 @@
 
 namespace crandle_test {
 
+using Tincta::COv3DLUT;
+using Tincta::ELUTKindFilter;
+using Tincta::Vec4;
+
 /// ParseLUTData on exactly `bytes.size()` heap bytes, so that the sanitizers see any overread.
 inline bool Parse(Tincta::COv3DLUT& lut, const std::vector<uint8_t>& bytes,
                   const Tincta::SParseOptions& options = {}) {
@@ -35,6 +39,8 @@ inline bool Parse(Tincta::COv3DLUT& lut, std::string_view text,
 /// What one reader makes of bytes on its own: someone else's (its probe declines them, and the
 /// detector would go on), a failed read, or a table.
 enum class EReadOutcome { NotThisFormat, Failed, Loaded };
+constexpr auto kNot = EReadOutcome::NotThisFormat, kFailed = EReadOutcome::Failed,
+               kLoaded = EReadOutcome::Loaded;
 /// A reader by its name in the detector's table.
 using Reader = std::string_view;
 /// One reader alone, probe then read, on exactly `text.size()` heap bytes, with the options.

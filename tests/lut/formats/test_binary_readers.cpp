@@ -10,10 +10,6 @@
 namespace crandle_test {
 namespace {
 
-using Tincta::COv3DLUT;
-using Tincta::ELUTKindFilter;
-using Tincta::Vec4;
-
 using BinaryReaders = LUTTest;
 
 const Rgb kMin{-0.25f, 0, 0.5f}, kMax{1.25f, 2, 0.75f};

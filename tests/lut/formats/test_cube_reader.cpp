@@ -21,12 +21,7 @@
 namespace crandle_test {
 namespace {
 
-using Tincta::COv3DLUT;
-using Tincta::ELUTKindFilter;
-using Tincta::Vec4;
 using namespace std::string_literals;
-constexpr auto kNot = EReadOutcome::NotThisFormat, kFailed = EReadOutcome::Failed;
-constexpr auto kLoaded = EReadOutcome::Loaded;
 
 EReadOutcome Read(COv3DLUT& lut, std::string_view text, ELUTKindFilter kind = {}) {
   return ReadAlone("cube", lut, text, {.kindFilter = kind});

@@ -18,8 +18,6 @@
 namespace crandle_test {
 namespace {
 
-using Tincta::COv3DLUT;
-using Tincta::ELUTKindFilter;
 namespace fs = std::filesystem;
 
 using Detection = LUTTest;
@@ -100,7 +98,7 @@ TEST_F(Detection, EachBufferGoesToTheFirstReaderThatClaimsIt) {
     if (c.size == 0) ExpectCleared(lut);
   }
   COv3DLUT lut;
-  EXPECT_FALSE(lut.ParseLUTData(nullptr, 10, false, Tincta::ELUTKindFilter::Any, true));
+  EXPECT_FALSE(lut.ParseLUTData(nullptr, 10, false, ELUTKindFilter::Any, true));
 }
 
 TEST_F(Detection, TextNoReaderTakesIsBakedAsACorrectionOrRefused) {
@@ -108,7 +106,7 @@ TEST_F(Detection, TextNoReaderTakesIsBakedAsACorrectionOrRefused) {
   ASSERT_TRUE(Parse(lut, CDLText("2 1 0.5", "-0.5 0 0.25", "2 1 0.5"),
                     {.kindFilter = ELUTKindFilter::Only1D}));
   ASSERT_EQ(lut.Size(), 1024u);
-  EXPECT_EQ(lut.DomainMin(), (Tincta::Vec4{0, 0, 0, 1}));
+  EXPECT_EQ(lut.DomainMin(), (Vec4{0, 0, 0, 1}));
   for (uint32_t i = 0; i < 1024; ++i) {
     const long double x = (long double)i / 1023, red = std::clamp(2 * x - 0.5L, 0.0L, 1.0L);
     ASSERT_NEAR(At(lut, i)[0], double(red * red), 1e-6) << i;

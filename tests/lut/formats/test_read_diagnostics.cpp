@@ -12,7 +12,6 @@
 namespace crandle_test {
 namespace {
 
-using Tincta::COv3DLUT;
 using Tincta::SLUTReadDiagnostics;
 
 // Eight plain lines after the size line: line n + 2 holds entry n.

@@ -9,10 +9,7 @@
 namespace crandle_test {
 namespace {
 
-using Tincta::COv3DLUT;
-using Tincta::ELUTKindFilter;
 using Tincta::EShaperLineOutcome;
-using Tincta::Vec4;
 
 using TextGrids = LUTTest;
 
@@ -101,13 +98,12 @@ TEST_F(TextGrids, EachMeshHeaderGivesItsGridScaleAndShaper) {
 TEST_F(TextGrids, BrokenFilesFailAndLeaveNothing) {
   std::vector<Rgb> tooLong = IdentityRamp(4097), curve = IdentityRamp(3);
   tooLong[100] = curve[1] = {0.5f, 0.1f, 0.7f};
-  const auto kNot = EReadOutcome::NotThisFormat;
   const Reader truelight = "Truelight", meshReader = "mesh";
   const struct {
     Reader reader;
     std::string text;
     ELUTKindFilter kind = ELUTKindFilter::Any;
-    EReadOutcome outcome = EReadOutcome::Failed;
+    EReadOutcome outcome = kFailed;
   } cases[] = {
       {truelight, TruelightText(0, curve, NodeColours(2)), ELUTKindFilter::Only3D},
       {truelight, TruelightText(2, {}, NodeColours(2)), ELUTKindFilter::Only1D},

@@ -8,9 +8,6 @@
 namespace crandle_test {
 namespace {
 
-using Tincta::COv3DLUT;
-using Tincta::Vec4;
-
 using XMLReaders = LUTTest;
 
 TEST_F(XMLReaders, LooksGiveTheFloatsBitForBitWithTheirDomainOrNothing) {
