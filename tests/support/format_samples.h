@@ -57,6 +57,10 @@ struct SFloatImage {
 std::vector<uint8_t> FloatImageBytes(const SFloatImage& image, uint64_t entries,
                                      const std::function<Rgb(uint64_t)>& rgb);
 
+/// The bytes as a string.
+inline std::string AsText(const std::vector<uint8_t>& bytes) {
+  return {bytes.begin(), bytes.end()};
+}
 /// Upper-case hexadecimal of the bytes.
 std::string HexOf(const void* bytes, size_t count);
 /// An XML look with a LUT of `size` points per axis and optional domain elements.

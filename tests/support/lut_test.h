@@ -79,10 +79,6 @@ void Fill(Tincta::COv3DLUT& lut, uint32_t n, bool is3D, F entry) {
 /// The eight corners of a two-point cube, one a line: line i holds (r, g, b) with i = r + 2g + 4b.
 inline const std::string kCorners2 = "0 0 0\n1 0 0\n0 1 0\n1 1 0\n0 0 1\n1 0 1\n0 1 1\n1 1 1\n";
 
-inline std::string AsText(const std::vector<uint8_t>& bytes) {
-  return {bytes.begin(), bytes.end()};
-}
-
 /// Parses a two-point Truelight cube behind a kept four-entry shaper into `lut`, so that a later
 /// read can be seen to drop both.
 inline void HoldShapedTable(Tincta::COv3DLUT& lut) {
