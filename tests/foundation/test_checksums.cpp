@@ -9,6 +9,8 @@
 #include <set>
 #include <sstream>
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "foundation/cpu_features.h"
@@ -55,11 +57,12 @@ TEST(ProcessorFeatures, AgreeWithTheKernel) {
     flags.insert(word);
   if (flags.empty()) GTEST_SKIP() << "/proc/cpuinfo has no flags line";
   const auto features = Tincta::DetectProcessorFeatures(nullptr);
-  EXPECT_EQ(features.sse41, flags.count("sse4_1") == 1);
-  EXPECT_EQ(features.sse42, flags.count("sse4_2") == 1);
-  EXPECT_EQ(features.fma, flags.count("fma") == 1);
-  EXPECT_EQ(features.f16c, flags.count("f16c") == 1);
-  EXPECT_EQ(features.avx2, flags.count("avx2") == 1);
+  for (const auto& [flag, name] : {std::pair{features.sse41, "sse4_1"},
+                                   {features.sse42, "sse4_2"},
+                                   {features.fma, "fma"},
+                                   {features.f16c, "f16c"},
+                                   {features.avx2, "avx2"}})
+    EXPECT_EQ(flag, flags.count(name) == 1) << name;
   EXPECT_EQ(features.avx && features.osSavesYmm, flags.count("avx") == 1);  // the kernel's rule
   const bool wide = flags.count("avx") && flags.count("avx2") && flags.count("fma");
   const char* tier = !flags.count("sse4_1") ? "scalar" : wide ? "avx2" : "sse";
@@ -69,33 +72,25 @@ TEST(ProcessorFeatures, AgreeWithTheKernel) {
 // Each requirement of a tier, taken away alone, drops the tier; tiers nest, so a processor
 // without SSE4.1 runs no vector kernel whatever else it reports.
 TEST(SimdTier, FollowsTheRecord) {
-  using Tincta::ESimdTier;
-  Tincta::SProcessorFeatures full;
+  using Tincta::SProcessorFeatures;
+  SProcessorFeatures full;
   full.sse41 = full.avx = full.avx2 = full.fma = full.osSavesYmm = true;
-  struct SCase {
-    const char* what;
-    bool Tincta::SProcessorFeatures::*change;
-    bool value;
-    ESimdTier tier;
-    const char* name;
+  const std::tuple<bool SProcessorFeatures::*, bool, const char*> cases[] = {
+      {&SProcessorFeatures::sse42, true, "avx2"},  // everything
+      {&SProcessorFeatures::avx, false, "sse"},
+      {&SProcessorFeatures::avx2, false, "sse"},
+      {&SProcessorFeatures::fma, false, "sse"},
+      {&SProcessorFeatures::osSavesYmm, false, "sse"},
+      {&SProcessorFeatures::wideVectorsSwitchedOff, true, "sse"},
+      {&SProcessorFeatures::sse41, false, "scalar"},
   };
-  const SCase cases[] = {
-      {"everything", &Tincta::SProcessorFeatures::sse42, true, ESimdTier::kAVX2, "avx2"},
-      {"no avx", &Tincta::SProcessorFeatures::avx, false, ESimdTier::kSSE, "sse"},
-      {"no avx2", &Tincta::SProcessorFeatures::avx2, false, ESimdTier::kSSE, "sse"},
-      {"no fma", &Tincta::SProcessorFeatures::fma, false, ESimdTier::kSSE, "sse"},
-      {"no ymm state", &Tincta::SProcessorFeatures::osSavesYmm, false, ESimdTier::kSSE, "sse"},
-      {"switched off", &Tincta::SProcessorFeatures::wideVectorsSwitchedOff, true, ESimdTier::kSSE,
-       "sse"},
-      {"no sse4.1", &Tincta::SProcessorFeatures::sse41, false, ESimdTier::kScalar, "scalar"},
-  };
-  for (const SCase& c : cases) {
-    Tincta::SProcessorFeatures features = full;
-    features.*c.change = c.value;
-    EXPECT_EQ(Tincta::SimdTierOf(features), c.tier) << c.what;
-    EXPECT_STREQ(Tincta::SimdTierName(Tincta::SimdTierOf(features)), c.name) << c.what;
+  for (const auto& [change, value, tier] : cases) {
+    SProcessorFeatures features = full;
+    features.*change = value;
+    EXPECT_STREQ(Tincta::SimdTierName(Tincta::SimdTierOf(features)), tier) << tier << value;
   }
-  EXPECT_EQ(Tincta::SimdTierOf(Tincta::SProcessorFeatures{}), ESimdTier::kScalar);
+  EXPECT_EQ(Tincta::SimdTierOf(full), Tincta::ESimdTier::kAVX2);
+  EXPECT_EQ(Tincta::SimdTierOf(SProcessorFeatures{}), Tincta::ESimdTier::kScalar);
 }
 
 // Only the exact word "sse" switches the wide kernels off, and detection stays as it is.
