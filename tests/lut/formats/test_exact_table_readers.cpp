@@ -95,8 +95,8 @@ TEST_F(BinaryReaders, TablesAreReadExactlyWithTheirDomainsOrNotAtAll) {
       // Any character but "0"-"9" and "A"-"F" in the data is dropped; names ignore case; a look
       // without a LUT child is passed over.
       {"<?xml version=\"1.0\"?><grade><look><name>first</name></look><LOOK><lut><SIZE>2</SIZE>"
-       "<data>\"xyz-!ace" +
-           look.substr(data, dataEnd - data) + "\"</data></lut></LOOK></grade>",
+       "<Data>\"xyz-!ace" +
+           look.substr(data, dataEnd - data) + "\"</Data></lut></LOOK></grade>",
        2, true, LookEntry, unitMin, one},
   };
   for (const auto& c : cases) {
