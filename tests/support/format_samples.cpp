@@ -29,6 +29,14 @@ Codes Node(uint32_t i, uint32_t n, bool blueFastest) {
   return blueFastest ? Codes{fastFirst[2], fastFirst[1], fastFirst[0]} : fastFirst;
 }
 
+// "%.6f %.6f %.6f" of a colour.
+std::string RgbLine(const Rgb& rgb) {
+  char text[128];
+  std::snprintf(text, sizeof(text), "%.6f %.6f %.6f", double(rgb[0]), double(rgb[1]),
+                double(rgb[2]));
+  return text;
+}
+
 }  // namespace
 
 Rgb NodeColour(uint32_t r, uint32_t g, uint32_t b, uint32_t size) {
@@ -54,13 +62,6 @@ float Printed(float value) {
   char text[64];
   std::snprintf(text, sizeof(text), "%.6f", double(value));
   return std::strtof(text, nullptr);
-}
-
-std::string RgbLine(const Rgb& rgb) {
-  char text[128];
-  std::snprintf(text, sizeof(text), "%.6f %.6f %.6f", double(rgb[0]), double(rgb[1]),
-                double(rgb[2]));
-  return text;
 }
 
 std::vector<Rgb> IdentityRamp(uint32_t n) {

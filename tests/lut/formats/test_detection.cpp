@@ -70,11 +70,9 @@ TEST_F(Detection, EachBufferGoesToTheFirstReaderThatClaimsIt) {
       {TruelightText(2, {}, NodeColours(2)), "Truelight", 2},
       {"# iDims 7\n# Truelight Cube v2.0\n", transform, -1},
       {"# iDims 3\n# Truelight Cube v2.0\n", "Truelight", 0},
-      {mesh, "mesh", 3},
       {"3DMESH\nMesh 0 10\n" + cdl, transform, -1},
       {"3DMESH\nMesh 0 10\n" + cdl, none, 0, ELUTKindFilter::Only3D},
       {"# entries = 3\n" + cdl, "mesh", 0},  // broken header: final
-      {cdl, transform, 1024},
   };
   const auto claimant = [](const std::string& text, ELUTKindFilter kind) -> std::string {
     const auto* bytes = reinterpret_cast<const uint8_t*>(text.data());
