@@ -93,8 +93,6 @@ std::vector<SDiagnosisCase> Cases() {
        "kind 2 is neither 1 (1-D) nor 3 (3-D)"},
       {FloatImage({.magic = "OVTX", .size = 2, .kind = 3}, 7), "float image",
        "the file holds 100 bytes, a table of 8 entries needs 112"},
-      {FloatImage({.magic = "OTX2", .size = 2, .kind = 1, .min = {0, 0, 1}, .max = {1, 1, 0}}, 2),
-       "float image", "", "the domain is inverted: blue minimum 1 is above its maximum 0"},
       {AsText(packed), "packed 10-bit cube", "the word at byte 660 is not 0xFFFFFFFF"},
       {lowerCase, "XML look",
        "the data holds 2 upper-case hexadecimal digits, a cube of 2 needs 192"},
