@@ -40,7 +40,7 @@ TEST(LUTWriters, SmallTablesComeOutAsExactBytes) {
   Fill(cube, 2, true, [](size_t i) { return Vec4{i / 8.0f, i / 4.0f - 0.5f, 1 - i / 16.0f, 1}; });
   // The mesh holds no negatives: green as red.
   Fill(positive, 2, true, [](size_t i) { return Vec4{i / 8.0f, i / 8.0f, 1 - i / 16.0f, 1}; });
-  // A 1-D table with a domain (the image's bytes are pinned with the binary readers).
+  // A 1-D table with a domain (the image's bytes are pinned by the blob test of the readers).
   Fill(curve, 2, false, [](size_t i) { return Vec4{float(i), 0.5f, 2.0f * float(i), 1}; });
   curve.SetDomain({-1, 0, 0, 0}, {1, 2, 0.5f, 1});
   Fill(identity, 5, true, [](size_t i) {
