@@ -1,15 +1,12 @@
 // The exact evaluator against values worked out by hand: curves with known entries, cubes of
 // several sizes holding multilinear functions (which trilinear interpolation reproduces exactly,
 // so the expectation is the function itself), domains other than [0, 1], a shaper, and NaN.
-#include <gtest/gtest.h>
-
 #include <cmath>
-#include <functional>
 #include <memory>
 #include <random>
 
-#include "lut/lut3d.h"
 #include "lut/lut_evaluate.h"
+#include "support/lut_test.h"
 
 namespace {
 
@@ -23,14 +20,12 @@ Rgb64 Multilinear(const Rgb64& u) {
   return {0.1 + 0.5 * r + 0.2 * g * b, r * g * b - 0.25 * g, 1.0 - 0.3 * b + 0.4 * r * g};
 }
 
-void FillCube(COv3DLUT& lut, uint32_t n, const std::function<Rgb64(const Rgb64&)>& f) {
-  ASSERT_TRUE(lut.Allocate(n, true));
-  for (uint32_t e = 0; e < lut.EntryCount(); ++e) {
-    const double last = n - 1;
-    const Rgb64 v = f({(e % n) / last, (e / n % n) / last, (e / n / n) / last});
-    for (int c = 0; c < 4; ++c)
-      lut.Table()[4 * e + c] = c < 3 ? float(v[c]) : 1.0f;
-  }
+// A cube of n points per axis holding Multilinear at its nodes.
+void FillCube(COv3DLUT& lut, uint32_t n) {
+  crandle_test::Fill(lut, n, true, [last = double(n - 1), n](size_t e) {
+    const Rgb64 v = Multilinear({(e % n) / last, (e / n % n) / last, (e / n / n) / last});
+    return Tincta::Vec4{float(v[0]), float(v[1]), float(v[2]), 1};
+  });
 }
 
 TEST(LUTEvaluate, CurvesInterpolateTheirEntriesAndHoldTheEndsOutsideTheDomain) {
@@ -58,7 +53,7 @@ TEST(LUTEvaluate, CurvesInterpolateTheirEntriesAndHoldTheEndsOutsideTheDomain) {
 TEST(LUTEvaluate, CubesOfEverySizeReproduceMultilinearFunctionsUpToTheLastEntry) {
   for (const uint32_t n : {2u, 3u, 5u, 17u, 32u, 33u, 65u}) {
     COv3DLUT lut;
-    FillCube(lut, n, Multilinear);
+    FillCube(lut, n);
     std::mt19937 random(n);
     std::uniform_real_distribution<double> unit(0.0, 1.0);
     std::vector<Rgb64> inputs = {{0, 0, 0}, {1, 1, 1}, {1, 0, 1}, {0.5, 0.25, 0.75}};
@@ -80,7 +75,7 @@ TEST(LUTEvaluate, CubesOfEverySizeReproduceMultilinearFunctionsUpToTheLastEntry)
 
 TEST(LUTEvaluate, DomainsMapOntoTheEntriesPerChannelAndClampOutside) {
   COv3DLUT lut;
-  FillCube(lut, 2, Multilinear);
+  FillCube(lut, 2);
   const Rgb64 min{-0.5, 0, 1}, max{2, 4, 3};
   lut.SetDomain({-0.5f, 0, 1, 0}, {2, 4, 3, 1});
   auto unitOf = [&](const Rgb64& x) {
@@ -105,7 +100,7 @@ TEST(LUTEvaluate, AShaperGivesTheCubesTextureCoordinates) {
   // A 2-point cube behind a 3-entry shaper whose middle entry sits a quarter of the way between
   // the texel centres 0.25 and 0.75: inputs up to 0.5 reach u = x / 2, the rest rise to 1.
   COv3DLUT lut;
-  FillCube(lut, 2, Multilinear);
+  FillCube(lut, 2);
   auto shaper = std::make_shared<COv3DLUT>();
   ASSERT_TRUE(shaper->Allocate(3, false));
   for (int i = 0; i < 12; ++i)

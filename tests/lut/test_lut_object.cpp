@@ -15,8 +15,6 @@
 namespace crandle_test {
 namespace {
 
-using Tincta::COv3DLUT;
-using Tincta::Vec4;
 namespace fs = std::filesystem;
 
 // Allocation gives aligned entries and the default domain, which SetDomain maps onto texel centres.
@@ -73,8 +71,7 @@ using LUTCache = LUTTest;
 // A 1-D table of `size` entries (16 bytes each), every float `mark`.
 std::unique_ptr<COv3DLUT> Table(uint32_t size, float mark = 0) {
   auto lut = std::make_unique<COv3DLUT>();
-  EXPECT_TRUE(lut->Allocate(size, false));
-  std::fill(lut->Table(), lut->Table() + 4 * size, mark);
+  Fill(*lut, size, false, [mark](size_t) { return Vec4{mark, mark, mark, mark}; });
   return lut;
 }
 
@@ -123,7 +120,7 @@ std::string MarkedCube(double mark) {
 }
 
 bool Load(COv3DLUT& lut, const std::string& path) {
-  return lut.LoadFromFile(path, false, Tincta::ELUTKindFilter::Any, true);
+  return lut.LoadFromFile(path, false, ELUTKindFilter::Any, true);
 }
 
 TEST_F(LUTLoad, RelativePathsTryTheLUTDirectoryFirstThenAsGiven) {
@@ -222,7 +219,7 @@ TEST_F(LUTLoad, Short1DTablesAreWidenedFromFileAndFromMemory) {
     EXPECT_EQ(Tincta::COvLUTCache::Instance().EntryCount(), entries);
     for (const COv3DLUT* lut : {&fromFile, &fromMemory}) {
       ASSERT_EQ(lut->Size(), widened) << size;
-      EXPECT_EQ(lut->DomainMax(), (Tincta::Vec4{1, 2, 4, 1}));
+      EXPECT_EQ(lut->DomainMax(), (Vec4{1, 2, 4, 1}));
       EXPECT_FLOAT_EQ(lut->IndexScale()[2], float((widened - 1) / 4.0));
       for (uint32_t j = 0; j < widened; ++j)  // a ramp stays a ramp, one entry a constant
         ASSERT_NEAR(At(*lut, j)[0], size == 1 ? 0.0 : double(j) / (widened - 1), 1e-6) << j;
@@ -310,11 +307,10 @@ TEST_F(Upsampling, ReadersGoToThePowerOfTwoAboveUpToTheirCaps) {
                     });
   };
   const auto packed = [&code](uint32_t exponent, uint32_t n) {
-    const auto bytes =
+    return AsText(
         Packed10Bytes(exponent % 2 == 0, exponent, [&](uint32_t r, uint32_t g, uint32_t b) {
           return PackWord(code(n, r), code(n, g), code(n, b));
-        });
-    return std::string(bytes.begin(), bytes.end());
+        }));
   };
   const struct {
     std::string bytes;

@@ -29,6 +29,14 @@ Codes Node(uint32_t i, uint32_t n, bool blueFastest) {
   return blueFastest ? Codes{fastFirst[2], fastFirst[1], fastFirst[0]} : fastFirst;
 }
 
+// "%.6f %.6f %.6f" of a colour.
+std::string RgbLine(const Rgb& rgb) {
+  char text[128];
+  std::snprintf(text, sizeof(text), "%.6f %.6f %.6f", double(rgb[0]), double(rgb[1]),
+                double(rgb[2]));
+  return text;
+}
+
 }  // namespace
 
 Rgb NodeColour(uint32_t r, uint32_t g, uint32_t b, uint32_t size) {
@@ -54,13 +62,6 @@ float Printed(float value) {
   char text[64];
   std::snprintf(text, sizeof(text), "%.6f", double(value));
   return std::strtof(text, nullptr);
-}
-
-std::string RgbLine(const Rgb& rgb) {
-  char text[128];
-  std::snprintf(text, sizeof(text), "%.6f %.6f %.6f", double(rgb[0]), double(rgb[1]),
-                double(rgb[2]));
-  return text;
 }
 
 std::vector<Rgb> IdentityRamp(uint32_t n) {
@@ -183,9 +184,6 @@ std::string CDLText(std::string_view slope, std::string_view offset, std::string
 }
 
 std::vector<SSeed> ParseLUTDataSeeds() {
-  const auto text = [](std::vector<uint8_t> bytes) {
-    return std::string(bytes.begin(), bytes.end());
-  };
   const auto cubeNode = [](uint64_t i) {
     return NodeColour(uint32_t(i % 2), uint32_t(i / 2 % 2), uint32_t(i / 4), 2);
   };
@@ -215,13 +213,13 @@ std::vector<SSeed> ParseLUTDataSeeds() {
       {"mesh_shaper_line.3dl", MeshText("0 100 700 1023\n", 4, NodeCodesOf(4, 4096))},
       {"mesh_comment_shaper.3dl",
        MeshText("# 0 10 20 500 1023\n3DMESHHW\nMesh 2 10\n", 5, NodeCodesOf(5, 1024))},
-      {"packed_big.3lut", text(Packed10Bytes(true, 1, ramp(511)))},
-      {"packed_little.3lut", text(Packed10Bytes(false, 0, ramp(1023)))},
+      {"packed_big.3lut", AsText(Packed10Bytes(true, 1, ramp(511)))},
+      {"packed_little.3lut", AsText(Packed10Bytes(false, 0, ramp(1023)))},
       {"look.xml", XMLLookText(2, NodeColours(2), "0, 0, 0", "1, 1, 1")},
       {"cdl.cc", CDLText("1.1 1.0 0.9", "0.01 0 -0.01", "1.0 1.2 0.8")},
-      {"float_ovtx.bin", text(FloatImageBytes({"OVTX", 2, 3}, 8, cubeNode))},
-      {"float_otx2.bin", text(FloatImageBytes({"OTX2", 4, 1}, 4, curveNode))},
-      {"float_otx3.bin", text(FloatImageBytes({"OTX3", 2, 3}, 8, cubeNode))},
+      {"float_ovtx.bin", AsText(FloatImageBytes({"OVTX", 2, 3}, 8, cubeNode))},
+      {"float_otx2.bin", AsText(FloatImageBytes({"OTX2", 4, 1}, 4, curveNode))},
+      {"float_otx3.bin", AsText(FloatImageBytes({"OTX3", 2, 3}, 8, cubeNode))},
   };
 }
 

@@ -23,9 +23,8 @@ Rgb NodeColour(uint32_t r, uint32_t g, uint32_t b, uint32_t size);
 NodeFunction NodeColours(uint32_t size);
 CodeFunction NodeCodesOf(uint32_t size, uint32_t levels);
 
-/// The float a reader gets back from "%.6f" of `value`, and "%.6f %.6f %.6f" of a colour.
+/// The float a reader gets back from "%.6f" of `value`.
 float Printed(float value);
-std::string RgbLine(const Rgb& rgb);
 /// Entries i / (n - 1) on every channel.
 std::vector<Rgb> IdentityRamp(uint32_t n);
 
@@ -57,6 +56,10 @@ struct SFloatImage {
 std::vector<uint8_t> FloatImageBytes(const SFloatImage& image, uint64_t entries,
                                      const std::function<Rgb(uint64_t)>& rgb);
 
+/// The bytes as a string.
+inline std::string AsText(const std::vector<uint8_t>& bytes) {
+  return {bytes.begin(), bytes.end()};
+}
 /// Upper-case hexadecimal of the bytes.
 std::string HexOf(const void* bytes, size_t count);
 /// An XML look with a LUT of `size` points per axis and optional domain elements.

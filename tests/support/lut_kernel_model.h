@@ -233,17 +233,11 @@ inline void FillModelSource(const SModelCase& c, const SPixelRows& rows, uint32_
     const int rgb = 2 - channel;
     const double lo = c.min[rgb], hi = c.max[rgb], span = hi - lo;
     const uint32_t n = c.kind == EModelKind::k1D3D ? c.shaperSize : c.size;
-    const double rounding = span * std::ldexp(1.0, -22);
-    in[channel] = {lo,
-                   hi,
-                   lo - span,
-                   hi + span,
-                   std::numeric_limits<double>::quiet_NaN(),
-                   lo + rounding,
-                   hi - rounding,
-                   lo + span / (n - 1),
-                   hi - span / (n - 1),
-                   lo + span * 0.5};
+    const double rounding = span * std::ldexp(1.0, -22), node = span / (n - 1);
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    in[channel] = {
+        lo,        hi,        lo - span,      hi + span, nan, lo + rounding, hi - rounding,
+        lo + node, hi - node, lo + span * 0.5};
     std::uniform_real_distribution<double> value(lo - 0.1 * span, hi + 0.1 * span);
     while (in[channel].size() < count)
       in[channel].push_back(value(rng));

@@ -5,7 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -17,6 +19,10 @@
 #include "support/lut_samples.h"
 
 namespace crandle_test {
+
+using Tincta::COv3DLUT;
+using Tincta::ELUTKindFilter;
+using Tincta::Vec4;
 
 /// ParseLUTData on exactly `bytes.size()` heap bytes, so that the sanitizers see any overread.
 inline bool Parse(Tincta::COv3DLUT& lut, const std::vector<uint8_t>& bytes,
@@ -33,6 +39,8 @@ inline bool Parse(Tincta::COv3DLUT& lut, std::string_view text,
 /// What one reader makes of bytes on its own: someone else's (its probe declines them, and the
 /// detector would go on), a failed read, or a table.
 enum class EReadOutcome { NotThisFormat, Failed, Loaded };
+constexpr auto kNot = EReadOutcome::NotThisFormat, kFailed = EReadOutcome::Failed,
+               kLoaded = EReadOutcome::Loaded;
 /// A reader by its name in the detector's table.
 using Reader = std::string_view;
 /// One reader alone, probe then read, on exactly `text.size()` heap bytes, with the options.
@@ -56,6 +64,27 @@ inline Tincta::Vec4 At(const Tincta::COv3DLUT& lut, size_t r, size_t g = 0, size
   const size_t n = lut.Size();
   const float* entry = lut.Table() + 4 * (r + n * g + n * n * b);
   return {entry[0], entry[1], entry[2], entry[3]};
+}
+
+/// A table of `n` entries (1-D) or n^3 (3-D, red fastest) whose entry i holds `entry(i)`.
+template <class F>
+void Fill(Tincta::COv3DLUT& lut, uint32_t n, bool is3D, F entry) {
+  ASSERT_TRUE(lut.Allocate(n, is3D));
+  for (size_t i = 0; i < lut.EntryCount(); ++i) {
+    const Tincta::Vec4 v = entry(i);
+    std::copy(v.begin(), v.end(), lut.Table() + 4 * i);
+  }
+}
+
+/// The eight corners of a two-point cube, one a line: line i holds (r, g, b) with i = r + 2g + 4b.
+inline const std::string kCorners2 = "0 0 0\n1 0 0\n0 1 0\n1 1 0\n0 0 1\n1 0 1\n0 1 1\n1 1 1\n";
+
+/// Parses a two-point Truelight cube behind a kept four-entry shaper into `lut`, so that a later
+/// read can be seen to drop both.
+inline void HoldShapedTable(Tincta::COv3DLUT& lut) {
+  std::vector<Rgb> shaper = IdentityRamp(4);
+  shaper[1] = {0.5f, 0.1f, 0.7f};
+  EXPECT_TRUE(Parse(lut, TruelightText(2, shaper, NodeColours(2))) && lut.InputShaper());
 }
 
 inline void ExpectCleared(const Tincta::COv3DLUT& lut) {
