@@ -51,18 +51,49 @@ constexpr uint32_t kBlock = 32;
 // How many steps of i ahead the grid is fetched: consecutive steps are 6 N^2 bytes apart, a
 // stride that the processor does not foresee by itself.
 constexpr uint32_t kFetchAhead = 4;
-// Images larger than this are written around the caches: they are far larger than the caches, and
-// every line written through them would first be read from memory.
+// Images larger than this are written around the caches (see ExchangeOuterAxesStreamed); smaller
+// ones are written in place, faster while they fit.
 constexpr size_t kStreamedImageBytes = size_t(16) << 20;
 
+// Asks for the run of `points` triples that step i + kFetchAhead reads after `triple`.
+void FetchAhead(const uint8_t* triple, uint32_t n, uint32_t i, uint32_t points) {
+  if (i + kFetchAhead >= n) return;
+  const uint8_t* ahead = triple + size_t(6) * kFetchAhead * n * n;
+  for (uint32_t line = 0; line < 6 * points + 63; line += 64)
+    __builtin_prefetch(ahead + line);
+}
+
 // Writes triple (i, j, k) of the grid to output point (k, j, i), output in the order k, j, i
-// fastest. For one j and a block of k, the grid holds a run of k for each i (contiguous) and the
-// output a row of i for each k: the block is converted into rows held aside, which are then copied
-// out whole. Reading whole runs and writing whole rows is what keeps the walk near the speed of
-// memory; crossing the image point by point costs a cache miss for nearly every value.
+// fastest. An image that fits the caches is written in place: a block of k is read together
+// (contiguous in the grid) and written to its rows of the output, which are filled in order.
 template <class Convert>
-bool ExchangeOuterAxes(const uint8_t* samples, uint32_t n, uint8_t* values, bool stream,
-                       const Convert& convert) {
+void ExchangeOuterAxesInCache(const uint8_t* samples, uint32_t n, uint8_t* values,
+                              const Convert& convert) {
+  const size_t outputRow = size_t(12) * n;  // one (k, j) row of i
+  for (uint32_t k0 = 0; k0 < n; k0 += kBlock) {
+    const uint32_t k1 = k0 + kBlock < n ? k0 + kBlock : n;
+    for (uint32_t j = 0; j < n; ++j) {
+      for (uint32_t i = 0; i < n; ++i) {
+        const uint8_t* triple = samples + 6 * ((uint64_t(i) * n + j) * n + k0);
+        FetchAhead(triple, n, i, k1 - k0);
+        uint8_t* value = values + (uint64_t(k0) * n + j) * outputRow + 12 * size_t(i);
+        for (uint32_t k = k0; k < k1; ++k, triple += 6, value += size_t(n) * outputRow) {
+          for (int c = 0; c < 3; ++c)
+            StoreF32LE(value + 4 * c, convert(ReadU16BE(triple + 2 * c)));
+        }
+      }
+    }
+  }
+}
+
+// The same for an image far larger than the caches. For one j and a block of k, the grid holds a
+// run of k for each i (contiguous) and the output a row of i for each k: the block is converted
+// into rows held aside, which are then copied out whole. Reading whole runs and writing whole rows
+// is what keeps the walk near the speed of memory; crossing the image point by point costs a cache
+// miss for nearly every value.
+template <class Convert>
+bool ExchangeOuterAxesStreamed(const uint8_t* samples, uint32_t n, uint8_t* values,
+                               const Convert& convert) {
   const size_t outputRow = size_t(12) * n;  // one (k, j) row of i
   const size_t outputPlane = outputRow * n;
   std::unique_ptr<uint8_t[]> rows(new (std::nothrow) uint8_t[kBlock * outputRow]);
@@ -72,11 +103,7 @@ bool ExchangeOuterAxes(const uint8_t* samples, uint32_t n, uint8_t* values, bool
       const uint32_t k1 = k0 + kBlock < n ? k0 + kBlock : n;
       for (uint32_t i = 0; i < n; ++i) {
         const uint8_t* triple = samples + 6 * ((uint64_t(i) * n + j) * n + k0);
-        if (i + kFetchAhead < n) {
-          const uint8_t* ahead = triple + size_t(6) * kFetchAhead * n * n;
-          for (uint32_t line = 0; line < 6 * (k1 - k0) + 63; line += 64)
-            __builtin_prefetch(ahead + line);
-        }
+        FetchAhead(triple, n, i, k1 - k0);
         uint8_t* value = rows.get() + 12 * size_t(i);
         for (uint32_t k = k0; k < k1; ++k, triple += 6, value += outputRow) {
           for (int c = 0; c < 3; ++c)
@@ -86,14 +113,19 @@ bool ExchangeOuterAxes(const uint8_t* samples, uint32_t n, uint8_t* values, bool
       uint8_t* row = values + k0 * outputPlane + j * outputRow;
       for (uint32_t k = k0; k < k1; ++k, row += outputPlane) {
         const uint8_t* held = rows.get() + (k - k0) * outputRow;
-        if (stream)
-          StreamingCopy(row, held, outputRow);
-        else
-          std::memcpy(row, held, outputRow);
+        StreamingCopy(row, held, outputRow);
       }
     }
   }
-  if (stream) FinishStreamingStores();
+  FinishStreamingStores();
+  return true;
+}
+
+template <class Convert>
+bool ExchangeOuterAxes(const uint8_t* samples, uint32_t n, uint8_t* values, bool stream,
+                       const Convert& convert) {
+  if (stream) return ExchangeOuterAxesStreamed(samples, n, values, convert);
+  ExchangeOuterAxesInCache(samples, n, values, convert);
   return true;
 }
 
