@@ -5,15 +5,12 @@
 #include <mutex>
 
 #include "frame_pipeline.h"
+#include "process_clock.h"
 
 namespace crandle_tool {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-double MillisecondsSince(Clock::time_point start) {
-  return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
-}
 
 struct SBand {
   std::vector<uint8_t> samples;

@@ -35,10 +35,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-double MillisecondsSince(Clock::time_point start) {
-  return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
-}
-
 using CApplyError = CImageError;
 
 OIIO::TypeDesc FileTypeFor(const std::string& depth, const OIIO::TypeDesc& inputType) {

@@ -9,6 +9,8 @@
 #include <future>
 #include <optional>
 
+#include "process_clock.h"
+
 namespace crandle_tool {
 
 /// Where the time of a pipelined run went, in milliseconds.
@@ -26,17 +28,14 @@ template <class Frame>
 void RunPipelined(size_t count, const std::function<Frame(size_t)>& load,
                   const std::function<void(size_t, Frame&)>& process, SPipelineTimes& times) {
   using Clock = std::chrono::steady_clock;
-  const auto since = [](Clock::time_point start) {
-    return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
-  };
   struct STimed {
     Frame frame;
     double ms;
   };
-  const auto timedLoad = [&load, &since](size_t index) {
+  const auto timedLoad = [&load](size_t index) {
     const Clock::time_point start = Clock::now();
     Frame frame = load(index);
-    return STimed{std::move(frame), since(start)};
+    return STimed{std::move(frame), MillisecondsSince(start)};
   };
   std::future<STimed> next;
   if (count > 0) next = std::async(std::launch::async, timedLoad, size_t(0));
@@ -46,21 +45,21 @@ void RunPipelined(size_t count, const std::function<Frame(size_t)>& load,
     try {
       current.emplace(next.get());
     } catch (...) {
-      times.waitedMs += since(waitStart);
+      times.waitedMs += MillisecondsSince(waitStart);
       throw;
     }
-    times.waitedMs += since(waitStart);
+    times.waitedMs += MillisecondsSince(waitStart);
     times.loadMs += current->ms;
     if (i + 1 < count) next = std::async(std::launch::async, timedLoad, i + 1);
     const Clock::time_point processStart = Clock::now();
     try {
       process(i, current->frame);
     } catch (...) {
-      times.processMs += since(processStart);
+      times.processMs += MillisecondsSince(processStart);
       // The frame still loading is dropped; its future waits for it on the way out.
       throw;
     }
-    times.processMs += since(processStart);
+    times.processMs += MillisecondsSince(processStart);
   }
 }
 

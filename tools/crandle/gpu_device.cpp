@@ -5,15 +5,12 @@
 
 #include "crandle/crandle.h"
 #include "host/video_frame.h"
+#include "process_clock.h"
 
 namespace crandle_tool {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-double MillisecondsSince(Clock::time_point start) {
-  return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
-}
 
 std::string LabelOf(uint32_t framework, uint32_t index) {
   return std::string(framework == host::kGPUFrameworkCUDA ? "cuda:" : "opencl:") +

@@ -203,17 +203,27 @@ bool SOpenedImage::ReadsInRows() const {
   return image.spec.tile_width <= 0;
 }
 
-bool ReadImageRows(SOpenedImage& opened, int first, int count, uint8_t* samples,
-                   std::string& error) {
-  const OIIO::ImageSpec& spec = opened.image.spec;
-  // A reader that fills what it could not read (a short strip, say) and goes on still records an
-  // error; a truncated image is refused, not passed on with zeroed pixels.
-  const bool read = opened.input->read_scanlines(0, 0, spec.y + first, spec.y + first + count, 0, 0,
-                                                 spec.nchannels, opened.image.sampleType, samples);
+namespace {
+
+// A reader that fills what it could not read (a short strip, say) and goes on still records an
+// error; a truncated image is refused, not passed on with zeroed pixels.
+bool CheckedRead(SOpenedImage& opened, bool read, std::string& error) {
   if (read && !opened.input->has_error()) return true;
   error = opened.input->geterror();
   if (error.empty()) error = "cannot read the pixels";
   return false;
+}
+
+}  // namespace
+
+bool ReadImageRows(SOpenedImage& opened, int first, int count, uint8_t* samples,
+                   std::string& error) {
+  const OIIO::ImageSpec& spec = opened.image.spec;
+  return CheckedRead(
+      opened,
+      opened.input->read_scanlines(0, 0, spec.y + first, spec.y + first + count, 0, 0,
+                                   spec.nchannels, opened.image.sampleType, samples),
+      error);
 }
 
 bool ReadOpenedImage(SOpenedImage& opened, SImage& image, std::string& error) {
@@ -228,11 +238,10 @@ bool ReadOpenedImage(SOpenedImage& opened, SImage& image, std::string& error) {
         return false;
       }
     }
-  } else if (!opened.input->read_image(0, 0, 0, read.spec.nchannels, read.sampleType,
-                                       read.samples.data()) ||
-             opened.input->has_error()) {
-    error = opened.input->geterror();
-    if (error.empty()) error = "cannot read the pixels";
+  } else if (!CheckedRead(opened,
+                          opened.input->read_image(0, 0, 0, read.spec.nchannels, read.sampleType,
+                                                   read.samples.data()),
+                          error)) {
     return false;
   }
   opened.input->close();
