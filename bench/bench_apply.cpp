@@ -183,7 +183,8 @@ void LUTKernel(benchmark::State& state, const Tincta::SCPUKernelTable& kernels, 
   for (auto _ : state) {
     for (uint32_t y = 0; y < kFrameHeight; ++y) {
       const size_t row = size_t(y) * kFrameWidth * 4;
-      program(units.Unit(1), mapping, in + row, out + row, kFrameWidth);
+      program(units.Unit(1), mapping, in + row, out + row, kFrameWidth,
+              Tincta::EDestinationWrites::kCached);
     }
     benchmark::ClobberMemory();
   }

@@ -13,6 +13,11 @@ namespace Tincta {
 namespace {
 
 constexpr uint32_t kPixelBytes = 16;
+// A destination at least this large is written around the caches when one LUT program is all
+// that writes it: keeping it there would evict what the pass still needs, and each of its lines
+// would be read from memory only to be overwritten (a third of the pass's traffic). Strips the
+// apply path converts afterwards are far smaller and stay cached for the conversion.
+constexpr size_t kStreamedDestinationBytes = 2 * 1024 * 1024;
 
 bool bIsWorkingLayout(const FrameBufferFormat& format) {
   return format.type == kFrameBufferTypeRGBA && format.precision == kPrecision32BitFloat &&
@@ -276,6 +281,11 @@ bool COvCPUCompositingEngine::bRunLayers(SRenderJob& job) {
   const bool fusedExchange =
       exchangeRedBlue_ && drawingLayers == 1 && lutProgramsOnly && !readout && !inputCopy;
   const bool exchangeApart = exchangeRedBlue_ && !fusedExchange;
+  const bool oneFinalPass = drawingLayers == 1 && lutProgramsOnly && !readout && !exchangeApart;
+  const EDestinationWrites writes =
+      oneFinalPass && size_t(job.height) * rowBytes >= kStreamedDestinationBytes
+          ? EDestinationWrites::kStreamed
+          : EDestinationWrites::kCached;
   auto newCopy = [&](std::unique_ptr<COvComplexFrameBuffer>& copy) {
     FrameBufferFormat format = job.destination->Format();
     format.topToBottom = true;
@@ -331,9 +341,9 @@ bool COvCPUCompositingEngine::bRunLayers(SRenderJob& job) {
       float* out = destinationRows.Row(row);
       if (bIsLUTProgram(op)) {
         if (fusedExchange) {
-          job.programs[i].RunExchanging(kernels, input.Row(row), out, job.width);
+          job.programs[i].RunExchanging(kernels, input.Row(row), out, job.width, writes);
         } else {
-          job.programs[i].Run(kernels, in, out, job.width);
+          job.programs[i].Run(kernels, in, out, job.width, writes);
         }
         continue;
       }

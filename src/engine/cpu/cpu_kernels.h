@@ -24,6 +24,12 @@ struct SLUTDomainMapping {
   float offset[4] = {0, 0, 0, 0};
 };
 
+/// How a LUT program writes its destination. kStreamed writes around the caches (non-temporal
+/// stores) where the destination is not the source and is aligned to the table's vector width:
+/// for a destination far larger than the caches, which nothing reads soon, it saves reading each
+/// line before it is overwritten. Results are the same either way.
+enum class EDestinationWrites { kCached, kStreamed };
+
 struct SCPUKernelTable {
   /// The tier's name (`SimdTierName`): "sse" or "avx2".
   const char* name;
@@ -47,26 +53,30 @@ struct SCPUKernelTable {
   /// The LUT programs. Each maps every pixel's red, green and blue through `mapping`, samples
   /// the table(s) and keeps the source pixel's alpha. `table` is a 1-D table for applyLUT1D and
   /// a 3-D table for applyLUT3D; applyLUT1D3D runs `shaper` 1-D per channel and samples `cube`
-  /// trilinearly at the shaper's output.
+  /// trilinearly at the shaper's output. `writes` says how the destination is written.
   void (*applyLUT1D)(const SCPUTextureUnit& table, const SLUTDomainMapping& mapping,
-                     const float* source, float* destination, size_t pixels);
+                     const float* source, float* destination, size_t pixels,
+                     EDestinationWrites writes);
   void (*applyLUT3D)(const SCPUTextureUnit& table, const SLUTDomainMapping& mapping,
-                     const float* source, float* destination, size_t pixels);
+                     const float* source, float* destination, size_t pixels,
+                     EDestinationWrites writes);
   void (*applyLUT1D3D)(const SCPUTextureUnit& shaper, const SCPUTextureUnit& cube,
                        const SLUTDomainMapping& mapping, const float* source, float* destination,
-                       size_t pixels);
+                       size_t pixels, EDestinationWrites writes);
 
   /// The LUT programs fused with the red-blue exchanges around them, for frames held blue first:
   /// bit for bit swapRedBlue over `source`, the program from `source` to `destination`, then
   /// swapRedBlue over `destination`, in one pass. The source keeps its pixels exchanged (unless
   /// it is the destination, which ends up holding the result blue first).
   void (*applyLUT1DExchanging)(const SCPUTextureUnit& table, const SLUTDomainMapping& mapping,
-                               float* source, float* destination, size_t pixels);
+                               float* source, float* destination, size_t pixels,
+                               EDestinationWrites writes);
   void (*applyLUT3DExchanging)(const SCPUTextureUnit& table, const SLUTDomainMapping& mapping,
-                               float* source, float* destination, size_t pixels);
+                               float* source, float* destination, size_t pixels,
+                               EDestinationWrites writes);
   void (*applyLUT1D3DExchanging)(const SCPUTextureUnit& shaper, const SCPUTextureUnit& cube,
                                  const SLUTDomainMapping& mapping, float* source,
-                                 float* destination, size_t pixels);
+                                 float* destination, size_t pixels, EDestinationWrites writes);
 };
 
 /// The 128-bit table; runs on every processor with SSE4.1.

@@ -45,6 +45,16 @@ inline void Transpose4(__m256& a, __m256& b, __m256& c, __m256& d) {
   d = _mm256_shuffle_ps(t1, t3, _MM_SHUFFLE(3, 2, 3, 2));
 }
 
+// Streaming (non-temporal) stores skip reading the destination's lines before they are written.
+template <bool kStream>
+inline void Store8(float* destination, __m256 value) {
+  if constexpr (kStream) {
+    _mm256_stream_ps(destination, value);
+  } else {
+    _mm256_storeu_ps(destination, value);
+  }
+}
+
 constexpr int kRedBlueOrder = _MM_SHUFFLE(3, 0, 1, 2);
 
 inline __m256 ExchangeRedBlue(__m256 pixels) {
@@ -141,17 +151,16 @@ inline void PrepareCurves(const SCPUTextureUnit& unit, const __m256 coordinates[
 // two vectors of pairs within their 128-bit halves), so that the unzipped lanes come out in order.
 inline void CurvesFromPairs(const SCPUTextureUnit& unit, const SCurveLookups& lookups,
                             __m256 planes[3]) {
-  const __m256i order = _mm256_setr_epi32(0, 1, 4, 5, 2, 3, 6, 7);
-  const __m256d all = _mm256_castsi256_pd(_mm256_set1_epi64x(-1));
   for (size_t c = 0; c < 3; ++c) {
     const auto* pairs = reinterpret_cast<const double*>(unit.curvePairs) + c * unit.width;
-    const __m256i texel =
-        _mm256_permutevar8x32_epi32(_mm256_srli_epi32(lookups.index[c], 2), order);
-    // The masked form: GCC warns that the plain one reads an uninitialised source.
-    const __m256 first = _mm256_castpd_ps(_mm256_mask_i32gather_pd(
-        _mm256_setzero_pd(), pairs, _mm256_castsi256_si128(texel), all, 8));
-    const __m256 second = _mm256_castpd_ps(_mm256_mask_i32gather_pd(
-        _mm256_setzero_pd(), pairs, _mm256_extracti128_si256(texel, 1), all, 8));
+    alignas(32) int32_t texel[8];
+    _mm256_store_si256(reinterpret_cast<__m256i*>(texel), _mm256_srli_epi32(lookups.index[c], 2));
+    const __m128d p0 = _mm_loadh_pd(_mm_load_sd(pairs + texel[0]), pairs + texel[1]);
+    const __m128d p2 = _mm_loadh_pd(_mm_load_sd(pairs + texel[2]), pairs + texel[3]);
+    const __m128d p4 = _mm_loadh_pd(_mm_load_sd(pairs + texel[4]), pairs + texel[5]);
+    const __m128d p6 = _mm_loadh_pd(_mm_load_sd(pairs + texel[6]), pairs + texel[7]);
+    const __m256 first = _mm256_castpd_ps(_mm256_insertf128_pd(_mm256_castpd128_pd256(p0), p4, 1));
+    const __m256 second = _mm256_castpd_ps(_mm256_insertf128_pd(_mm256_castpd128_pd256(p2), p6, 1));
     const __m256 low = _mm256_shuffle_ps(first, second, _MM_SHUFFLE(2, 0, 2, 0));
     const __m256 high = _mm256_shuffle_ps(first, second, _MM_SHUFFLE(3, 1, 3, 1));
     planes[c] = Lerp(low, high, lookups.fraction[c]);
@@ -198,11 +207,11 @@ inline void MapPlanes(const SLUTDomainMapping& mapping, __m256 planes[3]) {
 }
 
 // Stores result q (pixels 2q and 2q + 1, red first) with the source pixels' alpha.
-template <bool kExchange>
+template <bool kExchange, bool kStream>
 inline void StoreResult(__m256 result, const float* source, float* destination, int q) {
   if (kExchange) result = ExchangeRedBlue(result);
-  _mm256_storeu_ps(destination + 8 * q,
-                   _mm256_blend_ps(result, _mm256_loadu_ps(source + 8 * q), 0b10001000));
+  Store8<kStream>(destination + 8 * q,
+                  _mm256_blend_ps(result, _mm256_loadu_ps(source + 8 * q), 0b10001000));
 }
 
 // The LUT programs work in two stages per block of eight pixels: Prepare reads the pixels and
@@ -223,17 +232,17 @@ struct SProgram1D {
     PrepareCurves(table, planes, lookups);
     lookups.alpha = planes[3];
   }
-  template <bool kExchange>
+  template <bool kExchange, bool kStream>
   void Finish(const SLookups& lookups, const float*, float* destination) const {
     __m256 planes[3];
     Curves(table, lookups, planes);
     __m256 a = planes[kExchange ? 2 : 0], b = planes[1], c = planes[kExchange ? 0 : 2];
     __m256 d = lookups.alpha;
     Transpose4(a, b, c, d);
-    _mm256_storeu_ps(destination, a);
-    _mm256_storeu_ps(destination + 8, b);
-    _mm256_storeu_ps(destination + 16, c);
-    _mm256_storeu_ps(destination + 24, d);
+    Store8<kStream>(destination, a);
+    Store8<kStream>(destination + 8, b);
+    Store8<kStream>(destination + 16, c);
+    Store8<kStream>(destination + 24, d);
   }
 };
 
@@ -248,10 +257,10 @@ struct SProgram3D {
     MapPlanes(mapping, planes);
     PrepareTrilinear(table, planes[0], planes[1], planes[2], lookups);
   }
-  template <bool kExchange>
+  template <bool kExchange, bool kStream>
   void Finish(const SLookups& lookups, const float* source, float* destination) const {
     for (int q = 0; q < 4; ++q)
-      StoreResult<kExchange>(Trilinear(table, lookups, q), source, destination, q);
+      StoreResult<kExchange, kStream>(Trilinear(table, lookups, q), source, destination, q);
   }
 };
 
@@ -271,10 +280,10 @@ struct SProgram1D3D {
     Curves(shaper, curves, planes);
     PrepareTrilinear(cube, planes[0], planes[1], planes[2], lookups);
   }
-  template <bool kExchange>
+  template <bool kExchange, bool kStream>
   void Finish(const SLookups& lookups, const float* source, float* destination) const {
     for (int q = 0; q < 4; ++q)
-      StoreResult<kExchange>(Trilinear(cube, lookups, q), source, destination, q);
+      StoreResult<kExchange, kStream>(Trilinear(cube, lookups, q), source, destination, q);
   }
 };
 
@@ -284,9 +293,9 @@ void SwapRedBlue(float* pixels, size_t count);
 // finished; a tail of fewer than eight goes through a zero-padded copy so that nothing is read
 // or written past the row. `writeBack` is the source itself when the exchanged source pixels are
 // to be kept, else null.
-template <bool kExchange, class Program>
-void RunPipelined(const Program& program, const float* source, float* writeBack, float* destination,
-                  size_t pixels) {
+template <bool kExchange, bool kStream, class Program>
+void RunPipelinedAs(const Program& program, const float* source, float* writeBack,
+                    float* destination, size_t pixels) {
   const size_t whole = pixels / kSamplerLanes * kSamplerLanes;
   auto at = [](size_t p) { return 4 * p; };
   auto back = [writeBack, at](size_t p) { return writeBack ? writeBack + at(p) : nullptr; };
@@ -297,13 +306,14 @@ void RunPipelined(const Program& program, const float* source, float* writeBack,
     for (; p + 2 * kSamplerLanes <= whole; p += 2 * kSamplerLanes) {
       const size_t next = p + kSamplerLanes, afterNext = p + 2 * kSamplerLanes;
       program.template Prepare<kExchange>(source + at(next), back(next), odd);
-      program.template Finish<kExchange>(even, source + at(p), destination + at(p));
+      program.template Finish<kExchange, kStream>(even, source + at(p), destination + at(p));
       if (afterNext < whole) {
         program.template Prepare<kExchange>(source + at(afterNext), back(afterNext), even);
       }
-      program.template Finish<kExchange>(odd, source + at(next), destination + at(next));
+      program.template Finish<kExchange, kStream>(odd, source + at(next), destination + at(next));
     }
-    if (p != whole) program.template Finish<kExchange>(even, source + at(p), destination + at(p));
+    if (p != whole)
+      program.template Finish<kExchange, kStream>(even, source + at(p), destination + at(p));
   }
   if (whole == pixels) return;
   alignas(32) float tail[4 * kSamplerLanes] = {};
@@ -312,8 +322,22 @@ void RunPipelined(const Program& program, const float* source, float* writeBack,
   if (writeBack) SwapRedBlue(writeBack + at(whole), pixels - whole);
   typename Program::SLookups lookups;
   program.template Prepare<kExchange>(tail, nullptr, lookups);
-  program.template Finish<kExchange>(lookups, tail, tail);
+  program.template Finish<kExchange, false>(lookups, tail, tail);
   std::memcpy(destination + at(whole), tail, bytes);
+}
+
+// Streams the destination where asked, unless it is the source (whose lines the pass has just
+// read) or not aligned for the streaming stores.
+template <bool kExchange, class Program>
+void RunPipelined(const Program& program, const float* source, float* writeBack, float* destination,
+                  size_t pixels, EDestinationWrites writes) {
+  if (writes == EDestinationWrites::kStreamed && destination != source &&
+      (reinterpret_cast<uintptr_t>(destination) & 31) == 0) {
+    RunPipelinedAs<kExchange, true>(program, source, writeBack, destination, pixels);
+    _mm_sfence();
+  } else {
+    RunPipelinedAs<kExchange, false>(program, source, writeBack, destination, pixels);
+  }
 }
 
 void Sample1D(const SCPUTextureUnit& unit, const float* s, float* texels) {
@@ -406,19 +430,20 @@ void Fill32(void* destination, uint32_t value, size_t count) {
 }
 
 void ApplyLUT1D(const SCPUTextureUnit& table, const SLUTDomainMapping& mapping, const float* source,
-                float* destination, size_t pixels) {
-  RunPipelined<false>(SProgram1D{table, mapping}, source, nullptr, destination, pixels);
+                float* destination, size_t pixels, EDestinationWrites writes) {
+  RunPipelined<false>(SProgram1D{table, mapping}, source, nullptr, destination, pixels, writes);
 }
 
 void ApplyLUT3D(const SCPUTextureUnit& table, const SLUTDomainMapping& mapping, const float* source,
-                float* destination, size_t pixels) {
-  RunPipelined<false>(SProgram3D{table, mapping}, source, nullptr, destination, pixels);
+                float* destination, size_t pixels, EDestinationWrites writes) {
+  RunPipelined<false>(SProgram3D{table, mapping}, source, nullptr, destination, pixels, writes);
 }
 
 void ApplyLUT1D3D(const SCPUTextureUnit& shaper, const SCPUTextureUnit& cube,
                   const SLUTDomainMapping& mapping, const float* source, float* destination,
-                  size_t pixels) {
-  RunPipelined<false>(SProgram1D3D{shaper, cube, mapping}, source, nullptr, destination, pixels);
+                  size_t pixels, EDestinationWrites writes) {
+  RunPipelined<false>(SProgram1D3D{shaper, cube, mapping}, source, nullptr, destination, pixels,
+                      writes);
 }
 
 float* WriteBack(float* source, const float* destination) {
@@ -426,22 +451,24 @@ float* WriteBack(float* source, const float* destination) {
 }
 
 void ApplyLUT1DExchanging(const SCPUTextureUnit& table, const SLUTDomainMapping& mapping,
-                          float* source, float* destination, size_t pixels) {
+                          float* source, float* destination, size_t pixels,
+                          EDestinationWrites writes) {
   RunPipelined<true>(SProgram1D{table, mapping}, source, WriteBack(source, destination),
-                     destination, pixels);
+                     destination, pixels, writes);
 }
 
 void ApplyLUT3DExchanging(const SCPUTextureUnit& table, const SLUTDomainMapping& mapping,
-                          float* source, float* destination, size_t pixels) {
+                          float* source, float* destination, size_t pixels,
+                          EDestinationWrites writes) {
   RunPipelined<true>(SProgram3D{table, mapping}, source, WriteBack(source, destination),
-                     destination, pixels);
+                     destination, pixels, writes);
 }
 
 void ApplyLUT1D3DExchanging(const SCPUTextureUnit& shaper, const SCPUTextureUnit& cube,
                             const SLUTDomainMapping& mapping, float* source, float* destination,
-                            size_t pixels) {
+                            size_t pixels, EDestinationWrites writes) {
   RunPipelined<true>(SProgram1D3D{shaper, cube, mapping}, source, WriteBack(source, destination),
-                     destination, pixels);
+                     destination, pixels, writes);
 }
 
 constexpr SCPUKernelTable kTable{

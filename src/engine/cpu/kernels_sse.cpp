@@ -15,21 +15,35 @@ void SwapRedBlue(float* pixels, size_t count);
 // Runs `block` on whole groups of eight pixels; a tail of fewer than eight goes through a
 // zero-padded copy so that the block never reads or writes past the row. `writeBack` is the
 // source itself when the exchanged source pixels are to be kept, else null.
-template <bool kExchange, class Block>
-void RunBlocks(const float* source, float* writeBack, float* destination, size_t pixels,
-               const Block& block) {
+template <bool kExchange, bool kStream, class Block>
+void RunBlocksAs(const float* source, float* writeBack, float* destination, size_t pixels,
+                 const Block& block) {
   size_t p = 0;
   for (; p + kSamplerLanes <= pixels; p += kSamplerLanes) {
-    block.template Run<kExchange>(source + 4 * p, writeBack ? writeBack + 4 * p : nullptr,
-                                  destination + 4 * p);
+    block.template Run<kExchange, kStream>(source + 4 * p, writeBack ? writeBack + 4 * p : nullptr,
+                                           destination + 4 * p);
   }
   if (p == pixels) return;
   alignas(32) float tail[4 * kSamplerLanes] = {};
   const size_t bytes = (pixels - p) * 16;
   std::memcpy(tail, source + 4 * p, bytes);
   if (writeBack) SwapRedBlue(writeBack + 4 * p, pixels - p);
-  block.template Run<kExchange>(tail, nullptr, tail);
+  block.template Run<kExchange, false>(tail, nullptr, tail);
   std::memcpy(destination + 4 * p, tail, bytes);
+}
+
+// Streams the destination where asked, unless it is the source (whose lines the pass has just
+// read) or not aligned for the streaming stores.
+template <bool kExchange, class Block>
+void RunBlocks(const float* source, float* writeBack, float* destination, size_t pixels,
+               EDestinationWrites writes, const Block& block) {
+  if (writes == EDestinationWrites::kStreamed && destination != source &&
+      (reinterpret_cast<uintptr_t>(destination) & 15) == 0) {
+    RunBlocksAs<kExchange, true>(source, writeBack, destination, pixels, block);
+    _mm_sfence();
+  } else {
+    RunBlocksAs<kExchange, false>(source, writeBack, destination, pixels, block);
+  }
 }
 
 inline __m128 Lerp(__m128 a, __m128 b, __m128 f) {
@@ -156,18 +170,23 @@ inline void LoadPixels4(const float* source, float* writeBack, __m128* pixels) {
 }
 
 // Stores four results (red first) with the source pixels' alpha.
-template <bool kExchange>
+template <bool kExchange, bool kStream>
 inline void StorePixels4(float* destination, const __m128* results, const __m128* pixels) {
   for (int p = 0; p < 4; ++p) {
     const __m128 result = kExchange ? ExchangeRedBlue(results[p]) : results[p];
-    _mm_storeu_ps(destination + 4 * p, _mm_blend_ps(result, pixels[p], 0b1000));
+    const __m128 pixel = _mm_blend_ps(result, pixels[p], 0b1000);
+    if constexpr (kStream) {
+      _mm_stream_ps(destination + 4 * p, pixel);
+    } else {
+      _mm_storeu_ps(destination + 4 * p, pixel);
+    }
   }
 }
 
 struct SBlockLUT1D {
   const SCPUTextureUnit& table;
   const SLUTDomainMapping& mapping;
-  template <bool kExchange>
+  template <bool kExchange, bool kStream>
   void Run(const float* source, float* writeBack, float* destination) const {
     for (int group = 0; group < 2; ++group) {
       __m128 pixels[4], results[4], red, green, blue;
@@ -175,7 +194,7 @@ struct SBlockLUT1D {
                              pixels);
       ToPlanes<kExchange>(pixels, red, green, blue);
       Curves4(table, Map(red, mapping, 0), Map(green, mapping, 1), Map(blue, mapping, 2), results);
-      StorePixels4<kExchange>(destination + 16 * group, results, pixels);
+      StorePixels4<kExchange, kStream>(destination + 16 * group, results, pixels);
     }
   }
 };
@@ -183,7 +202,7 @@ struct SBlockLUT1D {
 struct SBlockLUT3D {
   const SCPUTextureUnit& table;
   const SLUTDomainMapping& mapping;
-  template <bool kExchange>
+  template <bool kExchange, bool kStream>
   void Run(const float* source, float* writeBack, float* destination) const {
     for (int group = 0; group < 2; ++group) {
       __m128 pixels[4], results[4], red, green, blue;
@@ -192,7 +211,7 @@ struct SBlockLUT3D {
       ToPlanes<kExchange>(pixels, red, green, blue);
       Trilinear4(table, Map(red, mapping, 0), Map(green, mapping, 1), Map(blue, mapping, 2),
                  results);
-      StorePixels4<kExchange>(destination + 16 * group, results, pixels);
+      StorePixels4<kExchange, kStream>(destination + 16 * group, results, pixels);
     }
   }
 };
@@ -201,7 +220,7 @@ struct SBlockLUT1D3D {
   const SCPUTextureUnit& shaper;
   const SCPUTextureUnit& cube;
   const SLUTDomainMapping& mapping;
-  template <bool kExchange>
+  template <bool kExchange, bool kStream>
   void Run(const float* source, float* writeBack, float* destination) const {
     for (int group = 0; group < 2; ++group) {
       __m128 pixels[4], shaped[4], results[4], red, green, blue;
@@ -211,7 +230,7 @@ struct SBlockLUT1D3D {
       Curves4(shaper, Map(red, mapping, 0), Map(green, mapping, 1), Map(blue, mapping, 2), shaped);
       ToPlanes<false>(shaped, red, green, blue);
       Trilinear4(cube, red, green, blue, results);
-      StorePixels4<kExchange>(destination + 16 * group, results, pixels);
+      StorePixels4<kExchange, kStream>(destination + 16 * group, results, pixels);
     }
   }
 };
@@ -303,19 +322,20 @@ void Fill32(void* destination, uint32_t value, size_t count) {
 }
 
 void ApplyLUT1D(const SCPUTextureUnit& table, const SLUTDomainMapping& mapping, const float* source,
-                float* destination, size_t pixels) {
-  RunBlocks<false>(source, nullptr, destination, pixels, SBlockLUT1D{table, mapping});
+                float* destination, size_t pixels, EDestinationWrites writes) {
+  RunBlocks<false>(source, nullptr, destination, pixels, writes, SBlockLUT1D{table, mapping});
 }
 
 void ApplyLUT3D(const SCPUTextureUnit& table, const SLUTDomainMapping& mapping, const float* source,
-                float* destination, size_t pixels) {
-  RunBlocks<false>(source, nullptr, destination, pixels, SBlockLUT3D{table, mapping});
+                float* destination, size_t pixels, EDestinationWrites writes) {
+  RunBlocks<false>(source, nullptr, destination, pixels, writes, SBlockLUT3D{table, mapping});
 }
 
 void ApplyLUT1D3D(const SCPUTextureUnit& shaper, const SCPUTextureUnit& cube,
                   const SLUTDomainMapping& mapping, const float* source, float* destination,
-                  size_t pixels) {
-  RunBlocks<false>(source, nullptr, destination, pixels, SBlockLUT1D3D{shaper, cube, mapping});
+                  size_t pixels, EDestinationWrites writes) {
+  RunBlocks<false>(source, nullptr, destination, pixels, writes,
+                   SBlockLUT1D3D{shaper, cube, mapping});
 }
 
 float* WriteBack(float* source, const float* destination) {
@@ -323,21 +343,23 @@ float* WriteBack(float* source, const float* destination) {
 }
 
 void ApplyLUT1DExchanging(const SCPUTextureUnit& table, const SLUTDomainMapping& mapping,
-                          float* source, float* destination, size_t pixels) {
-  RunBlocks<true>(source, WriteBack(source, destination), destination, pixels,
+                          float* source, float* destination, size_t pixels,
+                          EDestinationWrites writes) {
+  RunBlocks<true>(source, WriteBack(source, destination), destination, pixels, writes,
                   SBlockLUT1D{table, mapping});
 }
 
 void ApplyLUT3DExchanging(const SCPUTextureUnit& table, const SLUTDomainMapping& mapping,
-                          float* source, float* destination, size_t pixels) {
-  RunBlocks<true>(source, WriteBack(source, destination), destination, pixels,
+                          float* source, float* destination, size_t pixels,
+                          EDestinationWrites writes) {
+  RunBlocks<true>(source, WriteBack(source, destination), destination, pixels, writes,
                   SBlockLUT3D{table, mapping});
 }
 
 void ApplyLUT1D3DExchanging(const SCPUTextureUnit& shaper, const SCPUTextureUnit& cube,
                             const SLUTDomainMapping& mapping, float* source, float* destination,
-                            size_t pixels) {
-  RunBlocks<true>(source, WriteBack(source, destination), destination, pixels,
+                            size_t pixels, EDestinationWrites writes) {
+  RunBlocks<true>(source, WriteBack(source, destination), destination, pixels, writes,
                   SBlockLUT1D3D{shaper, cube, mapping});
 }
 

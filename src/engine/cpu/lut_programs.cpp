@@ -54,16 +54,16 @@ bool bReadMapping(const COvScriptParser* parameters, SLUTDomainMapping& mapping,
 }  // namespace
 
 void SOvLUTProgram::Run(const SCPUKernelTable& kernels, const float* source, float* destination,
-                        size_t pixels) const {
+                        size_t pixels, EDestinationWrites writes) const {
   switch (kind) {
     case EOvOperator::LUTProgram1D:
-      kernels.applyLUT1D(*table, mapping, source, destination, pixels);
+      kernels.applyLUT1D(*table, mapping, source, destination, pixels, writes);
       break;
     case EOvOperator::LUTProgram3D:
-      kernels.applyLUT3D(*table, mapping, source, destination, pixels);
+      kernels.applyLUT3D(*table, mapping, source, destination, pixels, writes);
       break;
     case EOvOperator::LUTProgram1D3D:
-      kernels.applyLUT1D3D(*shaper, *table, mapping, source, destination, pixels);
+      kernels.applyLUT1D3D(*shaper, *table, mapping, source, destination, pixels, writes);
       break;
     default:
       break;
@@ -71,16 +71,16 @@ void SOvLUTProgram::Run(const SCPUKernelTable& kernels, const float* source, flo
 }
 
 void SOvLUTProgram::RunExchanging(const SCPUKernelTable& kernels, float* source, float* destination,
-                                  size_t pixels) const {
+                                  size_t pixels, EDestinationWrites writes) const {
   switch (kind) {
     case EOvOperator::LUTProgram1D:
-      kernels.applyLUT1DExchanging(*table, mapping, source, destination, pixels);
+      kernels.applyLUT1DExchanging(*table, mapping, source, destination, pixels, writes);
       break;
     case EOvOperator::LUTProgram3D:
-      kernels.applyLUT3DExchanging(*table, mapping, source, destination, pixels);
+      kernels.applyLUT3DExchanging(*table, mapping, source, destination, pixels, writes);
       break;
     case EOvOperator::LUTProgram1D3D:
-      kernels.applyLUT1D3DExchanging(*shaper, *table, mapping, source, destination, pixels);
+      kernels.applyLUT1D3DExchanging(*shaper, *table, mapping, source, destination, pixels, writes);
       break;
     default:
       break;

@@ -24,13 +24,13 @@ struct SOvLUTProgram {
   SLUTDomainMapping mapping;
 
   /// Applies the program to `pixels` RGBA float pixels (`source` and `destination` may be the
-  /// same memory).
-  void Run(const SCPUKernelTable& kernels, const float* source, float* destination,
-           size_t pixels) const;
+  /// same memory), writing the destination as `writes` says.
+  void Run(const SCPUKernelTable& kernels, const float* source, float* destination, size_t pixels,
+           EDestinationWrites writes) const;
   /// The same for pixels held blue first, with the red-blue exchanges fused in (see
   /// `SCPUKernelTable::applyLUT1DExchanging`): the source keeps its pixels exchanged.
   void RunExchanging(const SCPUKernelTable& kernels, float* source, float* destination,
-                     size_t pixels) const;
+                     size_t pixels, EDestinationWrites writes) const;
 };
 
 /// Binds the program named by `op` to `units` and `parameters`, at the units and under the

@@ -142,7 +142,7 @@ struct SLUTEngine {
   std::vector<float> Expected(const float* row, uint32_t width) const {
     std::vector<float> in(row, row + 4 * width), out(4 * width);
     ActiveCPUKernels().applyLUT3D(engine.TextureUnits().Unit(1), mapping, in.data(), out.data(),
-                                  width);
+                                  width, EDestinationWrites::kCached);
     return out;
   }
 };

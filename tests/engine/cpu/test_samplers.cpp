@@ -173,17 +173,18 @@ TEST_P(SamplerTest, ProgramsMatchTheSamplersForEveryTail) {
   const SLUTDomainMapping mapping = {{0.9f, 0.95f, 1.0f, 1.05f}, {-0.01f, 0.01f, 0.03f, 0.05f}};
   const SCPUKernelTable& k = Kernels();
   // Program i (1-D, 3-D, 1-D + 3-D, 1-D without curve pairs), plain or exchanging.
-  auto run = [&](int i, bool exchanging, float* in, float* out, size_t n) {
+  auto run = [&](int i, bool exchanging, float* in, float* out, size_t n,
+                 EDestinationWrites w = EDestinationWrites::kCached) {
     const SCPUTextureUnit &table = units.Unit(i == 0 ? 1 : 4), &grid = units.Unit(2);
     if (i == 1)
-      exchanging ? k.applyLUT3DExchanging(grid, mapping, in, out, n)
-                 : k.applyLUT3D(grid, mapping, in, out, n);
+      exchanging ? k.applyLUT3DExchanging(grid, mapping, in, out, n, w)
+                 : k.applyLUT3D(grid, mapping, in, out, n, w);
     else if (i == 2)
-      exchanging ? k.applyLUT1D3DExchanging(units.Unit(3), grid, mapping, in, out, n)
-                 : k.applyLUT1D3D(units.Unit(3), grid, mapping, in, out, n);
+      exchanging ? k.applyLUT1D3DExchanging(units.Unit(3), grid, mapping, in, out, n, w)
+                 : k.applyLUT1D3D(units.Unit(3), grid, mapping, in, out, n, w);
     else
-      exchanging ? k.applyLUT1DExchanging(table, mapping, in, out, n)
-                 : k.applyLUT1D(table, mapping, in, out, n);
+      exchanging ? k.applyLUT1DExchanging(table, mapping, in, out, n, w)
+                 : k.applyLUT1D(table, mapping, in, out, n, w);
   };
   std::uniform_real_distribution<float> value(-0.2f, 1.2f);
   for (size_t count = 1; count <= 19; ++count) {
@@ -238,6 +239,15 @@ TEST_P(SamplerTest, ProgramsMatchTheSamplersForEveryTail) {
       in = Exchanged(source);
       run(i, true, in.data(), in.data(), count);
       expectBits(in, Exchanged(want[i]), i, "exchanging in place");
+      // Streamed into an aligned destination (the only one that streams), plain and exchanging.
+      alignas(32) float streamed[4 * (19 + 3)];
+      for (const bool exchanging : {false, true}) {
+        in = exchanging ? Exchanged(source) : source;
+        std::fill(std::begin(streamed), std::end(streamed), kGuard);
+        run(i, exchanging, in.data(), streamed, count, EDestinationWrites::kStreamed);
+        expectBits(std::vector<float>(streamed, streamed + out.size()),
+                   exchanging ? Exchanged(want[i]) : want[i], i, "streamed");
+      }
     }
   }
 }
@@ -269,8 +279,10 @@ TEST(KernelTiers, AgreeUpToTheFusedInterpolation) {
     std::vector<float> out[2] = {source, source};
     for (int tier = 0; tier < 2; ++tier) {
       const SCPUKernelTable& k = tier ? CPUKernelsAVX2() : CPUKernelsSSE();
-      cubic ? k.applyLUT3D(units.Unit(2), mapping, source.data(), out[tier].data(), pixels)
-            : k.applyLUT1D(units.Unit(1), mapping, source.data(), out[tier].data(), pixels);
+      constexpr EDestinationWrites kCached = EDestinationWrites::kCached;
+      cubic
+          ? k.applyLUT3D(units.Unit(2), mapping, source.data(), out[tier].data(), pixels, kCached)
+          : k.applyLUT1D(units.Unit(1), mapping, source.data(), out[tier].data(), pixels, kCached);
     }
     for (size_t i = 0; i < source.size(); ++i)
       ASSERT_LE(std::fabs(double(out[0][i]) - out[1][i]), 0x1p-22)
