@@ -1,6 +1,9 @@
 #include "host/pixel_convert.h"
 
+#include <cstdlib>
 #include <cstring>
+
+#include "pixel_convert_vector.h"
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -140,22 +143,6 @@ size_t BgraSamplesToFloatVector(const uint8_t* src, uint8_t* dst, size_t samples
 }
 #endif
 
-// The frequent conversions (every non-float frame of the CPU apply path) run over the whole row
-// as one flat run of samples.
-template <class TFormat>
-void BgraRowToFloat(const uint8_t* __restrict src, uint8_t* __restrict dst, size_t width) {
-  using TSample = typename TFormat::TSample;
-  const size_t samples = 4 * width;
-  size_t i = 0;
-#if defined(__SSE2__)
-  i = BgraSamplesToFloatVector<TFormat>(src, dst, samples);
-#endif
-  for (; i < samples; ++i) {
-    const auto value = LoadAt<TSample>(src + i * sizeof(TSample));
-    StoreAt<float>(dst + 4 * i, ToUnit<TFormat::kFullScale>(value));
-  }
-}
-
 #if defined(__SSE2__)
 // FromUnit for four samples. The compiler vectorises the scalar form with compares and masks
 // (it may not use max/min, whose NaN rule it does not rely on), and narrowing the results then
@@ -201,14 +188,65 @@ size_t FloatSamplesToBgraVector(const uint8_t* src, uint8_t* dst, size_t samples
 }
 #endif
 
+#if defined(__SSE2__)
+size_t Bgra8ToFloatSSE2(const uint8_t* src, uint8_t* dst, size_t samples) {
+  return BgraSamplesToFloatVector<SBgra8>(src, dst, samples);
+}
+size_t Bgra16ToFloatSSE2(const uint8_t* src, uint8_t* dst, size_t samples) {
+  return BgraSamplesToFloatVector<SBgra16>(src, dst, samples);
+}
+size_t FloatToBgra8SSE2(const uint8_t* src, uint8_t* dst, size_t samples) {
+  return FloatSamplesToBgraVector<SBgra8>(src, dst, samples);
+}
+size_t FloatToBgra16SSE2(const uint8_t* src, uint8_t* dst, size_t samples) {
+  return FloatSamplesToBgraVector<SBgra16>(src, dst, samples);
+}
+constexpr SVectorConversions kVectorConversions{"sse2", Bgra8ToFloatSSE2, Bgra16ToFloatSSE2,
+                                                FloatToBgra8SSE2, FloatToBgra16SSE2};
+#else
+size_t NoVectorForm(const uint8_t*, uint8_t*, size_t) {
+  return 0;
+}
+constexpr SVectorConversions kVectorConversions{"scalar", NoVectorForm, NoVectorForm, NoVectorForm,
+                                                NoVectorForm};
+#endif
+
+// Chosen once: the 256-bit forms where the processor (and the operating system) run AVX2,
+// unless CRANDLE_CPU_ISA=sse keeps every kernel family of the process at 128 bits.
+const SVectorConversions& ActiveVectorConversions() {
+  static const SVectorConversions& chosen = []() -> const SVectorConversions& {
+#if defined(__x86_64__) && defined(__GNUC__)
+    const char* cap = std::getenv("CRANDLE_CPU_ISA");
+    const bool capped = cap != nullptr && std::strcmp(cap, "sse") == 0;
+    if (!capped && __builtin_cpu_supports("avx2")) return VectorConversionsAVX2();
+#endif
+    return kVectorConversions;
+  }();
+  return chosen;
+}
+
+// The frequent conversions (every non-float frame of the CPU apply path) run over the whole row
+// as one flat run of samples.
+template <class TFormat>
+void BgraRowToFloat(const uint8_t* __restrict src, uint8_t* __restrict dst, size_t width) {
+  using TSample = typename TFormat::TSample;
+  const size_t samples = 4 * width;
+  const SVectorConversions& vector = ActiveVectorConversions();
+  size_t i = sizeof(TSample) == 1 ? vector.bgra8ToFloat(src, dst, samples)
+                                  : vector.bgra16ToFloat(src, dst, samples);
+  for (; i < samples; ++i) {
+    const auto value = LoadAt<TSample>(src + i * sizeof(TSample));
+    StoreAt<float>(dst + 4 * i, ToUnit<TFormat::kFullScale>(value));
+  }
+}
+
 template <class TFormat>
 void FloatRowToBgra(const uint8_t* __restrict src, uint8_t* __restrict dst, size_t width) {
   using TSample = typename TFormat::TSample;
   const size_t samples = 4 * width;
-  size_t i = 0;
-#if defined(__SSE2__)
-  i = FloatSamplesToBgraVector<TFormat>(src, dst, samples);
-#endif
+  const SVectorConversions& vector = ActiveVectorConversions();
+  size_t i = sizeof(TSample) == 1 ? vector.floatToBgra8(src, dst, samples)
+                                  : vector.floatToBgra16(src, dst, samples);
   for (; i < samples; ++i) {
     const uint32_t value = FromUnit<TFormat::kFullScale>(LoadAt<float>(src + 4 * i));
     StoreAt<TSample>(dst + i * sizeof(TSample), static_cast<TSample>(value));
@@ -318,6 +356,10 @@ int IR_Convert(const void* src, size_t srcRowBytes, int srcFormatCode, void* dst
     dstRow += dstRowBytes;
   }
   return 0;
+}
+
+const char* IR_ConvertInstructionSet() {
+  return ActiveVectorConversions().name;
 }
 
 int IR_Transpose(const void* src, size_t srcRowBytes, void* dst, size_t dstRowBytes, uint32_t width,

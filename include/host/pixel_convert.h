@@ -29,6 +29,11 @@ HOST_API int IR_Convert(const void* src, size_t srcRowBytes, int srcFormatCode, 
                         size_t dstRowBytes, int dstFormatCode, uint32_t width, uint32_t height,
                         int components);
 
+/// The instruction set of the vector forms that `IR_Convert` uses between integer BGRA and float,
+/// chosen once per process: "avx2" where the processor and the operating system run it (unless
+/// the environment variable CRANDLE_CPU_ISA is "sse"), else "sse2". Results are the same on all.
+HOST_API const char* IR_ConvertInstructionSet();
+
 /// Transposes a `width` x `height` matrix of `elementSize`-byte elements (rows `srcRowBytes`
 /// apart) into a `height` x `width` one (rows `dstRowBytes` apart): element (x, y) of the source
 /// becomes element (y, x) of the destination. Returns 0, or a non-zero value for null memory, a

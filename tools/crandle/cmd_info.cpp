@@ -14,6 +14,7 @@
 #include "foundation/file.h"
 #include "foundation/simd_tier.h"
 #include "gpu_report.h"
+#include "host/pixel_convert.h"
 #include "lut_report.h"
 #include "lut_source.h"
 
@@ -84,6 +85,7 @@ void PrintSystem() {
       features.wideVectorsSwitchedOff ? " (256-bit kernels switched off by CRANDLE_CPU_ISA)" : "");
   std::printf("  engine      %s\n", Tincta::ActiveCPUKernels().name);
   std::printf("  converters  %s\n", Tincta::SelectedConvertKernelsName());
+  std::printf("  host pixels %s\n", host::IR_ConvertInstructionSet());
   std::printf("processor     sse4.1 %s, sse4.2 %s, avx %s, avx2 %s, fma %s, os ymm state %s\n",
               features.sse41 ? "yes" : "no", features.sse42 ? "yes" : "no",
               features.avx ? "yes" : "no", features.avx2 ? "yes" : "no",
