@@ -280,9 +280,7 @@ TEST(ApplyOnCPU, ResultCodesUploadLimitsAndFailuresInStrips) {
 }
 
 // A working frame the host cannot allocate ends the call with the host's own result, before any
-// pixel of either frame is touched (the views below lie over a few bytes). A frame of 2^64 bytes
-// is beyond the host's largest block and refused without asking the allocator; a plain request
-// of 512 GiB is not tried under the sanitizers' allocators.
+// pixel of either frame is touched (the views below lie over a few bytes).
 TEST(ApplyOnCPU, AWorkingFrameTheHostCannotAllocateReturnsTheHostsResult) {
   if (!CRANDLE_COUNTS_ALLOCATIONS) GTEST_SKIP() << "the sanitizer's allocator refuses nothing";
   // The working frame holds one strip, so the host is made to refuse anything of a row's size.

@@ -2,9 +2,7 @@
 // rows, launch shapes and upload counts; OpenCL and CUDA devices against the kernels' model.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <atomic>
-#include <cmath>
 #include <cstring>
 #include <map>
 #include <memory>
@@ -15,7 +13,6 @@
 
 #include "crandle/crandle.h"
 #include "engine/gpu/hw_texture.h"
-#include "host/frame_interfaces.h"
 #include "host/gpu.h"
 #include "host/gpu_test_device.h"
 #include "host/video_frame.h"
@@ -31,8 +28,7 @@ using host::LUTInterpolationMethod;
 using Tincta::COv3DLUT;
 using Tincta::Vec4;
 
-constexpr int kLUTFailed = static_cast<int>(0xa00f0001u);
-constexpr int kNoDeviceMemory = static_cast<int>(0xa00f0006u);
+using CRANDLE::kResultLUTFailed, CRANDLE::kResultNoDeviceMemory;
 constexpr LUTInterpolationMethod kTrilinear = LUTInterpolationMethod::Trilinear;
 constexpr LUTInterpolationMethod kTetrahedral = LUTInterpolationMethod::Tetrahedral;
 
@@ -152,18 +148,18 @@ TEST(ApplyGPUTestDevice, FailureRowsGiveTheirResultsAndReleaseEverything) {
     int result;
     bool launched;
   } const cases[] = {
-      {GPUTestOperation::HostAllocate, kNoDeviceMemory, false},
-      {GPUTestOperation::MapView, kNoDeviceMemory, false},
-      {GPUTestOperation::DeviceAllocate, kNoDeviceMemory, false},
+      {GPUTestOperation::HostAllocate, kResultNoDeviceMemory, false},
+      {GPUTestOperation::MapView, kResultNoDeviceMemory, false},
+      {GPUTestOperation::DeviceAllocate, kResultNoDeviceMemory, false},
       // The constants never reach the device: nothing is applied, and success is reported.
       {GPUTestOperation::ConstantCopy, 0, false},
       // A failed unmap keeps the view, and the copy reads it.
       {GPUTestOperation::Unmap, 0, true},
-      {GPUTestOperation::UploadTexture, kLUTFailed, false},
-      {GPUTestOperation::LoadKernel, kLUTFailed, false},
+      {GPUTestOperation::UploadTexture, kResultLUTFailed, false},
+      {GPUTestOperation::LoadKernel, kResultLUTFailed, false},
       {GPUTestOperation::LoadTexture, host::kGPUErrorNotFound, false},
       {GPUTestOperation::BindTexture, host::kGPUErrorInjected, false},
-      {GPUTestOperation::Bind3DTexture, kLUTFailed, false},
+      {GPUTestOperation::Bind3DTexture, kResultLUTFailed, false},
       {GPUTestOperation::Launch, host::kGPUErrorInjected, true},
   };
   std::vector<std::shared_ptr<host::IGPUDevice>> inners{nullptr};
@@ -200,16 +196,6 @@ TEST(ApplyGPUTestDevice, FailureRowsGiveTheirResultsAndReleaseEverything) {
     }
 }
 
-// A frame that says it is on a GPU but cannot name its device is an empty argument.
-TEST(ApplyGPUTestDevice, ASourceWithoutCompletionTrackingIsAnEmptyArgument) {
-  const FrameRef memory = HostFrame(host::kPixelFormat_BGRA_4444_32f, 8, 4);
-  const host::FrameInterfaceChoice choice{.gpuVideoFrame = true};
-  const auto source = FrameRef::FromObject(host::CreateFrameWithInterfaces(memory, choice));
-  auto destination = FrameRef::FromObject(host::CreateFrameWithInterfaces(memory, choice));
-  EXPECT_EQ(CRANDLE::ApplyLUT(source, GoldenCube(3), kTrilinear, destination),
-            static_cast<int>(0xa00f000eu));
-}
-
 TEST(ApplyGPUTestDevice, BlockSizesFollowFrameworkAndKindCodes) {
   struct SCase {
     uint32_t framework, kind;
@@ -240,7 +226,6 @@ TEST(ApplyGPUTestDevice, BlockSizesFollowFrameworkAndKindCodes) {
   }
 }
 
-// Uploads and kernel loads happen once for a hundred frames, and once more after a reset.
 TEST(ApplyGPUTestDevice, ALUTUsedOnAHundredFramesIsUploadedOnceAndAgainAfterAReset) {
   const auto device = host::CreateGPUTestDevice(nullptr);
   const auto cube = GoldenCube(17);
@@ -317,73 +302,8 @@ TEST_P(ApplyGPUDevice, EveryKindMethodAndFormatFollowsTheModel) {
   }
 }
 
-// Whether a pixel's coordinate lies in the last texel interval of the table on some channel.
-bool InLastInterval(const COv3DLUT& lut, const Bgra& in) {
-  for (int c = 0; c < 3; ++c) {
-    const double s = in[2 - c] * lut.TextureScale()[c] + lut.TextureOffset()[c];
-    if (s * lut.Size() - 0.5 > lut.Size() - 2.0) return true;
-  }
-  return false;
-}
-
-// The largest step between neighbouring entries anywhere, which bounds the one at hand.
-double LargestStep(const COv3DLUT& lut) {
-  double step = 0;
-  const size_t n = lut.Size();
-  for (size_t i = 0; i + 1 < lut.EntryCount(); ++i)
-    for (int c = 0; c < 3; ++c)
-      for (size_t stride : {size_t(1), n, n * n})
-        if (i + stride < lut.EntryCount() && (lut.Is3D() || stride == 1))
-          step = std::max<double>(
-              step, std::fabs(lut.Table()[4 * (i + stride) + c] - lut.Table()[4 * i + c]));
-  return step;
-}
-
-TEST_P(ApplyGPUDevice, GPUPathAgreesWithTheCPUPath) {
-  for (const SModelCase& c : kModelCases) {
-    // A shaper's edges are its own; in a table of two entries every pixel is at the edge.
-    if (c.kind == EModelKind::k1D3D || c.size == 2) continue;
-    const auto lut = BuildModelCase(c);
-    const uint32_t width = 211, height = 17;
-    const FrameRef source = ModelSource(c, host::kPixelFormat_BGRA_4444_32f, width, height);
-    const FrameRef gpu = ApplyOnDevice(device_, source, lut, kTrilinear);
-    // The CPU path may exchange red and blue of a float source in place: keep the inputs.
-    std::vector<Bgra> inputs(size_t(width) * height);
-    const SPixelRows in = RowsOf(source);
-    for (uint32_t i = 0; i < width * height; ++i)
-      for (int ch = 0; ch < 4; ++ch)
-        inputs[i][ch] = in.Get(i % width, i / width, ch);
-    FrameRef cpu = HostFrame(host::kPixelFormat_BGRA_4444_32f, width, height);
-    ASSERT_EQ(CRANDLE::ApplyLUT(source, lut, kTrilinear, cpu), 0);
-    const SPixelRows g = RowsOf(gpu), p = RowsOf(cpu);
-    const double step = LargestStep(*lut);
-    size_t failures = 0, inside = 0;
-    for (uint32_t i = 0; i < width * height; ++i) {
-      const uint32_t x = i % width, y = i / width;
-      const Bgra& pixel = inputs[i];
-      // NaN is each engine's own; the kernels alone snap values a rounding inside the ends.
-      const auto snapped = [&](int ch) {
-        const float lo = c.min[2 - ch], hi = c.max[2 - ch];
-        const double d = std::min(std::fabs(pixel[ch] - lo), std::fabs(pixel[ch] - hi));
-        return d > 0 && d < 1e-6 * (hi - lo);
-      };
-      if (std::isnan(pixel[0] + pixel[1] + pixel[2]) || snapped(0) || snapped(1) || snapped(2))
-        continue;
-      const bool edge = InLastInterval(*lut, pixel);
-      inside += edge;
-      const double allowed = edge ? 0.01 * step + 1e-5 : 1e-5;
-      for (int ch = 0; ch < 3; ++ch)
-        if (std::fabs(g.Get(x, y, ch) - p.Get(x, y, ch)) > allowed && ++failures <= 5)
-          ADD_FAILURE() << c.name << " at (" << x << ", " << y << ") channel " << ch << ": GPU "
-                        << g.Get(x, y, ch) << " CPU " << p.Get(x, y, ch);
-    }
-    EXPECT_GT(inside, 0u) << c.name << ": no pixel reached the last interval";
-  }
-}
-
-// Half the threads go through a test device over the real one, whose kernel slots are its own;
-// after the threads, a reset of that device makes the next apply load its kernel again.
-TEST_P(ApplyGPUDevice, EightThreadsApplyOnOneDeviceAtOnceAndKernelsReloadAfterAReset) {
+// Half the threads go through a test device over the real one, whose kernel slots are its own.
+TEST_P(ApplyGPUDevice, EightThreadsApplyOnOneDeviceAtOnce) {
   const SModelCase& c = kModelCases[4];  // 3D_17
   const auto cube = BuildModelCase(c);
   const FrameRef source = ModelSource(c, host::kPixelFormat_BGRA_4444_32f, 64, 16);
@@ -409,12 +329,6 @@ TEST_P(ApplyGPUDevice, EightThreadsApplyOnOneDeviceAtOnceAndKernelsReloadAfterAR
   for (auto& thread : threads)
     thread.join();
   EXPECT_EQ(bad.load(), 0);
-
-  wrapped->ClearCalls();
-  ASSERT_EQ(wrapped->Reset(), 0);
-  const FrameRef after = ApplyOnDevice(wrapped, source, cube, kTetrahedral);
-  EXPECT_EQ(CallsNamed(*wrapped, "LoadKernel").size(), 1u);
-  EXPECT_TRUE(same(after));
 }
 
 CRANDLE_GPU_BACKEND_SUITE(ApplyGPUDevice);

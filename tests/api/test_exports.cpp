@@ -97,6 +97,8 @@ TEST(ApplyLUT, OverloadsCheckInOrder) {
       {path(small, missing, small), kResultLUTFailed},
       {path(gpu, good, small), kResultUnsupported},
       {path(small, good, gpu), kResultUnsupported},
+      // Frames on a GPU that cannot name their device.
+      {handle(gpu, ParsePath(good), MakeFrame(4, 4, true)), kResultEmptyArgument},
       {handle(none, nullptr, tall), kResultEmptyArgument},
       {handle(small, nullptr, tall), kResultUnsupported},  // bounds win over a null handle
       {handle(small, nullptr, small), kResultEmptyArgument},

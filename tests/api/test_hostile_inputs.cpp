@@ -1,8 +1,6 @@
-// Hostile inputs through the exported entry points, one row per input: small ones are kept in
-// tests/data/hostile/ as they are, large ones are made here from a recipe. Each reading runs in a
-// child process on a thread with a small stack, so that a crash, a stack overflow, a hang or a
-// large allocation shows as that child's exit status, its time or its peak resident size
-// instead of taking the test binary down.
+// Hostile inputs through ParseLUT, one row per input (small ones kept in tests/data/hostile/, large
+// ones made from a recipe), each read in a child process on a thread with a small stack, so that a
+// crash, a stack overflow, a hang or a large allocation shows as that child's status, time or peak.
 #include <pthread.h>
 #include <signal.h>
 #include <sys/resource.h>

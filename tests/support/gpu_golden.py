@@ -6,47 +6,18 @@ x64-128 (seed 0x5EED7A1E, halves little-endian) over "TinctaTexture", the name o
 domainMin, domainMax (float32) and the shaper's table, "SubLUT\0" for a shaper, "Bound\0". Paste
 the output of `python3 tests/support/gpu_golden.py` into tests/api/test_apply_gpu.cpp.
 """
+import contextlib
 import hashlib
+import io
+import os
 import struct
+import sys
 
-MASK = (1 << 64) - 1
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "scripts"))
+with contextlib.redirect_stdout(io.StringIO()):  # the module prints its own goldens when loaded
+    from golden_identifiers import murmur3_x64_128
+
 VALUE_HASH_SEED = 0x5EED7A1E
-
-
-def rotl(x, r):
-    return ((x << r) | (x >> (64 - r))) & MASK
-
-
-def fmix(k):
-    for shift, factor in ((33, 0xFF51AFD7ED558CCD), (33, 0xC4CEB9FE1A85EC53)):
-        k ^= k >> shift
-        k = (k * factor) & MASK
-    return k ^ (k >> 33)
-
-
-def murmur3_x64_128(data, seed):
-    c1, c2 = 0x87C37B91114253D5, 0x4CF5AD432745937F
-    mix1 = lambda k: (rotl((k * c1) & MASK, 31) * c2) & MASK
-    mix2 = lambda k: (rotl((k * c2) & MASK, 33) * c1) & MASK
-    h1 = h2 = seed
-    n = len(data) // 16
-    for i in range(n):
-        k1, k2 = struct.unpack_from("<QQ", data, 16 * i)
-        h1 = ((rotl(h1 ^ mix1(k1), 27) + h2) * 5 + 0x52DCE729) & MASK
-        h2 = ((rotl(h2 ^ mix2(k2), 31) + h1) * 5 + 0x38495AB5) & MASK
-    tail = data[16 * n:] + bytes(16)
-    k1, k2 = struct.unpack_from("<QQ", tail)
-    if len(data) % 16 > 8:
-        h2 ^= mix2(k2)
-    if len(data) % 16 > 0:
-        h1 ^= mix1(k1)
-    h1 ^= len(data)
-    h2 ^= len(data)
-    h1 = (h1 + h2) & MASK
-    h2 = (h2 + h1) & MASK
-    h1, h2 = fmix(h1), fmix(h2)
-    h1 = (h1 + h2) & MASK
-    return struct.pack("<QQ", h1, (h2 + h1) & MASK)
 
 
 def f32(x):

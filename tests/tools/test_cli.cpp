@@ -124,8 +124,6 @@ TEST(ToolCheck, SaysWhyEachFileFailsOrWarnsWithItsExitCode) {
       {"nan.cube", kCube2.substr(0, kCube2.size() - 6) + "nan 1 1\n", "", 3,
        "warning: 1 table entry holds NaN or infinite values (the first is entry 7)\n"
        "cube (3-D, 2 points per axis) with warnings"},
-      {"notes.txt", "shopping list\n", "", 1,
-       "failed: no reader recognises the text (it is no cube, Truelight, mesh or ASC CDL text)"},
       {"two.ccc", kCollection, "", 1,
        "failed: colour transformation: ASC CDL: 2 corrections (ids warm, cool) where a table "
        "holds one; name one by its id with --cc-id"},

@@ -22,9 +22,7 @@ void Affine(const double rgb[3], double out[3]) {
 int failures = 0;
 
 void Check(bool condition, const std::string& what) {
-  if (condition) return;
-  std::fprintf(stderr, "FAILED: %s\n", what.c_str());
-  ++failures;
+  if (!condition) ++failures, std::fprintf(stderr, "FAILED: %s\n", what.c_str());
 }
 
 std::u16string Wide(const std::string& path) {
@@ -36,30 +34,26 @@ std::u16string Wide(const std::string& path) {
 // the last cell a little short of its end.
 template <class T, class LUT>
 double ApplyAndMeasure(const LUT& lut, host::PixelFormat format, double top) {
-  constexpr int kPixels = 7 * 3;
-  std::vector<T> source(kPixels * 4), destination(source.size(), T(0));
-  for (int i = 0; i < kPixels; ++i) {
-    for (int c = 0; c < 3; ++c)  // red, green, blue into channels 2, 1, 0
-      source[i * 4 + 2 - c] = T((0.03 * (i % 7) + 0.1 * (i / 7) + 0.3 * c) * top);
-    source[i * 4 + 3] = T(0.5 * top);
-  }
+  std::vector<T> source(7 * 3 * 4), destination(source.size(), T(0));
+  for (size_t i = 0; i < source.size(); ++i)  // red, green, blue in channels 2, 1, 0
+    source[i] =
+        T((i % 4 == 3 ? 0.5 : 0.03 * (i / 4 % 7) + 0.1 * (i / 28) + 0.3 * (2 - i % 4)) * top);
   const std::vector<T> original = source;  // a float source may come back with red and blue swapped
   host::InterfaceRef<host::IVideoFrame> in, out;
   const size_t stride = 7 * 4 * sizeof(T);
-  Check(host::CreateVideoFrameView(in, format, 7, 3, source.data(), stride, nullptr) == 0 &&
-            host::CreateVideoFrameView(out, format, 7, 3, destination.data(), stride, nullptr) == 0,
-        "frames");
+  Check(host::CreateVideoFrameView(in, format, 7, 3, source.data(), stride, nullptr) == 0, "in");
+  Check(host::CreateVideoFrameView(out, format, 7, 3, destination.data(), stride, nullptr) == 0,
+        "out");
   const int result = CRANDLE::ApplyLUT(in, lut, host::LUTInterpolationMethod::Trilinear, out);
   Check(result == CRANDLE::kResultOK, "ApplyLUT: " + std::to_string(result));
   double worst = 0.0;
-  for (int i = 0; i < kPixels; ++i) {
-    const T* was = &original[i * 4];
-    const double rgb[3] = {was[2] / top, was[1] / top, was[0] / top};
+  for (size_t i = 0; i < source.size(); i += 4) {
+    const double rgb[3] = {original[i + 2] / top, original[i + 1] / top, original[i] / top};
     double want[3];
     Affine(rgb, want);
     for (int c = 0; c < 3; ++c)
-      worst = std::fmax(worst, std::fabs(destination[i * 4 + 2 - c] - want[c] * top));
-    Check(destination[i * 4 + 3] == was[3], "alpha kept");
+      worst = std::fmax(worst, std::fabs(destination[i + 2 - c] - want[c] * top));
+    Check(destination[i + 3] == original[i + 3], "alpha kept");
   }
   return worst;
 }
@@ -67,10 +61,7 @@ double ApplyAndMeasure(const LUT& lut, host::PixelFormat format, double top) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 3) {
-    std::fprintf(stderr, "usage: consumer WORK_DIR SAMPLE_LUT\n");
-    return 2;
-  }
+  if (argc != 3) return std::fprintf(stderr, "usage: consumer WORK_DIR SAMPLE_LUT\n"), 2;
   host::InitializerRegistrar::RunInitializers();
   std::ostringstream text;
   text << "LUT_3D_SIZE 2\n";
