@@ -80,10 +80,7 @@ TEST(LUTKernelMath, TetrahedralFindsEveryOrderTieAndClampedCell) {
     v = entry(rng);
   // Cell (red, green, blue) and fractions; a fraction of -1 puts the axis past its last entry.
   // Tied axes share their cell, so that their fractions are equal after the rounding too.
-  const struct {
-    uint32_t r, g, b;
-    float fr, fg, fb;
-  } cases[] = {
+  const std::tuple<uint32_t, uint32_t, uint32_t, float, float, float> cases[] = {
       {1, 1, 1, 0.7f, 0.4f, 0.1f},    {1, 1, 1, 0.7f, 0.1f, 0.4f},  {1, 1, 1, 0.4f, 0.7f, 0.1f},
       {1, 1, 1, 0.1f, 0.7f, 0.4f},    {1, 1, 1, 0.4f, 0.1f, 0.7f},  {1, 1, 1, 0.1f, 0.4f, 0.7f},
       {1, 1, 2, 0.6f, 0.6f, 0.2f},    {2, 1, 1, 0.2f, 0.6f, 0.6f},  {1, 2, 1, 0.6f, 0.2f, 0.6f},
@@ -96,13 +93,12 @@ TEST(LUTKernelMath, TetrahedralFindsEveryOrderTieAndClampedCell) {
     // The texture coordinate of texel-centre position cell + fraction (past the end: 1).
     return fraction < 0 ? 1.0f : (float(cell) + fraction + 0.5f) / float(n);
   };
-  for (const auto& c : cases) {
-    const float s[3] = {coordinate(c.r, c.fr), coordinate(c.g, c.fg), coordinate(c.b, c.fb)};
+  for (const auto& [r, g, b, fr, fg, fb] : cases) {
+    const float s[3] = {coordinate(r, fr), coordinate(g, fg), coordinate(b, fb)};
     const crandle_lut_vec4 got = crandle_lut_tetrahedral(
         reinterpret_cast<const crandle_uchar*>(table.data()), n * 16, n, s[0], s[1], s[2]);
     const Rgb want = ModelTetrahedral(table.data(), n, {s[0], s[1], s[2]});
-    SCOPED_TRACE(testing::Message()
-                 << c.fr << " " << c.fg << " " << c.fb << " in cell " << c.r << c.g << c.b);
+    SCOPED_TRACE(testing::Message() << fr << " " << fg << " " << fb << " in cell " << r << g << b);
     EXPECT_NEAR(got.v0, want[0], 2e-6);
     EXPECT_NEAR(got.v1, want[1], 2e-6);
     EXPECT_NEAR(got.v2, want[2], 2e-6);
@@ -112,13 +108,7 @@ TEST(LUTKernelMath, TetrahedralFindsEveryOrderTieAndClampedCell) {
 // Operator choice and named parameters, as the GPU operators set them.
 TEST(HwCompositingEngine, ChoosesKernelsAndCodesByKindShaperAndMethod) {
   using Tincta::COvHwCompositingEngine;
-  struct SCase {
-    uint32_t kind;
-    bool shaper;
-    LUTInterpolationMethod method;
-    const char* module;
-    uint32_t code;
-  } const cases[] = {
+  const std::tuple<uint32_t, bool, LUTInterpolationMethod, const char*, uint32_t> cases[] = {
       {0x806F, true, kTetrahedral, "COMPOP_LUT1D3D_TetrahedralInterpolation", 512},
       {0x806F, true, kTrilinear, "COMPOP_LUT1D3D", 512},
       {0x806F, false, kTetrahedral, "COMPOP_LUT3D_TetrahedralInterpolation", 1024},
@@ -129,10 +119,10 @@ TEST(HwCompositingEngine, ChoosesKernelsAndCodesByKindShaperAndMethod) {
       {0x84F5, false, static_cast<LUTInterpolationMethod>(7), "COMPOP_LUT1D", 2048},
       {0x806F, false, static_cast<LUTInterpolationMethod>(2), "COMPOP_LUT3D", 1024},
   };
-  for (const SCase& c : cases) {
-    const auto chosen = COvHwCompositingEngine::ChooseLUTOperator(c.kind, c.shaper, c.method);
+  for (const auto& [kind, shaper, method, module, code] : cases) {
+    const auto chosen = COvHwCompositingEngine::ChooseLUTOperator(kind, shaper, method);
     EXPECT_EQ(std::tuple(chosen.module, chosen.entry, chosen.code),
-              std::tuple(c.module, std::string("ShaderKernel_") + c.module, c.code));
+              std::tuple(module, std::string("ShaderKernel_") + module, code));
   }
 }
 
