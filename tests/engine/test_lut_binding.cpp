@@ -1,5 +1,4 @@
-// The binding from a LUT to the engines: kind, texture units and domain mapping, with expected
-// values worked out by hand from domains whose scale and offset are exact in binary.
+// The binding from a LUT to the engines, against mappings worked out by hand from exact domains.
 #include <gtest/gtest.h>
 
 #include <array>

@@ -1,5 +1,4 @@
-// The host GPU library: enumeration and the asset cache, then every device through the same tests
-// (OpenCL runs on PoCL wherever there is no GPU; CUDA skips without an NVIDIA device).
+// The GPU library: enumeration, the asset cache, and every device (OpenCL on PoCL; CUDA may skip).
 #include <gtest/gtest.h>
 
 #include <algorithm>

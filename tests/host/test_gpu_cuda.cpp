@@ -1,5 +1,4 @@
-// What only the CUDA back end has: its driver loader's answers for an unusable driver and the
-// fatbins built into the library (the device tests shared with OpenCL are in test_gpu.cpp).
+// What only the CUDA back end has: its driver loader's messages and the fatbins built in.
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,5 +1,4 @@
-// Frame-buffer converters: the vector kernels of every table against a reference written here and
-// the general path, the fallbacks, conversion in place, the round trip and concurrent use.
+// Converters: vector tables against a reference and the general path; fallbacks, in place, threads.
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -1,5 +1,4 @@
-// The samplers and pixel kernels of both tiers against a double-precision model and against each
-// other; the LUT programs against the samplers and against independent computations.
+// The samplers and LUT programs of both tiers against a double-precision model and each other.
 #include <gtest/gtest.h>
 
 #include <algorithm>

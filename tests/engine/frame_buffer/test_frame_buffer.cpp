@@ -1,5 +1,4 @@
-// The frame-buffer model: layout tables, format texts, exact sample layouts, history lines, line
-// pointers, sharing, and the pixel operations.
+// The frame-buffer model: layouts, format texts, sample bytes, history, sharing, pixel operations.
 #include <gtest/gtest.h>
 
 #include <cstring>

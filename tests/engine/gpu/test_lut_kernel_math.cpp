@@ -1,5 +1,4 @@
-// The LUT kernels' formulas (lut_kernel_math.h, compiled here as host C++) against the
-// double-precision model; the GPU operators' kernel choice and parameters; device textures.
+// The GPU LUT formulas (lut_kernel_math.h as host C++) against the model; operators and textures.
 #include <gtest/gtest.h>
 
 #include <cmath>

@@ -1,5 +1,4 @@
-// Frames in host memory, views of caller memory, frames with a chosen set of interfaces, and the
-// references through which all of them are reached.
+// Host frames, views of caller memory, frames with chosen interfaces, and their references.
 #include <gtest/gtest.h>
 
 #include <cmath>

@@ -1,5 +1,4 @@
-// Pixel conversion: every pair of formats against a model of the arithmetic written here, with
-// padded and unaligned rows, exact ties and NaN among the floats; failures that write nothing.
+// Pixel conversion of every pair of formats against a model written here; failures write nothing.
 #include <gtest/gtest.h>
 
 #include <algorithm>
