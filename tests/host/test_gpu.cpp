@@ -21,9 +21,7 @@
 namespace host {
 namespace {
 
-using crandle_test::FrameRef;
-using crandle_test::GPUBackendTest;
-using crandle_test::RandomBytes;
+using namespace crandle_test;
 
 constexpr std::string_view kTestModule = "CRANDLE_TEST_SAMPLE";
 constexpr std::string_view kTestEntry = "ShaderKernel_CRANDLE_TEST_SAMPLE";
@@ -347,18 +345,18 @@ TEST_P(GPUBackend, LaunchSamplesBoundTexturesAtTexelCentres) {
   ASSERT_TRUE(kernel && flatSlot && cubeSlot);
   constexpr int kWidth2 = 5, kHeight2 = 3, kPitch2 = 256, kN[3] = {3, 4, 2};
 
-  // The 3-D table goes up through UploadTexture from rows with padding.
+  // The 3-D table goes up through UploadTexture from rows of kN[0] texels and 2 texels of padding;
+  // the 2-D picture's floats are random too, and serve as its bytes in the integer formats.
   std::mt19937 random(7);
   std::uniform_real_distribution<float> value(-2.0f, 2.0f);
-  std::vector<float> cube(kN[0] * kN[1] * kN[2] * 4);
-  std::generate(cube.begin(), cube.end(), [&] { return value(random); });
-  const size_t paddedRow = kN[0] * 16 + 32;
-  std::vector<uint8_t> padded(paddedRow * kN[1] * kN[2], 0xCD);
-  for (int row = 0; row < kN[1] * kN[2]; ++row)
-    std::memcpy(&padded[row * paddedRow], &cube[row * kN[0] * 4], kN[0] * 16);
-  const auto table = device_->UploadTexture(padded.data(), paddedRow, kN[0], kN[1], kN[2]);
+  constexpr int kRowFloats = kN[0] * 4 + 8;
+  std::vector<float> cube(kRowFloats * kN[1] * kN[2]), picture(kPitch2 * kHeight2 / 4);
+  for (auto* floats : {&cube, &picture})
+    std::generate(floats->begin(), floats->end(), [&] { return value(random); });
+  const auto table = device_->UploadTexture(cube.data(), kRowFloats * 4, kN[0], kN[1], kN[2]);
   ASSERT_NE(table, nullptr);
-  EXPECT_EQ(std::pair(table->rowBytes, table->byteCount), std::pair(kN[0] * 16ul, cube.size() * 4));
+  EXPECT_EQ(std::pair(table->rowBytes, table->byteCount),
+            std::pair(kN[0] * 16ul, kN[0] * kN[1] * kN[2] * 16ul));
 
   // Every texel centre of the 3-D table and a few beyond its edges.
   std::vector<float> coordinates;
@@ -377,16 +375,11 @@ TEST_P(GPUBackend, LaunchSamplesBoundTexturesAtTexelCentres) {
   for (PixelFormat format :
        {kPixelFormat_BGRA_4444_8u, kPixelFormat_BGRA_4444_16u, kPixelFormat_BGRA_4444_32f}) {
     // The picture sits one row into its allocation, reached through the bind's offset.
-    std::vector<uint8_t> picture = RandomBytes(kPitch2 * kHeight2, format.variant);
-    if (format.variant == 32)
-      for (size_t i = 0; i < picture.size(); i += 4) {
-        const float f = value(random);
-        std::memcpy(&picture[i], &f, 4);
-      }
-    ASSERT_EQ(device_->CopyHostToDevice(flat + kPitch2, 0, picture.data(), 0, picture.size(), 1),
-              0);
+    ASSERT_EQ(
+        device_->CopyHostToDevice(flat + kPitch2, 0, picture.data(), 0, kPitch2 * kHeight2, 1), 0);
     const auto stored = [&](int u, int v, int c) -> float {
-      const uint8_t* p = &picture[v * kPitch2 + u * BytesPerPixel(format) + c * format.variant / 8];
+      const uint8_t* p = reinterpret_cast<const uint8_t*>(picture.data()) + v * kPitch2 +
+                         u * BytesPerPixel(format) + c * format.variant / 8;
       uint16_t s16;
       float s32;
       std::memcpy(&s16, p, 2);
@@ -419,7 +412,7 @@ TEST_P(GPUBackend, LaunchSamplesBoundTexturesAtTexelCentres) {
           ASSERT_EQ(samples[8 * i + c],
                     stored(std::clamp(u, 0, kWidth2 - 1), std::min(v, kHeight2 - 1), c))
               << format.variant << "-bit 2-D sample " << i << " channel " << c;
-          ASSERT_EQ(samples[8 * i + 4 + c], cube[((w * kN[1] + y) * kN[0] + x) * 4 + c] + bias)
+          ASSERT_EQ(samples[8 * i + 4 + c], cube[(w * kN[1] + y) * kRowFloats + x * 4 + c] + bias)
               << format.variant << "-bit 3-D sample " << i << " channel " << c;
         }
       }
@@ -475,11 +468,10 @@ TEST_P(GPUBackend, FrameRefusals) {
             kFrameErrorNoDevice);
   EXPECT_TRUE(frame.IsEmpty());
 
-  FrameRef gpu, host, wide, other;
-  ASSERT_EQ(CreateGPUVideoFrame(gpu, device_, kPixelFormat_BGRA_4444_16u, 4, 4, false), 0);
-  ASSERT_EQ(CreateVideoFrame(host, kPixelFormat_BGRA_4444_16u, 4, 4, 1, {}, true, false), 0);
-  ASSERT_EQ(CreateVideoFrame(wide, kPixelFormat_BGRA_4444_16u, 5, 4, 1, {}, true, false), 0);
-  ASSERT_EQ(CreateVideoFrame(other, kPixelFormat_BGRA_4444_8u, 4, 4, 1, {}, true, false), 0);
+  FrameRef gpu = GPUFrame(device_, kPixelFormat_BGRA_4444_16u, 4, 4),
+           host = HostFrame(kPixelFormat_BGRA_4444_16u, 4, 4),
+           wide = HostFrame(kPixelFormat_BGRA_4444_16u, 5, 4),
+           other = HostFrame(kPixelFormat_BGRA_4444_8u, 4, 4);
   EXPECT_EQ(UploadVideoFrame(wide, gpu), kFrameErrorInvalidArgument);
   EXPECT_EQ(UploadVideoFrame(other, gpu), kFrameErrorInvalidArgument);
   EXPECT_EQ(DownloadVideoFrame(gpu, wide), kFrameErrorInvalidArgument);
