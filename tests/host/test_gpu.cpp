@@ -13,9 +13,6 @@
 #include <vector>
 
 #include "host/frame_interfaces.h"
-#include "host/gpu.h"
-#include "host/gpu_test_device.h"
-#include "host/video_frame.h"
 #include "support/gpu_frames.h"
 
 namespace host {
@@ -147,9 +144,7 @@ TEST(GPUAssetCache, EightThreadsFindAndInsertConsistently) {
   EXPECT_EQ(cache.GetBytesHeld() % 64, 0u);
 }
 
-// Kernels and slots are found by name only; binds and launches refuse what the kernel cannot
-// take; a reset changes the stamp, refuses the old handles and loads new ones. The same checks
-// run on the bare test device and on every real device.
+// On the bare test device and every real one: lookups by name, refusals, and what a reset retires.
 TEST(GPUDevices, BindsAndLaunchesRefuseWhatTheKernelCannotTakeAndResetsRetireHandles) {
   std::vector<std::shared_ptr<IGPUDevice>> devices = EnumerateGPUDevices();
   devices.insert(devices.begin(), CreateGPUTestDevice(nullptr));

@@ -89,9 +89,8 @@ std::unique_ptr<COvComplexFrameBuffer> FloatPicture(const Lines& lines,
   return buffer;
 }
 
-// Random floats, a third of them where the 8- and 10-bit arithmetic turns: ties and their
-// neighbours, and often enough that every lane of a group meets them, the first eleven: NaN,
-// infinities, signed zeros, values far out of range.
+// Random floats, a third of them where the 8- and 10-bit arithmetic turns (ties and neighbours) or
+// the first eleven (NaN, infinities, signed zeros, far out of range), often enough for every lane.
 Lines RandomLines(uint32_t width, uint32_t height, uint32_t seed) {
   static const std::vector<float> interesting = [] {
     std::vector<float> values = {0.0f,      -0.0f,      1.0f,  1.5f,   -0.2f, NAN,
@@ -218,8 +217,8 @@ TEST(ConversionForms, CopyInPlaceAndFailures) {
   }
 }
 
-// Every 16-bit code becomes its high byte (0x80FF → 0x80) on every route: each table in both
-// channel orders, 8 pixels past the last whole group; a misaligned source; the scalar converter.
+// Each table in both orders, 8 pixels past a whole group; a misaligned source; the scalar
+// converter.
 TEST(GeneralPath, SixteenToEightTruncatesOnEveryRoute) {
   constexpr uint32_t kWidth = 136, kHeight = 121;  // 16456 pixels: every code at least once
   const FrameBufferFormat from = MakeFormat(kRGBA, kPrecision16BitInt, 1, false, true, 9 * 128);
@@ -266,8 +265,7 @@ TEST(GeneralPath, SixteenToEightTruncatesOnEveryRoute) {
   EXPECT_EQ(rgb16.PipelinePath().Text().find("Copy conversion"), std::string::npos);
 }
 
-// Through every precision and byte order and back: within half a step (a relative 2^-11 for
-// half floats, nothing for float), 0 and full scale exactly.
+// Within half a step (a relative 2^-11 for half floats, nothing for float); 0 and 1 exactly.
 TEST(RoundTrip, EveryPrecisionWithinItsQuantisation) {
   std::mt19937 random(17);
   std::uniform_real_distribution<float> unit(0.0f, 1.0f);
@@ -297,8 +295,7 @@ TEST(RoundTrip, EveryPrecisionWithinItsQuantisation) {
     }
 }
 
-// The resolver picks the CPU engine's tier; threads that share one block and build a conversion
-// table at once get the bytes of a serial run and leave the count as it was.
+// Threads that share one block and build a conversion table at once get a serial run's bytes.
 TEST(Concurrency, ResolverSharedBlocksAndTablesFromManyThreads) {
   if (!bConvertKernelsAvailable()) GTEST_SKIP() << "no SSE4.1";
   EXPECT_STREQ(SelectedConvertKernelsName(), ActiveCPUKernels().name);

@@ -80,8 +80,7 @@ TEST(FrameBufferFormat, DescriptionTexts) {
     EXPECT_STREQ(PrecisionWord(p), words[p]);
 }
 
-// Every field matters but the stated buffer size; channel order does not for Intensity, nor byte
-// order for 8 bits.
+// All fields but buffer size; channel order not for Intensity, nor byte order for 8 bits.
 TEST(FrameBufferFormat, MatchingRule) {
   const FrameBufferFormat base = MakeFormat(kRGBA, kPrecision16BitInt);
   FrameBufferFormat changed[7] = {base, base, base, base, base, base, base};
@@ -177,8 +176,7 @@ TEST(ComplexFrameBuffer, ConstructorsHistorySharingAndGrowth) {
   EXPECT_EQ(PictureBytes(third), PictureBytes(grown));
 }
 
-// Line 0 is the top line in either memory order; a requested stride larger than the computed
-// one is kept; a stride beyond 32 bits or a picture beyond memory is refused without a trace.
+// Line 0 is the top line in either order; a stride beyond 32 bits or memory is refused untraced.
 TEST(ComplexFrameBuffer, LinePointersStridesAndRefusals) {
   for (bool topToBottom : {true, false}) {
     auto buffer = NewBuffer(MakeFormat(kRGB, kPrecision8Bits, 0, false, topToBottom, 24), 5, 4);

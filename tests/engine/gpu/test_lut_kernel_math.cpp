@@ -1,10 +1,7 @@
 // The GPU LUT formulas (lut_kernel_math.h as host C++) against the model; operators and textures.
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <cstring>
-#include <limits>
-#include <memory>
 #include <random>
 #include <string>
 #include <vector>
@@ -67,8 +64,7 @@ INSTANTIATE_TEST_SUITE_P(KindsMethodsFormats, LUTKernelMathTest,
                                   std::to_string(std::get<2>(test.param));
                          });
 
-// The tetrahedron is picked without branches; every order of the three fractions, the ties
-// between them and a cell clamped at the cube's end must land on the model's walk. The cube's
+// The branch-free pick of a tetrahedron, for every order of fractions, ties and clamped cells; the
 // entries are random, so that a wrong corner or weight shows.
 TEST(LUTKernelMath, TetrahedralFindsEveryOrderTieAndClampedCell) {
   const uint32_t n = 4;
@@ -172,8 +168,7 @@ TEST(HwTexture, TransposedCopyTurnsRowsOf1024TexelsIntoColumns) {
   EXPECT_NE(host::IR_Transpose(nullptr, 48, out.data(), 32, 3, 2, 16), 0);
 }
 
-// The registry keeps the latest texture of one key and loses each with it; a texture over a
-// loaded LUT borrows its table.
+// The registry keeps the latest texture of a key; a texture over a loaded LUT borrows its table.
 TEST(HwTexture, LoadsByKindRegistersUnderItsKeyAndBorrowsLoadedTables) {
   using Tincta::COvHwTexture;
   const TempDir dir;
