@@ -159,8 +159,7 @@ TEST(ConvertKernels, VectorPathEqualsGeneralPathAndReference) {
 TEST(OptimizedConverter, RefusalsFallBackToTheSameBytes) {
   const Lines lines = RandomLines(5, 2, 11);
   const auto aligned = FloatPicture(lines);
-  const FrameBufferFormat rgba8 =
-      MakeFormat(kRGBA, kPrecision8Bits, kChannelOrderRGB, false, true, 32);
+  const FrameBufferFormat rgba8 = MakeFormat(kRGBA, kPrecision8Bits, 1, false, true, 32);
   const FrameBufferFormat packed = MakeFormat(kRGBA, kPrecision8Bits);  // 20-byte lines
   auto reference = NewBuffer(rgba8, 5, 2);
   const COvOptimizedFrameBufferConverter optimized;
@@ -238,9 +237,7 @@ TEST(GeneralPath, SixteenToEightTruncatesOnEveryRoute) {
   };
   for (const SConvertKernels* table : Tables())
     for (int32_t order : {kChannelOrderRGB, kChannelOrderBGR}) {
-      FrameBufferFormat to = rgba8;
-      to.channelOrder = order;
-      auto target = NewBuffer(to, kWidth, kHeight);
+      auto target = NewBuffer(MakeFormat(kRGBA, 0, order, false, true, 9 * 64), kWidth, kHeight);
       ASSERT_TRUE(COvOptimizedFrameBufferConverter(table).Convert(*source, *target));
       check(*target, table->name);
     }

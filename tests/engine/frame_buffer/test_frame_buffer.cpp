@@ -55,7 +55,7 @@ TEST(FrameBufferFormat, StridesAndBytesPerPixelForEveryTypeAndPrecision) {
   EXPECT_EQ(ComputeLineStride(MakeFormat(kRGBA, kPrecision32BitFloat), 0x80000000u), 0x800000000u);
 }
 
-TEST(FrameBufferFormat, DescriptionTexts) {
+TEST(FrameBufferFormat, DescriptionTextsAndMatchingRule) {
   FrameBufferFormat sized = MakeFormat(kI, kPrecision16BitInt, kChannelOrderBGR, true, false, 64);
   sized.bufferSize = 4096;
   const std::pair<FrameBufferFormat, const char*> cases[] = {
@@ -78,10 +78,8 @@ TEST(FrameBufferFormat, DescriptionTexts) {
                          "16 bit float", "32 bit int", "32 bit float"};
   for (uint32_t p = 0; p < kPrecisionCount; ++p)
     EXPECT_STREQ(PrecisionWord(p), words[p]);
-}
-
-// All fields but buffer size; channel order not for Intensity, nor byte order for 8 bits.
-TEST(FrameBufferFormat, MatchingRule) {
+  // Matching: all fields but buffer size; channel order not for Intensity, nor byte order for 8
+  // bits.
   const FrameBufferFormat base = MakeFormat(kRGBA, kPrecision16BitInt);
   FrameBufferFormat changed[7] = {base, base, base, base, base, base, base};
   changed[0].bufferSize = 99;
