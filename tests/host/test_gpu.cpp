@@ -192,23 +192,19 @@ TEST(GPUDevices, BindsAndLaunchesRefuseWhatTheKernelCannotTakeAndResetsRetireHan
         GPUKernelArgument::Pointer(at), GPUKernelArgument::Pointer(at),
         GPUKernelArgument::UInt32(0),   GPUKernelArgument::UInt32(0),
         GPUKernelArgument::Int32(0),    GPUKernelArgument::Float32(0)};
+    const auto launch = [&](const GPUKernel* what, GPUDim3 grid, size_t count = 6) {
+      return device->Launch(what, grid, {1, 1, 1}, bindings, std::span(arguments).first(count));
+    };
     ASSERT_EQ(device->Bind3DTexture(bindings, cube, at, 64, 4, 4, 4, k32f, 0), 0);
-    EXPECT_EQ(device->Launch(kernel, {1, 1, 1}, {1, 1, 1}, bindings, arguments),
-              kGPUErrorInvalidArgument)
-        << "the 2-D slot is not bound";
+    EXPECT_EQ(launch(kernel, {1, 1, 1}), kGPUErrorInvalidArgument) << "the 2-D slot is not bound";
     ASSERT_EQ(device->BindTexture(bindings, flat, at, 16, 128, 8, 8, k32f, 0), 0);
     EXPECT_EQ(bindings.entries[0].texels, at + 16);
-    EXPECT_EQ(device->Launch(kernel, {1, 0, 1}, {1, 1, 1}, bindings, arguments),
-              kGPUErrorInvalidArgument);
-    EXPECT_EQ(device->Launch(nullptr, {1, 1, 1}, {1, 1, 1}, bindings, arguments),
-              kGPUErrorInvalidArgument);
+    EXPECT_EQ(launch(kernel, {1, 0, 1}), kGPUErrorInvalidArgument);
+    EXPECT_EQ(launch(nullptr, {1, 1, 1}), kGPUErrorInvalidArgument);
     // The bare test device only records arguments; a real kernel counts them.
-    if (device->GetInfo().frameworkCode != 0) {
-      EXPECT_EQ(
-          device->Launch(kernel, {1, 1, 1}, {1, 1, 1}, bindings, std::span(arguments).first(5)),
-          kGPUErrorInvalidArgument);
-    }
-    EXPECT_EQ(device->Launch(kernel, {1, 1, 1}, {1, 1, 1}, bindings, arguments), 0);
+    EXPECT_EQ(launch(kernel, {1, 1, 1}, 5),
+              device->GetInfo().frameworkCode != 0 ? kGPUErrorInvalidArgument : 0);
+    EXPECT_EQ(launch(kernel, {1, 1, 1}), 0);
     EXPECT_EQ(device->Synchronize(), 0);
 
     // A reset: a new stamp, an empty cache, old handles refused; older memory may still go back.
@@ -218,8 +214,7 @@ TEST(GPUDevices, BindsAndLaunchesRefuseWhatTheKernelCannotTakeAndResetsRetireHan
     EXPECT_NE(device->GetGenerationStamp(), stamp);
     EXPECT_EQ(device->GetAssetCache().Find(Key(1)), nullptr);
     EXPECT_EQ(device->GetAssetCache().GetBytesHeld(), 0u);
-    EXPECT_EQ(device->Launch(kernel, {1, 1, 1}, {1, 1, 1}, bindings, arguments),
-              kGPUErrorInvalidArgument);
+    EXPECT_EQ(launch(kernel, {1, 1, 1}), kGPUErrorInvalidArgument);
     EXPECT_EQ(device->BindTexture(bindings, flat, at, 0, 128, 8, 8, k32f, 0),
               kGPUErrorInvalidArgument);
     EXPECT_NE(LoadKernel(*device, kTestModule, kTestEntry), kernel);
@@ -296,17 +291,17 @@ TEST_P(GPUBackend, StagingCopiesAndPooledBlocks) {
   staging.Release(nullptr);
   memory.Release(nullptr);
 
-  const std::vector<uint8_t> first = RandomBytes(48, 4), second = RandomBytes(48, 5);
+  const std::vector<uint8_t> bytes = RandomBytes(96, 4);
   GPUHostBlock* block = staging.Allocate(48, 0, kGPUUsageConstants);
   GPUHostBlock* block2 = staging.Allocate(48, 0, kGPUUsageConstants);
   GPUDeviceBlock* target = memory.Allocate(96, 0, kGPUUsageConstants);
   ASSERT_TRUE(block && block2 && target && block->mappedView && block->size >= 48);
   // From the mapped view, then (after unmapping) from the block itself.
-  std::memcpy(block->mappedView, first.data(), 48);
+  std::memcpy(block->mappedView, bytes.data(), 48);
   ASSERT_EQ(device_->CopyStagingToDevice(target->pointer, *block, 48, true), 0);
   ASSERT_EQ(staging.Unmap(block), 0);
   EXPECT_EQ(block->mappedView, nullptr);
-  std::memcpy(block2->data, second.data(), 48);
+  std::memcpy(block2->data, bytes.data() + 48, 48);
   ASSERT_EQ(device_->CopyStagingToDevice(target->pointer + 48, *block2, 48, false), 0);
   EXPECT_EQ(device_->CopyStagingToDevice(target->pointer, *block2, 49, false),
             kGPUErrorInvalidArgument);
@@ -317,8 +312,7 @@ TEST_P(GPUBackend, StagingCopiesAndPooledBlocks) {
   staging.Release(block2);
   std::vector<uint8_t> back(96);
   ASSERT_EQ(device_->CopyDeviceToHost(back.data(), 0, target->pointer, 0, 96, 1), 0);
-  EXPECT_TRUE(std::equal(first.begin(), first.end(), back.begin()));
-  EXPECT_TRUE(std::equal(second.begin(), second.end(), back.begin() + 48));
+  EXPECT_EQ(back, bytes);
 
   // A released device block of the same size comes back without a trip to the driver.
   const DevicePointer address = target->pointer;
