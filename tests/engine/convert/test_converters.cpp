@@ -38,14 +38,6 @@ uint32_t Ref10(float x) {
   return std::isnan(x) ? 1023 : uint32_t(std::lrint(std::clamp(x, 0.0f, 1.0f) * 1023.0f));
 }
 
-Bytes Words(const std::vector<uint32_t>& words, bool bigEndian) {
-  Bytes bytes;
-  for (uint32_t word : words)
-    for (int i = 0; i < 4; ++i)
-      bytes.push_back(uint8_t(word >> (bigEndian ? 24 - 8 * i : 8 * i)));
-  return bytes;
-}
-
 // One target line from a float RGBA line; `exchange` swaps the first and third samples.
 Bytes ReferenceLine(const std::vector<float>& line, const FrameBufferFormat& to, bool exchange) {
   std::vector<float> samples;
@@ -53,15 +45,19 @@ Bytes ReferenceLine(const std::vector<float>& line, const FrameBufferFormat& to,
     for (uint32_t c = 0; c < ChannelCount(to); ++c)
       samples.push_back(line[x * 4 + (exchange && c % 2 == 0 && c < 3 ? 2 - c : c)]);
   Bytes bytes;
-  for (float v : samples)
-    bytes.push_back(uint8_t(Ref8(v)));
-  if (to.precision == kPrecision8Bits) return bytes;
+  if (to.precision == kPrecision8Bits) {
+    for (float v : samples)
+      bytes.push_back(uint8_t(Ref8(v)));
+    return bytes;
+  }
   samples.resize((samples.size() + 2) / 3 * 3, 0.0f);  // RGB: a word per pixel; RGBA: 3 samples
-  std::vector<uint32_t> words;
-  for (size_t i = 0; i < samples.size(); i += 3)
-    words.push_back(Ref10(samples[i]) << 22 | Ref10(samples[i + 1]) << 12 |
-                    Ref10(samples[i + 2]) << 2);
-  return Words(words, to.bigEndian);
+  for (size_t i = 0; i < samples.size(); i += 3) {
+    const uint32_t word =
+        Ref10(samples[i]) << 22 | Ref10(samples[i + 1]) << 12 | Ref10(samples[i + 2]) << 2;
+    for (int k = 0; k < 4; ++k)
+      bytes.push_back(uint8_t(word >> (to.bigEndian ? 24 - 8 * k : 8 * k)));
+  }
+  return bytes;
 }
 
 // The kernel tables this processor can run.
