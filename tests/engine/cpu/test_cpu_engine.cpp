@@ -323,8 +323,7 @@ TEST(ReadoutWorkers, CopiesInTurnOnTheirProcessors) {
     EXPECT_TRUE(!bound || (CPU_COUNT(&ranOn[slot]) == 1 && CPU_ISSET(processor, &ranOn[slot])))
         << "worker " << slot;
   }
-  EXPECT_EQ(overlapping.load(), 0);
-  EXPECT_EQ(startedFromItself.load(), 0);
+  EXPECT_EQ(std::pair(overlapping.load(), startedFromItself.load()), std::pair(0, 0));
   EXPECT_FALSE(workers[0]->bHandOver(COvComplexFrameBuffer()));
 }
 

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <random>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "engine/gpu/hw_compositing_engine.h"
@@ -178,37 +179,34 @@ TEST(HwTexture, LoadsByKindRegistersUnderItsKeyAndBorrowsLoadedTables) {
   const std::string curves = dir.Write("curves.cube", text);
   const std::string cube = dir.Write("cube.cube", CubeText3D(5));
   const std::string missing = (dir.Path() / "missing.cube").string();
-  const struct {
-    const char* what;
-    const std::string& file;
-    uint32_t kind, sizeLimit, kindAfter, size;
-    const char* suffix;
-  } cases[] = {
-      {"3-D, kind from the file", cube, 0, 0, Tincta::kHwTexture3D, 5, "/3D"},
-      {"1-D, kind from the file", curves, 0, 0, Tincta::kHwTexture1D, 1024, "/1D"},
-      {"3-D refused as 1-D", cube, Tincta::kHwTexture1D, 0, Tincta::kHwTexture1D, 0, "/1D"},
-      {"1-D refused as 3-D", curves, Tincta::kHwTexture3D, 0, Tincta::kHwTexture3D, 0, "/3D"},
-      {"1-D as 2-D", curves, Tincta::kHwTexture2D, 0, Tincta::kHwTexture2D, 1024, "/2D"},
-      {"1-D resampled", curves, Tincta::kHwTextureRectangle, 256, Tincta::kHwTextureRectangle, 256,
-       "/RECT"},
-      {"3-D not resampled", cube, Tincta::kHwTexture3D, 2, Tincta::kHwTexture3D, 5, "/3D"},
-      {"missing file", missing, 0, 0, 0, 0, "/1D"},
-  };
+  // What, the file, the kind asked for, the size limit; the kind and size then, the key's suffix.
+  const std::tuple<const char*, std::string, uint32_t, uint32_t, uint32_t, uint32_t, const char*>
+      cases[] = {
+          {"3-D, kind from the file", cube, 0, 0, Tincta::kHwTexture3D, 5, "/3D"},
+          {"1-D, kind from the file", curves, 0, 0, Tincta::kHwTexture1D, 1024, "/1D"},
+          {"3-D refused as 1-D", cube, Tincta::kHwTexture1D, 0, Tincta::kHwTexture1D, 0, "/1D"},
+          {"1-D refused as 3-D", curves, Tincta::kHwTexture3D, 0, Tincta::kHwTexture3D, 0, "/3D"},
+          {"1-D as 2-D", curves, Tincta::kHwTexture2D, 0, Tincta::kHwTexture2D, 1024, "/2D"},
+          {"1-D resampled", curves, Tincta::kHwTextureRectangle, 256, Tincta::kHwTextureRectangle,
+           256, "/RECT"},
+          {"3-D not resampled", cube, Tincta::kHwTexture3D, 2, Tincta::kHwTexture3D, 5, "/3D"},
+          {"missing file", missing, 0, 0, 0, 0, "/1D"},
+      };
   Tincta::COvHwTextureRegistry registry;
-  for (const auto& c : cases) {
+  for (const auto& [what, file, kind, sizeLimit, kindAfter, size, suffix] : cases) {
+    SCOPED_TRACE(what);
     {
-      const COvHwTexture texture(c.file, c.kind, &registry, c.sizeLimit);
+      const COvHwTexture texture(file, kind, &registry, sizeLimit);
       EXPECT_EQ(std::tuple(texture.bLoaded(), texture.Kind(), texture.Size(), texture.OwnsTable()),
-                std::tuple(c.size != 0, c.kindAfter, c.size, 1u))
-          << c.what;
-      EXPECT_EQ(registry.Find(c.file + c.suffix), &texture) << c.what;
-      EXPECT_EQ(registry.Count(), 1u) << c.what;
+                std::tuple(size != 0, kindAfter, size, 1u));
+      EXPECT_EQ(registry.Find(file + suffix), &texture);
+      EXPECT_EQ(registry.Count(), 1u);
       // A resampled table keeps the file's domain.
-      EXPECT_TRUE(c.sizeLimit != 256 ||
+      EXPECT_TRUE(sizeLimit != 256 ||
                   (texture.DomainMin()[0] == -1.0f && texture.DomainMax()[2] == 3.0f));
     }
-    EXPECT_EQ(registry.Find(c.file + c.suffix), nullptr) << c.what;
-    EXPECT_EQ(registry.Count(), 0u) << c.what;
+    EXPECT_EQ(registry.Find(file + suffix), nullptr);
+    EXPECT_EQ(registry.Count(), 0u);
   }
   {
     const COvHwTexture first(cube, 0, &registry);
