@@ -480,12 +480,9 @@ CRANDLE_GPU_BACKEND_SUITE(GPUBackend);
 TEST(GPUFrames, GpuResidentFramesGoToTheFirstDevice) {
   const std::vector<std::shared_ptr<IGPUDevice>> devices = EnumerateGPUDevices();
   FrameRef frame;
-  const int result = CreateVideoFrame(frame, kPixelFormat_BGRA_4444_32f, 8, 2, 1, {}, true, true);
-  if (devices.empty()) {
-    EXPECT_EQ(result, kFrameErrorNoDevice);
-    return;
-  }
-  ASSERT_EQ(result, 0);
+  ASSERT_EQ(CreateVideoFrame(frame, k32f, 8, 2, 1, {}, true, true),
+            devices.empty() ? kFrameErrorNoDevice : 0);
+  if (devices.empty()) return;
   EXPECT_EQ(frame.Query<ICompletionEventVideoFrame>()->GetDevice(), devices.front());
   EXPECT_TRUE(frame.Query<IVideoFrameMemoryAccess>().IsEmpty());
 }
