@@ -1,10 +1,11 @@
-// The binding from a LUT to the engines: kind, texture units and domain mapping, with expected
-// values worked out by hand from domains whose scale and offset are exact in binary.
+// The binding from a LUT to the engines, against mappings worked out by hand from exact domains.
 #include <gtest/gtest.h>
 
 #include <array>
 #include <memory>
 #include <string>
+#include <tuple>
+#include <utility>
 
 #include "engine/lut_binding.h"
 #include "lut/lut3d.h"
@@ -33,42 +34,32 @@ constexpr std::array<float, 3> kShaperScale = {0.5f, 0.25f, 0.125f};
 constexpr std::array<float, 3> kShaperOffset = {0.25f, 0.25f, 0.5f};
 
 TEST(LUTBinding, KindUnitsAndDomainOfEveryShape) {
-  struct SCase {
-    const char* what;
-    bool is3D, shaped;
-    ELUTKind kind;
-    std::string name;
-    uint32_t tableUnit, shaperUnit;
-    std::array<float, 3> scale, offset;
-  };
-  const SCase cases[] = {
-      {"1-D", false, false, ELUTKind::k1D, "ORVANE.LUT.1D", 1, 0, kOwnScale, kOwnOffset},
-      // A 1-D LUT's shaper does not make it shaped, but its domain is the one that maps.
-      {"1-D with a shaper", false, true, ELUTKind::k1D, "ORVANE.LUT.1D", 1, 0, kShaperScale,
-       kShaperOffset},
-      {"3-D", true, false, ELUTKind::k3D, "ORVANE.LUT.3D", 1, 0, kOwnScale, kOwnOffset},
-      {"3-D with a shaper", true, true, ELUTKind::k1D3D, "ORVANE.LUT.1D3D", 2, 1, kShaperScale,
-       kShaperOffset},
-  };
-  for (const SCase& c : cases) {
-    SCOPED_TRACE(c.what);
-    const auto lut = Table(4, c.is3D, kOwnMin, kOwnMax);
-    if (c.shaped) lut->SetInputShaper(Table(2, false, kShaperMin, kShaperMax));
+  // 3-D, shaped; the kind, its name and texture units (table, shaper), the domain mapping. A 1-D
+  // LUT's shaper does not make it shaped, but its domain is the one that maps.
+  const std::tuple<bool, bool, ELUTKind, std::string, uint32_t, uint32_t, std::array<float, 3>,
+                   std::array<float, 3>>
+      cases[] = {
+          {false, false, ELUTKind::k1D, "ORVANE.LUT.1D", 1, 0, kOwnScale, kOwnOffset},
+          {false, true, ELUTKind::k1D, "ORVANE.LUT.1D", 1, 0, kShaperScale, kShaperOffset},
+          {true, false, ELUTKind::k3D, "ORVANE.LUT.3D", 1, 0, kOwnScale, kOwnOffset},
+          {true, true, ELUTKind::k1D3D, "ORVANE.LUT.1D3D", 2, 1, kShaperScale, kShaperOffset}};
+  for (const auto& [is3D, shaped, wantKind, name, table, shaper, scale, offset] : cases) {
+    SCOPED_TRACE(testing::Message() << "3-D " << is3D << " shaped " << shaped);
+    const auto lut = Table(4, is3D, kOwnMin, kOwnMax);
+    if (shaped) lut->SetInputShaper(Table(2, false, kShaperMin, kShaperMax));
     const ELUTKind kind = LUTKindOf(*lut);
-    EXPECT_EQ(kind, c.kind);
-    EXPECT_EQ(std::string(LUTKindName(kind).data()), c.name);  // usable as C text
-    EXPECT_EQ(LUTTextureUnits(kind).table, c.tableUnit);
-    EXPECT_EQ(LUTTextureUnits(kind).shaper, c.shaperUnit);
+    EXPECT_EQ(kind, wantKind);
+    EXPECT_EQ(std::string(LUTKindName(kind).data()), name);  // usable as C text
+    EXPECT_EQ(std::pair(LUTTextureUnits(kind).table, LUTTextureUnits(kind).shaper),
+              std::pair(table, shaper));
     const SDomainMapping mapping = DomainMappingOf(*lut);
-    EXPECT_EQ(mapping.scale, c.scale);
-    EXPECT_EQ(mapping.offset, c.offset);
+    EXPECT_TRUE(mapping.scale == scale && mapping.offset == offset);
     EXPECT_EQ(mapping.size, 4u);  // the LUT's own edge, never the shaper's
     const auto parameters = DomainParameters(mapping);
     for (int i = 0; i < 8; ++i) {
-      const std::string name = std::string(i < 4 ? "__scale1." : "__offset1.") + "xyzw"[i % 4];
-      EXPECT_EQ(parameters[i].name, name);
-      EXPECT_EQ(parameters[i].value, i % 4 == 3 ? i < 4 : (i < 4 ? c.scale : c.offset)[i % 4])
-          << name;
+      const std::string named = std::string(i < 4 ? "__scale1." : "__offset1.") + "xyzw"[i % 4];
+      EXPECT_EQ(parameters[i].name, named);
+      EXPECT_EQ(parameters[i].value, i % 4 == 3 ? i < 4 : (i < 4 ? scale : offset)[i % 4]) << named;
     }
   }
 }

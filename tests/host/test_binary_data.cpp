@@ -53,8 +53,7 @@ TEST(BinaryData, MovesAndGivesBackItsBlock) {
   RecycledMemory::Release(block, 100);
 }
 
-// Threads fill their blocks with their own mark and check it before giving them back: a block
-// handed to two owners at once shows a foreign mark.
+// Each thread marks its blocks: a block handed to two owners at once shows a foreign mark.
 TEST(RecycledMemory, ConcurrentOwnersNeverShareABlock) {
   std::atomic<int> clashes{0};
   std::vector<std::thread> threads;

@@ -1,5 +1,4 @@
-// What only the CUDA back end has: its driver loader's answers for an unusable driver and the
-// fatbins built into the library (the device tests shared with OpenCL are in test_gpu.cpp).
+// What only the CUDA back end has: its driver loader's messages and the fatbins built in.
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -25,9 +24,8 @@ const host::GPUBackendStatus* CudaStatus(const std::vector<host::GPUBackendStatu
   return nullptr;
 }
 
-// ctest runs this once per stand-in driver (see CMakeLists.txt), with the parts of the message
-// that driver must produce in CRANDLE_EXPECT_CUDA_MESSAGE ('|' between parts). Without it, the
-// machine's own driver decides.
+// Run once per stand-in driver (CMakeLists.txt) with the message parts it must give, '|' apart, in
+// CRANDLE_EXPECT_CUDA_MESSAGE; without it, the machine's own driver decides.
 TEST(CudaDriverLoader, SaysWhyTheDriverIsUnusable) {
   const auto statuses = host::GetGPUBackendStatus();
   const host::GPUBackendStatus* status = CudaStatus(statuses);

@@ -1,5 +1,4 @@
-// Guids and path titles. The hash states behind identifiers and texture keys are pinned by the
-// golden values of tests/api.
+// Guids and path titles (the hash states are pinned by the golden values of tests/api).
 #include <gtest/gtest.h>
 
 #include <cstring>

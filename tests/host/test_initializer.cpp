@@ -1,5 +1,4 @@
-// The initialiser registry. Registrations are process-wide and permanent, so each test uses
-// names and a context bit of its own.
+// The initialiser registry; registrations are permanent, so each test has its own names and bit.
 #include <gtest/gtest.h>
 
 #include <algorithm>

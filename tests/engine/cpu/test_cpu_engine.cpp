@@ -1,5 +1,4 @@
-// The CPU compositing engine: texture upload rules, operator names, script parameters, the
-// rendering over frame buffers, the red-blue exchange around it, and the read-out workers.
+// The CPU compositing engine: uploads, operator names, parameters, rendering, read-out workers.
 #include <gtest/gtest.h>
 
 #include <pthread.h>
@@ -14,11 +13,11 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "engine/cpu/cpu_compositing_engine.h"
 #include "engine/cpu/cpu_kernels.h"
-#include "engine/frame_buffer/complex_frame_buffer.h"
 #include "foundation/heap_buffer.h"
 #include "host/log.h"
 #include "support/frame_buffer_helpers.h"
@@ -34,50 +33,45 @@ TEST(CPUTextureUnits, UploadRules) {
   std::vector<float> texels(65536 * 4);  // a first row of the widest four-channel case
   for (size_t i = 0; i < texels.size(); ++i)
     texels[i] = float(i + 1);
-  struct SCase {
-    const char* what;
-    uint32_t unit, width, height, depth, target, channels;
-    bool flip, accepted;
-    int32_t firstTexel, rowStride;  // of an accepted upload; a 2-D texture has its own copy
-  };
-  const SCase cases[] = {
-      {"3-D of 256^3 texels", 1, 256, 256, 256, kTexture3D, 4, false, true, 0, 4096},
-      {"3-D of one texel more than 256^3", 1, 97, 257, 673, kTexture3D, 4, false, false},
-      {"1-D of one texel more than 256^3", 7, 0x1000001, 1, 1, kTexture1D, 4, false, false},
-      {"1 channel", 2, 8, 8, 8, kTexture3D, 1, false, true, 0, 32},
-      {"2 channels", 2, 8, 8, 8, kTexture3D, 2, false, false},
-      {"unit 8", 8, 8, 1, 1, kTexture1D, 4, false, false},
-      {"unit 0, 1-D", 0, 8, 1, 1, kTexture1D, 4, false, false},
-      {"unknown kind", 1, 8, 1, 1, 0x1234, 4, false, false},
-      {"1-D, 65536 on every axis", 7, 65536, 65536, 65536, kTexture1D, 4, false, true, 0, 1 << 20},
-      {"rectangle", 0, 3, 4, 1, kTextureRectangle, 1, false, true, 0, 12},
-      {"flipped rectangle", 0, 3, 4, 1, kTextureRectangle, 1, true, true, 9, -12},
-      {"2-D, flip ignored", 5, 17, 3, 1, kTexture2D, 1, true, true, -1, 128},
-  };
-  for (const SCase& c : cases) {
-    SCOPED_TRACE(c.what);
+  // Unit, width, height, depth, kind, channels, flipped; of an accepted upload, the first texel
+  // (-1: a 2-D texture has its own copy) and the row stride, else 0 and 0.
+  const std::tuple<uint32_t, uint32_t, uint32_t, uint32_t, uint32_t, uint32_t, bool, int32_t,
+                   int32_t>
+      cases[] = {{1, 256, 256, 256, kTexture3D, 4, false, 0, 4096},
+                 {1, 97, 257, 673, kTexture3D, 4, false, 0, 0},  // one texel more than 256^3
+                 {7, 0x1000001, 1, 1, kTexture1D, 4, false, 0, 0},
+                 {2, 8, 8, 8, kTexture3D, 1, false, 0, 32},
+                 {2, 8, 8, 8, kTexture3D, 2, false, 0, 0},
+                 {8, 8, 1, 1, kTexture1D, 4, false, 0, 0},
+                 {0, 8, 1, 1, kTexture1D, 4, false, 0, 0},
+                 {1, 8, 1, 1, 0x1234, 4, false, 0, 0},
+                 {7, 65536, 65536, 65536, kTexture1D, 4, false, 0, 1 << 20},
+                 {0, 3, 4, 1, kTextureRectangle, 1, false, 0, 12},
+                 {0, 3, 4, 1, kTextureRectangle, 1, true, 9, -12},
+                 {5, 17, 3, 1, kTexture2D, 1, true, -1, 128}};  // flip ignored
+  for (const auto& [index, width, height, depth, target, channels, flip, firstTexel, rowStride] :
+       cases) {
+    SCOPED_TRACE(testing::Message() << "unit " << index << " width " << width << " " << channels);
     COvCPUTextureUnits units;
     const float held[4] = {};
-    const SCPUTextureUnit& unit = units.Unit(c.unit % 8);
-    ASSERT_TRUE(units.bUpload(c.unit % 8, 1, 1, 1, kTextureRectangle, 4, held, false));
-    EXPECT_EQ(units.bUpload(c.unit, c.width, c.height, c.depth, c.target, c.channels, texels.data(),
-                            c.flip),
-              c.accepted);
-    if (!c.accepted) {
+    const SCPUTextureUnit& unit = units.Unit(index % 8);
+    ASSERT_TRUE(units.bUpload(index % 8, 1, 1, 1, kTextureRectangle, 4, held, false));
+    EXPECT_EQ(units.bUpload(index, width, height, depth, target, channels, texels.data(), flip),
+              rowStride != 0);
+    if (rowStride == 0) {
       EXPECT_TRUE(unit.data == held && unit.target.Value() == kTextureRectangle);
       continue;
     }
-    EXPECT_EQ(unit.rowStride.Value(), c.rowStride);
-    EXPECT_TRUE(c.firstTexel < 0 || unit.data == texels.data() + c.firstTexel);
-    if (c.target != kTexture2D) continue;
+    EXPECT_EQ(unit.rowStride.Value(), rowStride);
+    EXPECT_TRUE(firstTexel < 0 || unit.data == texels.data() + firstTexel);
+    if (target != kTexture2D) continue;
     EXPECT_EQ(unit.rowShift, 7u);
     for (uint32_t i = 0; i < 3 * 32; ++i)
       ASSERT_EQ(unit.data[i], i % 32 < 17 ? texels[i / 32 * 17 + i % 32] : 0.0f) << i;
   }
 }
 
-// RGBA float pixels in memory that the test owns, wrapped as a frame buffer with rows
-// `rowFloats` apart.
+// RGBA float pixels that the test owns, wrapped as a frame buffer with rows `rowFloats` apart.
 struct STestFrame {
   uint32_t width, height;
   size_t rowFloats;
@@ -101,9 +95,8 @@ struct STestFrame {
   }
   float* Pixel(uint32_t x, uint32_t y) { return &pixels[y * rowFloats + 4 * size_t(x)]; }
   void Randomise(std::mt19937& rng) {
-    std::uniform_real_distribution<float> value(-0.1f, 1.1f);
     for (float& v : pixels)
-      v = value(rng);
+      v = std::uniform_real_distribution<float>(-0.1f, 1.1f)(rng);
   }
 };
 
@@ -122,9 +115,8 @@ struct SLUTEngine {
   COvScriptParser parameters;
   SLUTDomainMapping mapping;
   SLUTEngine(uint32_t n, std::mt19937& rng) : table(4 * n * n * n) {
-    std::uniform_real_distribution<float> value(0.0f, 1.0f);
     for (float& v : table)
-      v = value(rng);
+      v = std::uniform_real_distribution<float>(0.0f, 1.0f)(rng);
     EXPECT_TRUE(engine.bUploadTexture(1, n, n, n, kTexture3D, 4, table.data(), false));
     for (int c = 0; c < 3; ++c) {
       mapping.scale[c] = float(1.0 - 1.0 / n);
@@ -156,36 +148,32 @@ TEST(CPURendering, FailuresNameTheirCauseAndTouchNothing) {
     if (parameters.ParameterCount() < 3) partial.bSetParameter(name, 0.5);
     parameters.bSetParameter(name, 0.5);
   }
-  struct SCase {
-    std::vector<const char*> layers;
-    const COvScriptParser* parameters;
-    uint32_t table;  // 0 none, 1 cube, 2 curve
-    const char* mentions;
-  };
-  const SCase cases[] = {
-      {{"*noop", "*STRETCH!"}, &parameters, 1, "\"*STRETCH!\" has no CPU program"},
-      {{"ORVANE.LUT.3D"}, &parameters, 0, "texture unit 1 of ORVANE.LUT.3D holds no table"},
-      {{"ORVANE.LUT.3D"}, &parameters, 2, "holds no 3-D table"},
-      {{"ORVANE.LUT.1D3D"}, &parameters, 2, "texture unit 2"},
-      {{"ORVANE.LUT.1D"}, &partial, 2, "__offset1.y"},
-      {{"ORVANE.LUT.1D"}, nullptr, 2, "__scale1.x"},
-      {{"__GroupEnd"}, &parameters, 1, "closes a group"},
-      {{"__GroupBegin", "*noop"}, &parameters, 1, "not closed"},
-      {{"*noop", nullptr}, &parameters, 1, "layer 1"},
-  };
+  // Layers, parameters, the table in unit 1 (0 none, 1 cube, 2 curve), what the error mentions.
+  const std::tuple<std::vector<const char*>, const COvScriptParser*, uint32_t, const char*>
+      cases[] = {
+          {{"*noop", "*STRETCH!"}, &parameters, 1, "\"*STRETCH!\" has no CPU program"},
+          {{"ORVANE.LUT.3D"}, &parameters, 0, "texture unit 1 of ORVANE.LUT.3D holds no table"},
+          {{"ORVANE.LUT.3D"}, &parameters, 2, "holds no 3-D table"},
+          {{"ORVANE.LUT.1D3D"}, &parameters, 2, "texture unit 2"},
+          {{"ORVANE.LUT.1D"}, &partial, 2, "__offset1.y"},
+          {{"ORVANE.LUT.1D"}, nullptr, 2, "__scale1.x"},
+          {{"__GroupEnd"}, &parameters, 1, "closes a group"},
+          {{"__GroupBegin", "*noop"}, &parameters, 1, "not closed"},
+          {{"*noop", nullptr}, &parameters, 1, "layer 1"},
+      };
   for (bool exchange : {false, true}) {
-    for (const SCase& c : cases) {
+    for (const auto& [layers, given, table, mentions] : cases) {
       COvCPUCompositingEngine engine;
       engine.SetRedBlueExchange(exchange);
-      if (c.table == 1) engine.bUploadTexture(1, 3, 3, 3, kTexture3D, 4, cube.data(), false);
-      if (c.table == 2) engine.bUploadTexture(1, 16, 1, 1, kTexture1D, 4, curve.data(), false);
+      if (table == 1) engine.bUploadTexture(1, 3, 3, 3, kTexture3D, 4, cube.data(), false);
+      if (table == 2) engine.bUploadTexture(1, 16, 1, 1, kTexture1D, 4, curve.data(), false);
       STestFrame source(9, 2), destination(9, 2, 0, 7.0f);
       source.Randomise(rng);
       const std::vector<float> held = source.pixels;
-      EXPECT_FALSE(RenderWith(engine, destination, source, c.layers, c.parameters));
-      EXPECT_NE(engine.LastError().find(c.mentions), std::string::npos) << engine.LastError();
+      EXPECT_FALSE(RenderWith(engine, destination, source, layers, given));
+      EXPECT_NE(engine.LastError().find(mentions), std::string::npos) << engine.LastError();
       EXPECT_EQ(destination.pixels, std::vector<float>(destination.pixels.size(), 7.0f));
-      EXPECT_EQ(source.pixels, held) << c.mentions;
+      EXPECT_EQ(source.pixels, held) << mentions;
     }
   }
   // Near misses, then names the engine knows without a CPU program, in any case.
@@ -217,29 +205,26 @@ TEST(CPURendering, FailuresNameTheirCauseAndTouchNothing) {
 TEST(CPURendering, LayersInPlaceExchangedAndPadded) {
   std::mt19937 rng(25);
   SLUTEngine lut(6, rng);
-  struct SCase {
-    std::vector<const char*> layers;
-    uint32_t copiesApart, copiesInPlace;
-    double fade;
-  };
-  const SCase cases[] = {{{"ORVANE.LUT.3D"}, 0, 0, 1},
-                         {{"ORVANE.LUT.3D!"}, 0, 1, 1},
-                         {{"ORVANE.LUT.3D", "*NOOP!"}, 1, 1, 1},
-                         {{"*readout", "*lut"}, 0, 0, 1},
-                         {{"*lut!", "*fade!", "*readout"}, 1, 2, 0.25},
-                         {{"__GroupBegin", "*lut", "*Fade", "__GroupEnd"}, 0, 0, 0.25},
-                         {{"*fade"}, 0, 0, 0}};
-  for (const SCase& c : cases) {
+  // Layers, the input copies made apart and in place, and how far the result fades to the grade.
+  const std::tuple<std::vector<const char*>, uint32_t, uint32_t, double> cases[] = {
+      {{"ORVANE.LUT.3D"}, 0, 0, 1},
+      {{"ORVANE.LUT.3D!"}, 0, 1, 1},
+      {{"ORVANE.LUT.3D", "*NOOP!"}, 1, 1, 1},
+      {{"*readout", "*lut"}, 0, 0, 1},
+      {{"*lut!", "*fade!", "*readout"}, 1, 2, 0.25},
+      {{"__GroupBegin", "*lut", "*Fade", "__GroupEnd"}, 0, 0, 0.25},
+      {{"*fade"}, 0, 0, 0}};
+  for (const auto& [layers, copiesApart, copiesInPlace, fade] : cases) {
     for (bool exchanging : {false, true}) {
-      SCOPED_TRACE(testing::Message() << c.layers[0] << " exchanging " << exchanging);
+      SCOPED_TRACE(testing::Message() << layers[0] << " exchanging " << exchanging);
       lut.engine.SetRedBlueExchange(exchanging);
       STestFrame source(13, 3, 3), apart(13, 3, 2, -9.0f);
       source.Randomise(rng);
       STestFrame held = source, inPlace = source;
-      ASSERT_TRUE(lut.Render(apart, source, c.layers, 0.25f)) << lut.engine.LastError();
-      EXPECT_EQ(lut.engine.LastInputCopies(), c.copiesApart);
-      ASSERT_TRUE(lut.Render(inPlace, inPlace, c.layers, 0.25f));
-      EXPECT_EQ(lut.engine.LastInputCopies(), c.copiesInPlace);
+      ASSERT_TRUE(lut.Render(apart, source, layers, 0.25f)) << lut.engine.LastError();
+      EXPECT_EQ(lut.engine.LastInputCopies(), copiesApart);
+      ASSERT_TRUE(lut.Render(inPlace, inPlace, layers, 0.25f));
+      EXPECT_EQ(lut.engine.LastInputCopies(), copiesInPlace);
       for (uint32_t y = 0; y < 3; ++y) {
         std::vector<float> was(held.Pixel(0, y), held.Pixel(13, y));
         for (size_t i = 0; exchanging && i < was.size(); i += 4)
@@ -250,8 +235,8 @@ TEST(CPURendering, LayersInPlaceExchangedAndPadded) {
         EXPECT_EQ(apart.Pixel(13, y)[0], -9.0f) << "padding of row " << y << " was written";
         for (uint32_t i = 0; i < 4 * 13; ++i) {
           const uint32_t j = exchanging && i % 2 == 0 && i % 4 < 3 ? i - i % 4 + 2 - i % 4 : i;
-          const double want = i % 4 == 3 ? was[j] : c.fade * graded[j] + (1 - c.fade) * was[j];
-          ASSERT_NEAR(apart.Pixel(0, y)[i], want, c.fade == 0.25 ? 1e-6 : 0.0) << i;
+          const double want = i % 4 == 3 ? was[j] : fade * graded[j] + (1 - fade) * was[j];
+          ASSERT_NEAR(apart.Pixel(0, y)[i], want, fade == 0.25 ? 1e-6 : 0.0) << i;
         }
       }
     }
@@ -338,8 +323,7 @@ TEST(ReadoutWorkers, CopiesInTurnOnTheirProcessors) {
     EXPECT_TRUE(!bound || (CPU_COUNT(&ranOn[slot]) == 1 && CPU_ISSET(processor, &ranOn[slot])))
         << "worker " << slot;
   }
-  EXPECT_EQ(overlapping.load(), 0);
-  EXPECT_EQ(startedFromItself.load(), 0);
+  EXPECT_EQ(std::pair(overlapping.load(), startedFromItself.load()), std::pair(0, 0));
   EXPECT_FALSE(workers[0]->bHandOver(COvComplexFrameBuffer()));
 }
 

@@ -1,5 +1,4 @@
-// The samplers and pixel kernels of both tiers against a double-precision model and against each
-// other; the LUT programs against the samplers and against independent computations.
+// The samplers and LUT programs of both tiers against a double-precision model and each other.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -43,8 +42,7 @@ Rgba ModelLerp(const Rgba& a, const Rgba& b, double f) {
   return out;
 }
 
-/// Trilinear sampling of a width x height x depth table; a 1-D table has height = depth = 1 and
-/// is sampled at s alone.
+/// Trilinear sampling of a width x height x depth table; a 1-D one (height = depth = 1) at s alone.
 Rgba ModelSample(const float* table, uint32_t width, uint32_t height, uint32_t depth, double s,
                  double t, double r) {
   const SAxisModel x = ModelAxis(s, width);
@@ -91,8 +89,7 @@ std::vector<float> RandomTable(size_t entries, std::mt19937& rng, float low = -0
                                float high = 1.25f) {
   std::uniform_real_distribution<float> value(low, high);
   std::vector<float> table(4 * entries);
-  for (float& v : table)
-    v = value(rng);
+  std::generate(table.begin(), table.end(), [&] { return value(rng); });
   return table;
 }
 
@@ -189,8 +186,7 @@ TEST_P(SamplerTest, ProgramsMatchTheSamplersForEveryTail) {
   std::uniform_real_distribution<float> value(-0.2f, 1.2f);
   for (size_t count = 1; count <= 19; ++count) {
     std::vector<float> source(4 * count);
-    for (float& v : source)
-      v = value(rng);
+    std::generate(source.begin(), source.end(), [&] { return value(rng); });
     source[0] = kNaN;  // a NaN colour lands on the first entry; a NaN alpha passes through
     if (count > 2) source[4 * 2 + 3] = kNaN;
     if (count > 3) source[4 * 3 + 1] = kInf;
@@ -198,22 +194,20 @@ TEST_P(SamplerTest, ProgramsMatchTheSamplersForEveryTail) {
     // What the samplers give, pixel by pixel: want[i] for program i.
     std::vector<float> want[4] = {source, source, source, source};
     for (size_t p = 0; p < count; ++p) {
-      float mapped[3][8], shaped[3][8], curves[3][32], wideCurves[3][32], shaperOut[3][32],
-          direct[32], viaShaper[32];
+      // curves[u][c]: the 1-D sampler of unit u (curves 1 and 4, shaper 3) at channel c.
+      float mapped[3][8], shaped[3][8], curves[5][3][32], direct[32], viaShaper[32];
       for (int c = 0; c < 3; ++c) {
         std::fill_n(mapped[c], 8, source[4 * p + c] * mapping.scale[c] + mapping.offset[c]);
-        k.sample1D(units.Unit(1), mapped[c], curves[c]);
-        k.sample1D(units.Unit(4), mapped[c], wideCurves[c]);
-        k.sample1D(units.Unit(3), mapped[c], shaperOut[c]);
-        std::fill_n(shaped[c], 8, shaperOut[c][c]);
+        for (int u : {1, 3, 4})
+          k.sample1D(units.Unit(u), mapped[c], curves[u][c]);
+        std::fill_n(shaped[c], 8, curves[3][c][c]);
       }
       k.sample3D(units.Unit(2), mapped[0], mapped[1], mapped[2], direct);
       k.sample3D(units.Unit(2), shaped[0], shaped[1], shaped[2], viaShaper);
       for (int c = 0; c < 3; ++c) {
-        want[0][4 * p + c] = curves[c][c];
-        want[1][4 * p + c] = direct[c];
-        want[2][4 * p + c] = viaShaper[c];
-        want[3][4 * p + c] = wideCurves[c][c];
+        const float got[4] = {curves[1][c][c], direct[c], viaShaper[c], curves[4][c][c]};
+        for (int i = 0; i < 4; ++i)
+          want[i][4 * p + c] = got[i];
       }
     }
 

@@ -1,5 +1,4 @@
-// The frame-buffer model: layout tables, format texts, exact sample layouts, history lines, line
-// pointers, sharing, and the pixel operations.
+// The frame-buffer model: layouts, format texts, sample bytes, history, sharing, pixel operations.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -56,7 +55,7 @@ TEST(FrameBufferFormat, StridesAndBytesPerPixelForEveryTypeAndPrecision) {
   EXPECT_EQ(ComputeLineStride(MakeFormat(kRGBA, kPrecision32BitFloat), 0x80000000u), 0x800000000u);
 }
 
-TEST(FrameBufferFormat, DescriptionTexts) {
+TEST(FrameBufferFormat, DescriptionTextsAndMatchingRule) {
   FrameBufferFormat sized = MakeFormat(kI, kPrecision16BitInt, kChannelOrderBGR, true, false, 64);
   sized.bufferSize = 4096;
   const std::pair<FrameBufferFormat, const char*> cases[] = {
@@ -79,11 +78,8 @@ TEST(FrameBufferFormat, DescriptionTexts) {
                          "16 bit float", "32 bit int", "32 bit float"};
   for (uint32_t p = 0; p < kPrecisionCount; ++p)
     EXPECT_STREQ(PrecisionWord(p), words[p]);
-}
-
-// Every field matters but the stated buffer size; channel order does not for Intensity, nor byte
-// order for 8 bits.
-TEST(FrameBufferFormat, MatchingRule) {
+  // Matching: all fields but buffer size; channel order not for Intensity, nor byte order for 8
+  // bits.
   const FrameBufferFormat base = MakeFormat(kRGBA, kPrecision16BitInt);
   FrameBufferFormat changed[7] = {base, base, base, base, base, base, base};
   changed[0].bufferSize = 99;
@@ -178,8 +174,7 @@ TEST(ComplexFrameBuffer, ConstructorsHistorySharingAndGrowth) {
   EXPECT_EQ(PictureBytes(third), PictureBytes(grown));
 }
 
-// Line 0 is the top line in either memory order; a requested stride larger than the computed
-// one is kept; a stride beyond 32 bits or a picture beyond memory is refused without a trace.
+// Line 0 is the top line in either order; a stride beyond 32 bits or memory is refused untraced.
 TEST(ComplexFrameBuffer, LinePointersStridesAndRefusals) {
   for (bool topToBottom : {true, false}) {
     auto buffer = NewBuffer(MakeFormat(kRGB, kPrecision8Bits, 0, false, topToBottom, 24), 5, 4);

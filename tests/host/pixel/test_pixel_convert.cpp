@@ -1,5 +1,4 @@
-// Pixel conversion: every pair of formats against a model of the arithmetic written here, with
-// padded and unaligned rows, exact ties and NaN among the floats; failures that write nothing.
+// Pixel conversion of every pair of formats against a model written here; failures write nothing.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -81,8 +80,7 @@ std::vector<uint8_t> Source(int code, uint32_t pixels) {
   std::mt19937 random(code);
   std::uniform_real_distribution<float> unit(-0.25f, 1.25f);
   std::vector<uint8_t> bytes(pixels * Bytes(code));
-  for (auto& b : bytes)
-    b = uint8_t(random());
+  std::generate(bytes.begin(), bytes.end(), [&] { return uint8_t(random()); });
   for (uint32_t i = 0; code == kF && i < pixels * 4; ++i) {
     const float v = i < std::size(specials) ? specials[i] : unit(random);
     std::memcpy(&bytes[4 * i], &v, 4);
