@@ -15,8 +15,8 @@ namespace {
 constexpr uint32_t kPixelBytes = 16;
 // A destination at least this large is written around the caches when one LUT program is all
 // that writes it: keeping it there would evict what the pass still needs, and each of its lines
-// would be read from memory only to be overwritten (a quarter to a third of the traffic). Strips the
-// apply path converts afterwards are far smaller and stay cached for the conversion.
+// would be read from memory only to be overwritten (a quarter to a third of the traffic). Strips
+// the apply path converts afterwards are far smaller and stay cached for the conversion.
 constexpr size_t kStreamedDestinationBytes = 2 * 1024 * 1024;
 
 bool bIsWorkingLayout(const FrameBufferFormat& format) {
