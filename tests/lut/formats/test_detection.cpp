@@ -111,9 +111,7 @@ TEST_F(Detection, TextNoReaderTakesIsBakedAsACorrectionOrRefused) {
             "<Offset>0 0 0</Offset><Power>1 1 1</Power></SOPNode><SatNode><Saturation> 1.0 "
             "</Saturation></SatNode></ColorCorrection></ColorDecision></ColorDecisionList>"));
   EXPECT_EQ(lut.Size(), 1024u);
-  // Only where text is allowed and a 1-D table may come out.
-  EXPECT_FALSE(
-      Parse(lut, CDLText("1 1 1", "0 0 0", "1 1 1"), {.kindFilter = ELUTKindFilter::Only3D}));
+  // Only where text is allowed (3-D only is a row of the table above).
   EXPECT_FALSE(Parse(lut, CDLText("1 1 1", "0 0 0", "1 1 1"), {.allowTransformText = false}));
 }
 
