@@ -17,7 +17,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Allocation gives aligned entries and the default domain, which SetDomain maps onto texel centres.
 TEST(LUTObject, AllocateAndSetDomainMapTheDomainOntoTexelCentresAndIndices) {
   const std::tuple<uint32_t, bool, Vec4, Vec4> cases[] = {
       {33, true, {0, 0, 0, 1}, {1, 1, 1, 1}},
@@ -49,8 +48,7 @@ TEST(LUTObject, AllocateAndSetDomainMapTheDomainOntoTexelCentresAndIndices) {
   }
 }
 
-// What the digest covers (table, domain, then the shaper's table) is pinned by the golden texture
-// keys and identifiers of tests/api; here, that it is computed once and travels with copies.
+// What the digest covers is pinned by the golden texture keys and identifiers of tests/api.
 TEST(LUTObject, ContentDigestIsKeptOnceComputedAndTravelsWithCopies) {
   EXPECT_EQ(COv3DLUT().ContentDigest(), Tincta::Md5Digest{});
   COv3DLUT lut, fresh;
@@ -243,9 +241,8 @@ double CatmullRom(const std::vector<double>& y, double x) {
          (-2 * t3 + 3 * t2) * y[k + 1] + (t3 - t2) * tangent(k + 1);
 }
 
-// A cube that mixes the axes, so that each pass shows, from 5 to 9 points and back from 9 to 5
-// (which works in the table's own memory); a 1-D table is the red pass alone. Resampling is
-// linear in the samples: the model weighs them by Catmull-Rom of unit samples.
+// A cube that mixes the axes, from 5 to 9 points and back (in the table's own memory), and a 1-D
+// table. Resampling is linear in the samples: the model weighs them by Catmull-Rom of unit samples.
 TEST(Resample, CurvedTablesFollowCatmullRomAlongEachAxis) {
   for (const auto& [n, m] : {std::pair<uint32_t, uint32_t>{5, 9}, {9, 5}}) {
     const auto node = [n = n](uint32_t ri, uint32_t gi, uint32_t bi, int c) {
@@ -288,9 +285,9 @@ TEST(Resample, CurvedTablesFollowCatmullRomAlongEachAxis) {
 
 using Upsampling = LUTTest;
 
-// Each reader that upsamples goes to the power of two above, up to its cap, and the identity stays
-// the identity; a kept Truelight shaper goes to the power of two above its own length. The setting,
-// read at every parse, upsamples as the argument does.
+// Each reader that upsamples goes to the power of two above, up to its cap, keeping the identity; a
+// kept Truelight shaper goes to the power of two above its length. The setting acts as the
+// argument.
 TEST_F(Upsampling, ReadersGoToThePowerOfTwoAboveUpToTheirCaps) {
   const auto code = [](uint32_t n, uint32_t i) { return i * 1023 / (n - 1); };
   const auto truelight = [](uint32_t n, uint32_t shaperLength) {

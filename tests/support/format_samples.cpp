@@ -146,11 +146,8 @@ std::vector<uint8_t> FloatImageBytes(const SFloatImage& image, uint64_t entries,
 
 std::string HexOf(const void* bytes, size_t count) {
   std::string text;
-  for (size_t i = 0; i < count; ++i) {
-    const uint8_t byte = static_cast<const uint8_t*>(bytes)[i];
-    text += "0123456789ABCDEF"[byte >> 4];
-    text += "0123456789ABCDEF"[byte & 15];
-  }
+  for (size_t i = 0; i < 2 * count; ++i)
+    text += "0123456789ABCDEF"[static_cast<const uint8_t*>(bytes)[i / 2] >> (i % 2 ? 0 : 4) & 15];
   return text;
 }
 

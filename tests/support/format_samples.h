@@ -1,6 +1,5 @@
-// LUT files of every format but cube text (support/lut_samples.h), generated from known values so
-// that a test can compare a reader's table with what went into the file. Also the fuzz targets'
-// seed corpora and the inputs of the format benchmarks.
+// LUT files of every format but cube text (support/lut_samples.h), made from known values; also the
+// fuzz targets' seed corpora and the inputs of the format benchmarks.
 #pragma once
 
 #include <array>
@@ -17,8 +16,7 @@ using Codes = std::array<uint32_t, 3>;
 using NodeFunction = std::function<Rgb(uint32_t r, uint32_t g, uint32_t b)>;
 using CodeFunction = std::function<Codes(uint32_t r, uint32_t g, uint32_t b)>;
 
-/// A colour that differs per node and channel, so that a wrong entry order shows; as a function,
-/// and as integer codes below `levels`.
+/// A colour that differs per node and channel; as a function, and as integer codes below `levels`.
 Rgb NodeColour(uint32_t r, uint32_t g, uint32_t b, uint32_t size);
 NodeFunction NodeColours(uint32_t size);
 CodeFunction NodeCodesOf(uint32_t size, uint32_t levels);
@@ -28,8 +26,7 @@ float Printed(float value);
 /// Entries i / (n - 1) on every channel.
 std::vector<Rgb> IdentityRamp(uint32_t n);
 
-/// A Truelight cube: version line, header, an InputLUT block unless `inputLUT` is empty, a Cube
-/// block of `width` points per axis (red fastest) unless `width` is 0, and "# end".
+/// A Truelight cube: header, an InputLUT block unless empty, a Cube block unless `width` is 0.
 std::string TruelightText(uint32_t width, const std::vector<Rgb>& inputLUT,
                           const NodeFunction& colour);
 
@@ -38,16 +35,14 @@ std::string MeshText(std::string_view header, uint32_t size, const CodeFunction&
 /// n positions evenly spaced over [0, last], rounded to whole codes.
 std::string EvenShaperLine(uint32_t n, uint32_t last);
 
-/// A packed 10-bit cube of 2^exponent + 1 points per axis, "3LUT" (big-endian) or "TUL3", with
-/// the words given per node stored blue fastest.
+/// A packed 10-bit cube of 2^exponent + 1 points per axis, "3LUT" (big-endian) or "TUL3".
 std::vector<uint8_t> Packed10Bytes(
     bool bigEndian, uint32_t exponent,
     const std::function<uint32_t(uint32_t, uint32_t, uint32_t)>& word, uint32_t dataOffset = 800);
 /// Three codes in one packed word, red from bit 20 up.
 uint32_t PackWord(uint32_t red, uint32_t green, uint32_t blue);
 
-/// A float LUT image: "OVTX" (16-byte header) or "OTX2"/"OTX3" (with the domain), then
-/// `entries` RGB triples.
+/// A float LUT image: "OVTX" (16-byte header) or "OTX2"/"OTX3" (with the domain), then triples.
 struct SFloatImage {
   std::string magic;
   uint32_t size = 0, kind = 1, enciphered = 0;
@@ -56,7 +51,6 @@ struct SFloatImage {
 std::vector<uint8_t> FloatImageBytes(const SFloatImage& image, uint64_t entries,
                                      const std::function<Rgb(uint64_t)>& rgb);
 
-/// The bytes as a string.
 inline std::string AsText(const std::vector<uint8_t>& bytes) {
   return {bytes.begin(), bytes.end()};
 }
@@ -69,7 +63,6 @@ std::string XMLLookText(uint32_t size, const NodeFunction& colour, std::string_v
 std::string CDLText(std::string_view slope, std::string_view offset, std::string_view power,
                     std::string_view extra = {});
 
-/// One named input of a fuzz target's seed corpus.
 struct SSeed {
   std::string name, bytes;
 };

@@ -1,9 +1,7 @@
-// A double-precision model of the GPU LUT kernels, written from their formulas rather than from
-// their code: s = v x scale + offset, x = s x n - 0.5 snapped to the ends within n x 2^-21 and
-// clamped to [0, n - 1] (NaN to 0), lerps along red, green, blue; tetrahedral interpolation as a
-// walk from the cell's first corner to its last along the axes in decreasing order of their
-// fractions. Frames are blue first, tables red first. Beside it, what the formula tests and the
-// device tests share: the LUTs, the source pixels and the check of a result against the model.
+// A double-precision model of the GPU LUT kernels from their formulas: s = v x scale + offset,
+// x = s x n - 0.5 snapped to the ends within n x 2^-21 and clamped to [0, n - 1] (NaN to 0);
+// tetrahedral interpolation walks the cell along the axes in decreasing order of their fractions.
+// Frames are blue first, tables red first. Also the LUTs, source pixels and check the tests share.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -150,7 +148,6 @@ inline std::shared_ptr<Tincta::COv3DLUT> SmoothCurves(uint32_t n, Tincta::Vec4 m
   });
 }
 
-/// Every LUT kind, the smallest tables, and domains other than [0, 1].
 struct SModelCase {
   const char* name;
   EModelKind kind;
@@ -158,6 +155,7 @@ struct SModelCase {
   Tincta::Vec4 min, max;
 };
 
+// Every LUT kind, the smallest tables, and domains other than [0, 1].
 inline const SModelCase kModelCases[] = {
     {"1D_4096", EModelKind::k1D, 4096, 0, {0, 0, 0, 0}, {1, 1, 1, 1}},
     {"1D_17_domain", EModelKind::k1D, 17, 0, {-0.25f, 0, 0.1f, 0}, {1.5f, 2, 0.9f, 1}},
@@ -219,12 +217,9 @@ struct SPixelRows {
   }
 };
 
-/// Source pixels for a case: per channel the domain's ends, values beyond both, NaN, values a
-/// rounding or two inside the ends (which the kernels snap onto them), the grid nodes next to the
-/// ends, the middle, then random values over a little more than the domain. The first ten pixels
-/// take those edges on all channels at once; later the channels are shifted against each other
-/// so that each one's edges meet the others' random values. Integer frames hold [0, 1], so their
-/// inputs are made domain-relative.
+/// Source pixels for a case: per channel the domain's ends, beyond both, NaN, a rounding inside the
+/// ends, the nodes next to them, the middle, then random values; the first ten pixels on all
+/// channels at once, later shifted per channel. Integer frames get domain-relative inputs.
 inline void FillModelSource(const SModelCase& c, const SPixelRows& rows, uint32_t seed) {
   std::mt19937 rng(seed);
   const uint32_t count = rows.width * rows.height;
@@ -258,11 +253,9 @@ inline void FillModelSource(const SModelCase& c, const SPixelRows& rows, uint32_
   }
 }
 
-/// Checks `out` against the model of `in` within `tolerance` (integer results may round either
-/// way only where the model lies within the tolerance of a rounding boundary); alpha is kept
-/// exactly, and float pixels at, beyond or a rounding inside the domain's ends (and NaN), the
-/// first seven of FillModelSource, read the table's end entries exactly, as texel-centre
-/// addressing does. Reports the first few differences.
+/// Checks `out` against the model of `in` within `tolerance` (integers may round either way only
+/// near a rounding boundary); alpha exactly, and the first seven float pixels of FillModelSource
+/// (at the ends, beyond, NaN) read the end entries exactly, as texel-centre addressing does.
 inline void ExpectFollowsModel(const Tincta::COv3DLUT& lut, bool tetrahedral, double tolerance,
                                const SPixelRows& in, const SPixelRows& out,
                                const std::string& what) {

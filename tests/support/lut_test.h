@@ -1,6 +1,5 @@
-// What the LUT tests share: parsing bytes with given arguments, entry access, the check that a
-// failed read left nothing behind, text edits, and a fixture that leaves the LUT cache and the
-// settings the readers consult as it found them.
+// What the LUT tests share: parsing bytes, entry access, the check that a failed read left nothing,
+// and a fixture that leaves the LUT cache and the readers' settings as it found them.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -24,16 +23,13 @@ using Tincta::COv3DLUT;
 using Tincta::ELUTKindFilter;
 using Tincta::Vec4;
 
-/// ParseLUTData on exactly `bytes.size()` heap bytes, so that the sanitizers see any overread.
-inline bool Parse(Tincta::COv3DLUT& lut, const std::vector<uint8_t>& bytes,
+/// ParseLUTData on exactly `text.size()` heap bytes, so that the sanitizers see any overread.
+inline bool Parse(Tincta::COv3DLUT& lut, std::string_view text,
                   const Tincta::SParseOptions& options = {}) {
+  const std::vector<uint8_t> bytes(text.begin(), text.end());
   return lut.ParseLUTData(bytes.data(), uint32_t(bytes.size()), options.upsampleToPowerOfTwo,
                           options.kindFilter, options.allowTransformText, options.diagnostics,
                           options.correctionId);
-}
-inline bool Parse(Tincta::COv3DLUT& lut, std::string_view text,
-                  const Tincta::SParseOptions& options = {}) {
-  return Parse(lut, std::vector<uint8_t>(text.begin(), text.end()), options);
 }
 
 /// What one reader makes of bytes on its own: someone else's (its probe declines them, and the
@@ -49,14 +45,11 @@ inline EReadOutcome ReadAlone(Reader name, Tincta::COv3DLUT& lut, std::string_vi
   const std::vector<uint8_t> bytes(text.begin(), text.end());
   for (const Tincta::SLUTFormatReader& reader : Tincta::LUTFormatReaders()) {
     if (reader.name != name) continue;
-    if (!reader.probe(bytes.data(), uint32_t(bytes.size()), options)) {
-      return EReadOutcome::NotThisFormat;
-    }
-    return reader.read(lut, bytes.data(), uint32_t(bytes.size()), options) ? EReadOutcome::Loaded
-                                                                           : EReadOutcome::Failed;
+    if (!reader.probe(bytes.data(), uint32_t(bytes.size()), options)) return kNot;
+    return reader.read(lut, bytes.data(), uint32_t(bytes.size()), options) ? kLoaded : kFailed;
   }
   ADD_FAILURE() << "no reader named " << name;
-  return EReadOutcome::Failed;
+  return kFailed;
 }
 
 /// Entry (r, g, b) of a 3-D table, or entry r of a 1-D table.

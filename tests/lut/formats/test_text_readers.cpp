@@ -1,9 +1,5 @@
-// The text readers: cube text (its data lines read without sscanf against sscanf itself, and the
-// writer's exact bytes), Truelight cubes (the cube, the input shaper kept, dropped as the identity,
-// or the table itself) and integer mesh text (headers and output scales, mesh order, shaper lines);
-// limits and failures. Also their integer field scanner against sscanf: the same count and values
-// wherever sscanf's result is defined, and a refusal where the number does not fit its field
-// (where sscanf's behaviour is undefined and glibc wraps).
+// The text readers (cube, Truelight, mesh) with their limits and failures, the cube writer's
+// exact bytes, and the float and integer field scanners against sscanf, which glibc lets wrap.
 #include <bit>
 #include <cmath>
 #include <cstdio>
@@ -29,8 +25,8 @@ namespace {
 using namespace std::string_literals;
 using Tincta::EShaperLineOutcome;
 
-EReadOutcome Read(COv3DLUT& lut, std::string_view text, ELUTKindFilter kind = {}) {
-  return ReadAlone("cube", lut, text, {.kindFilter = kind});
+EReadOutcome Read(COv3DLUT& lut, std::string_view text) {
+  return ReadAlone("cube", lut, text);
 }
 
 std::string Lines(size_t count, const char* line = "0.5 0.25 0.125\n") {
@@ -42,15 +38,19 @@ std::string Lines(size_t count, const char* line = "0.5 0.25 0.125\n") {
 
 const std::string& k2 = kCorners2;
 
-TEST(CubeReader, Outcomes) {
+// Each reader alone; a failure in a reader's own text is final and leaves nothing.
+TEST(TextReaders, Outcomes) {
+  std::vector<Rgb> tooLong = IdentityRamp(4097), curve = IdentityRamp(3);
+  tooLong[100] = curve[1] = {0.5f, 0.1f, 0.7f};
+  const auto only1D = ELUTKindFilter::Only1D, only3D = ELUTKindFilter::Only3D;
   const struct {
     std::string text;
     EReadOutcome outcome;
     size_t entries = 0;
     ELUTKindFilter kind = ELUTKindFilter::Any;
+    Reader reader = "cube";
   } cases[] = {
       {"LUT_3D_SIZE 2\n" + k2, kLoaded, 8},
-      {"LUT_1D_SIZE 4096\n" + Lines(4096), kLoaded, 4096},
       {"LUT_FOO_SIZE 17\n" + Lines(17), kLoaded, 17},
       {"LUT_3d_Size 2\n" + k2, kLoaded, 8},
       {"LUT_3D_SIZE 2\n" + k2 + "9 9 9\nx\nDOMAIN_MID 1 1 1\nLUT_3D_SIZE 300\n", kLoaded, 8},
@@ -66,16 +66,23 @@ TEST(CubeReader, Outcomes) {
       // Five characters a line and no final break: the least text that holds the data.
       {"LUT_3D_SIZE 2\n" + Lines(8, "1-2-3\n").substr(0, 47), kLoaded, 8},
       {"LUT_3D_SIZE" + std::string(5000, 'Q') + " 2\n" + k2, kLoaded, 2},  // a 1-D size
+      {TruelightText(0, curve, NodeColours(2)), kFailed, 0, only3D, "Truelight"},
+      {TruelightText(2, {}, NodeColours(2)), kFailed, 0, only1D, "Truelight"},
+      {TruelightText(2, tooLong, NodeColours(2)), kFailed, 0, {}, "Truelight"},
+      {MeshText("3DMESH\nMesh 1 10\n", 3, NodeCodesOf(3, 1024)), kFailed, 0, only1D, "mesh"},
+      // Without a grid the text is someone else's, even with a shaper line.
+      {"3DMESHX\n", kNot, 0, {}, "mesh"},
+      {"# 0 10 20 1023\n", kNot, 0, {}, "mesh"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.text.substr(0, 60));
     COv3DLUT lut;
-    ASSERT_EQ(int(Read(lut, c.text, c.kind)), int(c.outcome));
+    ASSERT_EQ(int(ReadAlone(c.reader, lut, c.text, {.kindFilter = c.kind})), int(c.outcome));
     EXPECT_TRUE(c.outcome != kLoaded || lut.EntryCount() == c.entries) << lut.EntryCount();
     for (size_t i = 0; c.outcome == kLoaded && i < lut.EntryCount(); ++i)
       ASSERT_EQ(At(lut, i)[3], 1.0f);
     if (c.outcome != kFailed) continue;
-    ASSERT_TRUE(Parse(lut, "LUT_3D_SIZE 2\n" + k2));
+    HoldShapedTable(lut);
     EXPECT_FALSE(Parse(lut, c.text, {.kindFilter = c.kind})) << "the failure is final";
     ExpectCleared(lut);
   }
@@ -120,7 +127,6 @@ int SameAsSscanf(const std::string& line) {
   return 1;
 }
 
-// Malformed and edge lines, then generated ones.
 TEST(CubeDataLine, LinesReadLikeSscanf) {
   std::string edge;
   for (const char c :
@@ -211,8 +217,7 @@ TEST(CubeWriter, TextIsExact) {
   EXPECT_EQ(out, "");
 }
 
-// What ScanFields returns for the lines, unsigned fields first, then signed ones kept to the range
-// of int, with no wrapping; sscanf agrees wherever the result is not kScanOutOfRange.
+// Unsigned fields, then signed ones kept to the range of int; sscanf agrees unless out of range.
 TEST(ScanFields, FieldsAsSscanfReadsThemAndNoWrapping) {
   constexpr int kOut = Tincta::kScanOutOfRange;
   const std::vector<std::tuple<bool, int, std::vector<std::string>>> cases = {
@@ -333,38 +338,6 @@ TEST_F(TextGrids, EachMeshHeaderGivesItsGridScaleAndShaper) {
     const float low = c.shaper ? 0.5f / float(c.size) : 0;
     EXPECT_EQ(lut.DomainMin(), (Vec4{low, low, low, c.shaper ? low : 1}));
     EXPECT_EQ(lut.DomainMax(), (Vec4{1 - low, 1 - low, 1 - low, 1 - low}));
-  }
-}
-
-// Kind filters and limits that need generated text fail in their own reader and leave nothing;
-// text without the reader's marks is someone else's.
-TEST_F(TextGrids, BrokenFilesFailAndLeaveNothing) {
-  std::vector<Rgb> tooLong = IdentityRamp(4097), curve = IdentityRamp(3);
-  tooLong[100] = curve[1] = {0.5f, 0.1f, 0.7f};
-  const Reader truelight = "Truelight", meshReader = "mesh";
-  const struct {
-    Reader reader;
-    std::string text;
-    ELUTKindFilter kind = ELUTKindFilter::Any;
-    EReadOutcome outcome = kFailed;
-  } cases[] = {
-      {truelight, TruelightText(0, curve, NodeColours(2)), ELUTKindFilter::Only3D},
-      {truelight, TruelightText(2, {}, NodeColours(2)), ELUTKindFilter::Only1D},
-      {truelight, TruelightText(2, tooLong, NodeColours(2))},
-      {meshReader, MeshText("3DMESH\nMesh 1 10\n", 3, NodeCodesOf(3, 1024)),
-       ELUTKindFilter::Only1D},
-      // Without a grid the text is someone else's, even with a shaper line.
-      {meshReader, "3DMESHX\n", ELUTKindFilter::Any, kNot},
-      {meshReader, "# 0 10 20 1023\n", ELUTKindFilter::Any, kNot},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.text.substr(0, 80));
-    COv3DLUT lut, direct;
-    EXPECT_EQ(ReadAlone(c.reader, direct, c.text, {.kindFilter = c.kind}), c.outcome);
-    if (c.outcome == kNot) continue;
-    HoldShapedTable(lut);
-    EXPECT_FALSE(Parse(lut, c.text, {.kindFilter = c.kind}));
-    ExpectCleared(lut);
   }
 }
 
