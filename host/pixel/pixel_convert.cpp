@@ -141,9 +141,7 @@ size_t BgraSamplesToFloatVector(const uint8_t* src, uint8_t* dst, size_t samples
   }
   return i;
 }
-#endif
 
-#if defined(__SSE2__)
 // FromUnit for four samples. The compiler vectorises the scalar form with compares and masks
 // (it may not use max/min, whose NaN rule it does not rely on), and narrowing the results then
 // costs more again; written out, the conversion back to integers runs about twice as fast.
@@ -186,9 +184,7 @@ size_t FloatSamplesToBgraVector(const uint8_t* src, uint8_t* dst, size_t samples
   }
   return i;
 }
-#endif
 
-#if defined(__SSE2__)
 size_t Bgra8ToFloatSSE2(const uint8_t* src, uint8_t* dst, size_t samples) {
   return BgraSamplesToFloatVector<SBgra8>(src, dst, samples);
 }

@@ -50,14 +50,20 @@ __m256i FromUnitEight(const uint8_t* src) {
   return _mm256_set_m128i(high, low);
 }
 
+// Sixteen samples rounded as FromUnitEight does, as 16-bit words in order. Packing works within
+// 128-bit halves (words come out a0 b0 a1 b1 in quarters); one cross-lane permutation puts them
+// back. Unsigned saturation never bites: the values are within [0, FullScale] already.
+template <uint32_t FullScale>
+__m256i FromUnitSixteen(const uint8_t* src) {
+  const __m256i a = FromUnitEight<FullScale>(src);
+  const __m256i b = FromUnitEight<FullScale>(src + 32);
+  return _mm256_permute4x64_epi64(_mm256_packus_epi32(a, b), 0b11011000);
+}
+
 size_t FloatToBgra8(const uint8_t* src, uint8_t* dst, size_t samples) {
   size_t i = 0;
   for (; i + 16 <= samples; i += 16) {
-    const __m256i a = FromUnitEight<255>(src + 4 * i);
-    const __m256i b = FromUnitEight<255>(src + 4 * i + 32);
-    // Packing works within 128-bit halves: words come out a0 b0 a1 b1 (in quarters), put back
-    // in order by one cross-lane permutation.
-    const __m256i words = _mm256_permute4x64_epi64(_mm256_packs_epi32(a, b), 0b11011000);
+    const __m256i words = FromUnitSixteen<255>(src + 4 * i);
     const __m128i bytes =
         _mm_packus_epi16(_mm256_castsi256_si128(words), _mm256_extracti128_si256(words, 1));
     _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + i), bytes);
@@ -67,13 +73,9 @@ size_t FloatToBgra8(const uint8_t* src, uint8_t* dst, size_t samples) {
 
 size_t FloatToBgra16(const uint8_t* src, uint8_t* dst, size_t samples) {
   size_t i = 0;
-  for (; i + 16 <= samples; i += 16) {
-    const __m256i a = FromUnitEight<65535>(src + 4 * i);
-    const __m256i b = FromUnitEight<65535>(src + 4 * i + 32);
-    // Unsigned saturation never bites: the values are within [0, 65535] already.
-    const __m256i words = _mm256_permute4x64_epi64(_mm256_packus_epi32(a, b), 0b11011000);
-    _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + 2 * i), words);
-  }
+  for (; i + 16 <= samples; i += 16)
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + 2 * i),
+                        FromUnitSixteen<65535>(src + 4 * i));
   return i;
 }
 

@@ -131,7 +131,8 @@ inline __m256 Trilinear(const SCPUTextureUnit& unit, const STrilinearLookups& lo
 // curve at the green one, the blue curve at the blue one, as planes. Only T[i].c and T[i + 1].c
 // of channel c are needed: both come in one 64-bit load from the unit's curve pairs (plain
 // loads: on the processors measured, eight of them beat two 4-lane gathers), or from two 8-lane
-// gathers of single floats for a table too wide for pairs. Lane for lane this is the 1-D sampler's result with the other channels dropped.
+// gathers of single floats for a table too wide for pairs. Lane for lane this is the 1-D
+// sampler's result with the other channels dropped.
 struct SCurveLookups {
   __m256i index[3];  // in floats: 4 x the texel index
   __m256 fraction[3];
