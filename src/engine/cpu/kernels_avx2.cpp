@@ -21,11 +21,12 @@ inline __m128 Lerp(__m128 a, __m128 b, __m128 f) {
   return _mm_fmadd_ps(_mm_sub_ps(b, a), f, a);
 }
 
-// Two 16-byte texels: `low` into the low half, `high` into the high half.
-inline __m256 LoadPair(const char* low, const char* high) {
-  return _mm256_insertf128_ps(
-      _mm256_castps128_ps256(_mm_loadu_ps(reinterpret_cast<const float*>(low))),
-      _mm_loadu_ps(reinterpret_cast<const float*>(high)), 1);
+// Texels x and x + 1 of two lookups, `low`'s in the low half and `high`'s in the high half,
+// each pair read in one 32-byte load and interpolated at f.
+inline __m256 LerpNeighbours(const char* low, const char* high, __m256 f) {
+  const __m256 a = _mm256_loadu_ps(reinterpret_cast<const float*>(low));
+  const __m256 b = _mm256_loadu_ps(reinterpret_cast<const float*>(high));
+  return Lerp(_mm256_permute2f128_ps(a, b, 0x20), _mm256_permute2f128_ps(a, b, 0x31), f);
 }
 
 inline void StorePair(float* low, float* high, __m256 value) {
@@ -115,13 +116,10 @@ inline __m256 Trilinear(const SCPUTextureUnit& unit, const STrilinearLookups& lo
   const __m256 wx = _mm256_permute_ps(f, _MM_SHUFFLE(0, 0, 0, 0));
   const __m256 wy = _mm256_permute_ps(f, _MM_SHUFFLE(1, 1, 1, 1));
   const __m256 wz = _mm256_permute_ps(f, _MM_SHUFFLE(2, 2, 2, 2));
-  const __m256 c00 = Lerp(LoadPair(low, high), LoadPair(low + 16, high + 16), wx);
-  const __m256 c10 =
-      Lerp(LoadPair(low + row, high + row), LoadPair(low + row + 16, high + row + 16), wx);
-  const __m256 c01 =
-      Lerp(LoadPair(low + slice, high + slice), LoadPair(low + slice + 16, high + slice + 16), wx);
-  const __m256 c11 = Lerp(LoadPair(low + row + slice, high + row + slice),
-                          LoadPair(low + row + slice + 16, high + row + slice + 16), wx);
+  const __m256 c00 = LerpNeighbours(low, high, wx);
+  const __m256 c10 = LerpNeighbours(low + row, high + row, wx);
+  const __m256 c01 = LerpNeighbours(low + slice, high + slice, wx);
+  const __m256 c11 = LerpNeighbours(low + row + slice, high + row + slice, wx);
   const __m256 c0 = Lerp(c00, c10, wy);
   const __m256 c1 = Lerp(c01, c11, wy);
   return Lerp(c0, c1, wz);
@@ -221,10 +219,12 @@ inline void StoreResult(__m256 result, const float* source, float* destination, 
 // pixel to its texel addresses runs beside the previous block's loads and interpolations
 // instead of in front of them (one block at a time, the processor cannot look far enough ahead
 // to overlap them by itself).
+// The programs hold copies of their tables and mapping, not references: a store to the
+// destination could alias what a reference points at, so each would be read again after it.
 struct SProgram1D {
   using SLookups = SCurveLookups;
-  const SCPUTextureUnit& table;
-  const SLUTDomainMapping& mapping;
+  const SCPUTextureUnit table;
+  const SLUTDomainMapping mapping;
   template <bool kExchange>
   void Prepare(const float* source, float* writeBack, SLookups& lookups) const {
     __m256 planes[4];
@@ -249,8 +249,8 @@ struct SProgram1D {
 
 struct SProgram3D {
   using SLookups = STrilinearLookups;
-  const SCPUTextureUnit& table;
-  const SLUTDomainMapping& mapping;
+  const SCPUTextureUnit table;
+  const SLUTDomainMapping mapping;
   template <bool kExchange>
   void Prepare(const float* source, float* writeBack, SLookups& lookups) const {
     __m256 planes[4];
@@ -268,9 +268,9 @@ struct SProgram3D {
 // The shaper's lookups complete in Prepare; Finish samples the cube.
 struct SProgram1D3D {
   using SLookups = STrilinearLookups;
-  const SCPUTextureUnit& shaper;
-  const SCPUTextureUnit& cube;
-  const SLUTDomainMapping& mapping;
+  const SCPUTextureUnit shaper;
+  const SCPUTextureUnit cube;
+  const SLUTDomainMapping mapping;
   template <bool kExchange>
   void Prepare(const float* source, float* writeBack, SLookups& lookups) const {
     __m256 planes[4];

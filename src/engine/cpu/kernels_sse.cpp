@@ -183,9 +183,11 @@ inline void StorePixels4(float* destination, const __m128* results, const __m128
   }
 }
 
+// Copies, not references, of the tables and mapping: the destination's stores could alias a
+// reference's target and make every block read it again.
 struct SBlockLUT1D {
-  const SCPUTextureUnit& table;
-  const SLUTDomainMapping& mapping;
+  const SCPUTextureUnit table;
+  const SLUTDomainMapping mapping;
   template <bool kExchange, bool kStream>
   void Run(const float* source, float* writeBack, float* destination) const {
     for (int group = 0; group < 2; ++group) {
@@ -200,8 +202,8 @@ struct SBlockLUT1D {
 };
 
 struct SBlockLUT3D {
-  const SCPUTextureUnit& table;
-  const SLUTDomainMapping& mapping;
+  const SCPUTextureUnit table;
+  const SLUTDomainMapping mapping;
   template <bool kExchange, bool kStream>
   void Run(const float* source, float* writeBack, float* destination) const {
     for (int group = 0; group < 2; ++group) {
@@ -217,9 +219,9 @@ struct SBlockLUT3D {
 };
 
 struct SBlockLUT1D3D {
-  const SCPUTextureUnit& shaper;
-  const SCPUTextureUnit& cube;
-  const SLUTDomainMapping& mapping;
+  const SCPUTextureUnit shaper;
+  const SCPUTextureUnit cube;
+  const SLUTDomainMapping mapping;
   template <bool kExchange, bool kStream>
   void Run(const float* source, float* writeBack, float* destination) const {
     for (int group = 0; group < 2; ++group) {
