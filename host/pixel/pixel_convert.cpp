@@ -207,14 +207,15 @@ constexpr SVectorConversions kVectorConversions{"scalar", NoVectorForm, NoVector
                                                 NoVectorForm};
 #endif
 
-// Chosen once: the 256-bit forms where the processor (and the operating system) run AVX2,
+// Chosen once: the 256-bit forms where the processor (and the operating system) run AVX2 and FMA,
 // unless CRANDLE_CPU_ISA=sse keeps every kernel family of the process at 128 bits.
 const SVectorConversions& ActiveVectorConversions() {
   static const SVectorConversions& chosen = []() -> const SVectorConversions& {
 #if defined(__x86_64__) && defined(__GNUC__)
     const char* cap = std::getenv("CRANDLE_CPU_ISA");
     const bool capped = cap != nullptr && std::strcmp(cap, "sse") == 0;
-    if (!capped && __builtin_cpu_supports("avx2")) return VectorConversionsAVX2();
+    if (!capped && __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma"))
+      return VectorConversionsAVX2();
 #endif
     return kVectorConversions;
   }();

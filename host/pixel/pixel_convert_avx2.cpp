@@ -1,6 +1,7 @@
-// 256-bit forms of the row conversions: the same arithmetic as the 128-bit ones in
-// pixel_convert.cpp (an exact division for integers to float; a clamp in float, then the scale,
-// the half and the truncation in double for float to integers), on twice the lanes.
+// 256-bit forms of the row conversions, with the 128-bit ones' results (pixel_convert.cpp: a
+// correctly rounded division for integers to float; a clamp in float, then the scale, the half
+// and the truncation, exact in double, for float to integers) on twice the lanes, reached with
+// fused multiply-adds in float instead of a division and a detour through double.
 #include <immintrin.h>
 
 #include "pixel_convert_vector.h"
@@ -8,11 +9,17 @@
 namespace host {
 namespace {
 
+// values / FullScale, correctly rounded as a division would be, without the division's cost: the
+// product with the rounded reciprocal is within an ulp, its remainder is exact, and one fused
+// step corrects it (checked for every integer up to 65535).
 template <uint32_t FullScale>
 void ToUnitEight(__m256i values, uint8_t* dst) {
-  const __m256 quotient =
-      _mm256_div_ps(_mm256_cvtepi32_ps(values), _mm256_set1_ps(float(FullScale)));
-  _mm256_storeu_ps(reinterpret_cast<float*>(dst), quotient);
+  const __m256 scale = _mm256_set1_ps(float(FullScale));
+  const __m256 reciprocal = _mm256_set1_ps(1.0f / float(FullScale));
+  const __m256 dividend = _mm256_cvtepi32_ps(values);
+  const __m256 estimate = _mm256_mul_ps(dividend, reciprocal);
+  const __m256 remainder = _mm256_fnmadd_ps(estimate, scale, dividend);
+  _mm256_storeu_ps(reinterpret_cast<float*>(dst), _mm256_fmadd_ps(remainder, reciprocal, estimate));
 }
 
 size_t Bgra8ToFloat(const uint8_t* src, uint8_t* dst, size_t samples) {
@@ -36,18 +43,21 @@ size_t Bgra16ToFloat(const uint8_t* src, uint8_t* dst, size_t samples) {
   return i;
 }
 
-// Eight samples rounded half up to [0, FullScale] as 32-bit integers in two halves.
+// Eight samples rounded half up to [0, FullScale] as 32-bit integers: floor(v x FullScale + 0.5)
+// of the clamped sample, which in double is exact. In float the fused sum is rounded once, which
+// can only carry it up onto the next integer; the sign of the exact remainder, from a second fused
+// step, takes that back.
 template <uint32_t FullScale>
 __m256i FromUnitEight(const uint8_t* src) {
   __m256 samples = _mm256_loadu_ps(reinterpret_cast<const float*>(src));
   samples = _mm256_min_ps(_mm256_max_ps(samples, _mm256_setzero_ps()), _mm256_set1_ps(1.0f));
-  const __m256d scale = _mm256_set1_pd(FullScale);
-  const __m256d half = _mm256_set1_pd(0.5);
-  const __m128i low = _mm256_cvttpd_epi32(
-      _mm256_add_pd(_mm256_mul_pd(_mm256_cvtps_pd(_mm256_castps256_ps128(samples)), scale), half));
-  const __m128i high = _mm256_cvttpd_epi32(_mm256_add_pd(
-      _mm256_mul_pd(_mm256_cvtps_pd(_mm256_extractf128_ps(samples, 1)), scale), half));
-  return _mm256_set_m128i(high, low);
+  const __m256 scale = _mm256_set1_ps(float(FullScale));
+  const __m256 half = _mm256_set1_ps(0.5f);
+  const __m256i rounded = _mm256_cvttps_epi32(_mm256_fmadd_ps(samples, scale, half));
+  const __m256 remainder =
+      _mm256_fmadd_ps(samples, scale, _mm256_sub_ps(half, _mm256_cvtepi32_ps(rounded)));
+  const __m256 over = _mm256_cmp_ps(remainder, _mm256_setzero_ps(), _CMP_LT_OQ);
+  return _mm256_add_epi32(rounded, _mm256_castps_si256(over));
 }
 
 // Sixteen samples rounded as FromUnitEight does, as 16-bit words in order. Packing works within
