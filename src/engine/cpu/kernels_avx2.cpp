@@ -132,7 +132,7 @@ inline __m256 Trilinear(const SCPUTextureUnit& unit, const STrilinearLookups& lo
 // gathers of single floats for a table too wide for pairs. Lane for lane this is the 1-D
 // sampler's result with the other channels dropped.
 struct SCurveLookups {
-  __m256i index[3];  // in floats: 4 x the texel index
+  __m256i index[3];  // texel indices
   __m256 fraction[3];
   __m256 alpha;  // the source pixels' alpha
 };
@@ -140,9 +140,8 @@ struct SCurveLookups {
 inline void PrepareCurves(const SCPUTextureUnit& unit, const __m256 coordinates[3],
                           SCurveLookups& lookups) {
   for (int c = 0; c < 3; ++c) {
-    __m256i index;
-    Coordinate(coordinates[c], unit.size[0], unit.linearClamp[0], index, lookups.fraction[c]);
-    lookups.index[c] = _mm256_slli_epi32(index, 2);
+    Coordinate(coordinates[c], unit.size[0], unit.linearClamp[0], lookups.index[c],
+               lookups.fraction[c]);
   }
 }
 
@@ -153,7 +152,7 @@ inline void CurvesFromPairs(const SCPUTextureUnit& unit, const SCurveLookups& lo
   for (size_t c = 0; c < 3; ++c) {
     const auto* pairs = reinterpret_cast<const double*>(unit.curvePairs) + c * unit.width;
     alignas(32) int32_t texel[8];
-    _mm256_store_si256(reinterpret_cast<__m256i*>(texel), _mm256_srli_epi32(lookups.index[c], 2));
+    _mm256_store_si256(reinterpret_cast<__m256i*>(texel), lookups.index[c]);
     const __m128d p0 = _mm_loadh_pd(_mm_load_sd(pairs + texel[0]), pairs + texel[1]);
     const __m128d p2 = _mm_loadh_pd(_mm_load_sd(pairs + texel[2]), pairs + texel[3]);
     const __m128d p4 = _mm_loadh_pd(_mm_load_sd(pairs + texel[4]), pairs + texel[5]);
@@ -172,8 +171,9 @@ inline void Curves(const SCPUTextureUnit& unit, const SCurveLookups& lookups, __
     return;
   }
   for (int c = 0; c < 3; ++c) {
-    const __m256 low = _mm256_i32gather_ps(unit.data + c, lookups.index[c], 4);
-    const __m256 high = _mm256_i32gather_ps(unit.data + 4 + c, lookups.index[c], 4);
+    const __m256i floats = _mm256_slli_epi32(lookups.index[c], 2);
+    const __m256 low = _mm256_i32gather_ps(unit.data + c, floats, 4);
+    const __m256 high = _mm256_i32gather_ps(unit.data + 4 + c, floats, 4);
     planes[c] = Lerp(low, high, lookups.fraction[c]);
   }
 }
