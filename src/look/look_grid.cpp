@@ -45,9 +45,11 @@ float ConvertSample(uint16_t sample, uint32_t divisor, double scale, double bias
 }
 
 constexpr uint32_t kSampleValues = 65536;
-// Grid points along k per pass of the walk: 6 x 32 input bytes are three cache lines' worth, and
-// the 32 converted rows stay in the second-level cache beside the sample table.
-constexpr uint32_t kBlock = 32;
+// Grid points along k per pass of the walk. Each step of i starts a fresh run of the grid in
+// another page, so longer runs (6 x 128 bytes, twelve cache lines) pay for that miss better; the
+// converted rows (12 N bytes each) still mostly stay in the second-level cache. Measured on a
+// 254-point grid: 16 and 32 clearly slower, 64 and 96 close, 128 best.
+constexpr uint32_t kBlock = 128;
 // How many steps of i ahead the grid is fetched: consecutive steps are 6 N^2 bytes apart, a
 // stride that the processor does not foresee by itself.
 constexpr uint32_t kFetchAhead = 4;

@@ -78,7 +78,7 @@ TEST(LookGrid, ConversionAgainstADirectComputation) {
       {.name = "axes, scale and bias", .n = 5, .divisor = 1000, .scale = 0.5f, .bias = -0.125f},
       {.name = "divisor 0 acts as 1", .n = 3, .divisor = 0, .scale = 0.001f, .bias = 0.25f},
       {.name = "full scale is exactly 1", .n = 17, .fullScale = true},
-      // Large enough for the converted-sample table, with a last block of k shorter than the rest.
+      // Large enough for the converted-sample table (N = 254 walks a shorter last block of k).
       {.name = "mid-sized grid", .n = 45, .divisor = 4093, .scale = 1.7f, .bias = -0.3f},
       {.name = "mid-sized grid, divisor 0", .n = 33, .divisor = 0, .scale = 3e-5f},
   };
