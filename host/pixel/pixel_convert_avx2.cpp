@@ -44,20 +44,20 @@ size_t Bgra16ToFloat(const uint8_t* src, uint8_t* dst, size_t samples) {
 }
 
 // Eight samples rounded half up to [0, FullScale] as 32-bit integers: floor(v x FullScale + 0.5)
-// of the clamped sample, which in double is exact. In float the fused sum is rounded once, which
-// can only carry it up onto the next integer; the sign of the exact remainder, from a second fused
-// step, takes that back.
+// of the clamped sample, which in double is exact. Here the fused v x FullScale + 2^23 is rounded
+// once where the float spacing is 1, to the nearest integer, ties to even; the only tie in
+// [0, FullScale] for an odd scale is v = 0.5, whose even neighbour is the upper one, as half up
+// wants. The integer then sits in the low bits of the float.
 template <uint32_t FullScale>
 __m256i FromUnitEight(const uint8_t* src) {
+  static_assert(FullScale % 2 == 1 && FullScale < (1u << 23));
+  constexpr float kUnitSpacing = 0x1p23f;
   __m256 samples = _mm256_loadu_ps(reinterpret_cast<const float*>(src));
   samples = _mm256_min_ps(_mm256_max_ps(samples, _mm256_setzero_ps()), _mm256_set1_ps(1.0f));
-  const __m256 scale = _mm256_set1_ps(float(FullScale));
-  const __m256 half = _mm256_set1_ps(0.5f);
-  const __m256i rounded = _mm256_cvttps_epi32(_mm256_fmadd_ps(samples, scale, half));
-  const __m256 remainder =
-      _mm256_fmadd_ps(samples, scale, _mm256_sub_ps(half, _mm256_cvtepi32_ps(rounded)));
-  const __m256 over = _mm256_cmp_ps(remainder, _mm256_setzero_ps(), _CMP_LT_OQ);
-  return _mm256_add_epi32(rounded, _mm256_castps_si256(over));
+  const __m256 shifted =
+      _mm256_fmadd_ps(samples, _mm256_set1_ps(float(FullScale)), _mm256_set1_ps(kUnitSpacing));
+  return _mm256_sub_epi32(_mm256_castps_si256(shifted),
+                          _mm256_castps_si256(_mm256_set1_ps(kUnitSpacing)));
 }
 
 // Sixteen samples rounded as FromUnitEight does, as 16-bit words in order. Packing works within
