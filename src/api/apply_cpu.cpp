@@ -187,6 +187,7 @@ int ApplyLUTOnCPU(const FrameRef& source, const std::shared_ptr<void>& lut, Fram
   engine.SetFrameBufferColorSpace(source->GetColorSpace());
   // The renderer reads red first; a source already in the working layout keeps the exchange.
   engine.SetRedBlueExchange(true);
+  engine.SetSourceDiscarded(convertIn);
   const Tincta::SLUTTextureUnits units = Tincta::LUTTextureUnits(kind);
   const uint32_t size = table->Size();
   // Upload results are not checked: a refused table leaves its unit empty, and the rendering

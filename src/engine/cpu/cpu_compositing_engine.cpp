@@ -341,7 +341,8 @@ bool COvCPUCompositingEngine::bRunLayers(SRenderJob& job) {
       float* out = destinationRows.Row(row);
       if (bIsLUTProgram(op)) {
         if (fusedExchange) {
-          job.programs[i].RunExchanging(kernels, input.Row(row), out, job.width, writes);
+          float* kept = sourceDiscarded_ ? nullptr : input.Row(row);
+          job.programs[i].RunExchanging(kernels, input.Row(row), kept, out, job.width, writes);
         } else {
           job.programs[i].Run(kernels, in, out, job.width, writes);
         }

@@ -160,6 +160,11 @@ class COvCPUCompositingEngine final : public IOvCompositingEngine {
   /// A rendering that fails exchanges nothing. Off by default.
   void SetRedBlueExchange(bool exchange) { exchangeRedBlue_ = exchange; }
 
+  /// When set, nothing reads the source after a rendering (it is a converted copy), so the
+  /// exchange need not be kept in it: a rendering that does the exchanges in one pass leaves the
+  /// source as it was, saving a write of every pixel. Off by default.
+  void SetSourceDiscarded(bool discarded) { sourceDiscarded_ = discarded; }
+
   /// Installs `worker` in `slot` (0..4; null empties the slot, waiting for its last run). False
   /// for a slot above 4.
   bool bSetReadoutWorker(uint32_t slot, std::unique_ptr<COvReadoutWorker> worker);
@@ -187,6 +192,7 @@ class COvCPUCompositingEngine final : public IOvCompositingEngine {
   COvCPUTextureUnits units_;
   host::ColorSpace colorSpace_ = host::ColorSpace::Unknown;
   bool exchangeRedBlue_ = false;
+  bool sourceDiscarded_ = false;
   std::optional<host::ColorSpace> loggedColorSpace_;
   std::array<std::unique_ptr<COvReadoutWorker>, kReadoutWorkerCount> readoutWorkers_;
   std::vector<SCalibrationLUT> calibrationLUTs_;

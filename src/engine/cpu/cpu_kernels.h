@@ -66,17 +66,19 @@ struct SCPUKernelTable {
 
   /// The LUT programs fused with the red-blue exchanges around them, for frames held blue first:
   /// bit for bit swapRedBlue over `source`, the program from `source` to `destination`, then
-  /// swapRedBlue over `destination`, in one pass. The source keeps its pixels exchanged (unless
-  /// it is the destination, which ends up holding the result blue first).
+  /// swapRedBlue over `destination`, in one pass. `exchangedSource` is `source` itself, which
+  /// then keeps its pixels exchanged (unless it is the destination, which ends up holding the
+  /// result blue first), or null where nothing reads the source afterwards: it is left as it was.
   void (*applyLUT1DExchanging)(const SCPUTextureUnit& table, const SLUTDomainMapping& mapping,
-                               float* source, float* destination, size_t pixels,
-                               EDestinationWrites writes);
+                               const float* source, float* exchangedSource, float* destination,
+                               size_t pixels, EDestinationWrites writes);
   void (*applyLUT3DExchanging)(const SCPUTextureUnit& table, const SLUTDomainMapping& mapping,
-                               float* source, float* destination, size_t pixels,
-                               EDestinationWrites writes);
+                               const float* source, float* exchangedSource, float* destination,
+                               size_t pixels, EDestinationWrites writes);
   void (*applyLUT1D3DExchanging)(const SCPUTextureUnit& shaper, const SCPUTextureUnit& cube,
-                                 const SLUTDomainMapping& mapping, float* source,
-                                 float* destination, size_t pixels, EDestinationWrites writes);
+                                 const SLUTDomainMapping& mapping, const float* source,
+                                 float* exchangedSource, float* destination, size_t pixels,
+                                 EDestinationWrites writes);
 };
 
 /// The 128-bit table; runs on every processor with SSE4.1.

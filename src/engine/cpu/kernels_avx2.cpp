@@ -447,29 +447,30 @@ void ApplyLUT1D3D(const SCPUTextureUnit& shaper, const SCPUTextureUnit& cube,
                       writes);
 }
 
-float* WriteBack(float* source, const float* destination) {
-  return source == destination ? nullptr : source;
+float* WriteBack(float* exchangedSource, const float* destination) {
+  return exchangedSource == destination ? nullptr : exchangedSource;
 }
 
 void ApplyLUT1DExchanging(const SCPUTextureUnit& table, const SLUTDomainMapping& mapping,
-                          float* source, float* destination, size_t pixels,
-                          EDestinationWrites writes) {
-  RunPipelined<true>(SProgram1D{table, mapping}, source, WriteBack(source, destination),
+                          const float* source, float* exchangedSource, float* destination,
+                          size_t pixels, EDestinationWrites writes) {
+  RunPipelined<true>(SProgram1D{table, mapping}, source, WriteBack(exchangedSource, destination),
                      destination, pixels, writes);
 }
 
 void ApplyLUT3DExchanging(const SCPUTextureUnit& table, const SLUTDomainMapping& mapping,
-                          float* source, float* destination, size_t pixels,
-                          EDestinationWrites writes) {
-  RunPipelined<true>(SProgram3D{table, mapping}, source, WriteBack(source, destination),
+                          const float* source, float* exchangedSource, float* destination,
+                          size_t pixels, EDestinationWrites writes) {
+  RunPipelined<true>(SProgram3D{table, mapping}, source, WriteBack(exchangedSource, destination),
                      destination, pixels, writes);
 }
 
 void ApplyLUT1D3DExchanging(const SCPUTextureUnit& shaper, const SCPUTextureUnit& cube,
-                            const SLUTDomainMapping& mapping, float* source, float* destination,
-                            size_t pixels, EDestinationWrites writes) {
-  RunPipelined<true>(SProgram1D3D{shaper, cube, mapping}, source, WriteBack(source, destination),
-                     destination, pixels, writes);
+                            const SLUTDomainMapping& mapping, const float* source,
+                            float* exchangedSource, float* destination, size_t pixels,
+                            EDestinationWrites writes) {
+  RunPipelined<true>(SProgram1D3D{shaper, cube, mapping}, source,
+                     WriteBack(exchangedSource, destination), destination, pixels, writes);
 }
 
 constexpr SCPUKernelTable kTable{

@@ -340,28 +340,29 @@ void ApplyLUT1D3D(const SCPUTextureUnit& shaper, const SCPUTextureUnit& cube,
                    SBlockLUT1D3D{shaper, cube, mapping});
 }
 
-float* WriteBack(float* source, const float* destination) {
-  return source == destination ? nullptr : source;
+float* WriteBack(float* exchangedSource, const float* destination) {
+  return exchangedSource == destination ? nullptr : exchangedSource;
 }
 
 void ApplyLUT1DExchanging(const SCPUTextureUnit& table, const SLUTDomainMapping& mapping,
-                          float* source, float* destination, size_t pixels,
-                          EDestinationWrites writes) {
-  RunBlocks<true>(source, WriteBack(source, destination), destination, pixels, writes,
+                          const float* source, float* exchangedSource, float* destination,
+                          size_t pixels, EDestinationWrites writes) {
+  RunBlocks<true>(source, WriteBack(exchangedSource, destination), destination, pixels, writes,
                   SBlockLUT1D{table, mapping});
 }
 
 void ApplyLUT3DExchanging(const SCPUTextureUnit& table, const SLUTDomainMapping& mapping,
-                          float* source, float* destination, size_t pixels,
-                          EDestinationWrites writes) {
-  RunBlocks<true>(source, WriteBack(source, destination), destination, pixels, writes,
+                          const float* source, float* exchangedSource, float* destination,
+                          size_t pixels, EDestinationWrites writes) {
+  RunBlocks<true>(source, WriteBack(exchangedSource, destination), destination, pixels, writes,
                   SBlockLUT3D{table, mapping});
 }
 
 void ApplyLUT1D3DExchanging(const SCPUTextureUnit& shaper, const SCPUTextureUnit& cube,
-                            const SLUTDomainMapping& mapping, float* source, float* destination,
-                            size_t pixels, EDestinationWrites writes) {
-  RunBlocks<true>(source, WriteBack(source, destination), destination, pixels, writes,
+                            const SLUTDomainMapping& mapping, const float* source,
+                            float* exchangedSource, float* destination, size_t pixels,
+                            EDestinationWrites writes) {
+  RunBlocks<true>(source, WriteBack(exchangedSource, destination), destination, pixels, writes,
                   SBlockLUT1D3D{shaper, cube, mapping});
 }
 

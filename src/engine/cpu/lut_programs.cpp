@@ -70,17 +70,21 @@ void SOvLUTProgram::Run(const SCPUKernelTable& kernels, const float* source, flo
   }
 }
 
-void SOvLUTProgram::RunExchanging(const SCPUKernelTable& kernels, float* source, float* destination,
-                                  size_t pixels, EDestinationWrites writes) const {
+void SOvLUTProgram::RunExchanging(const SCPUKernelTable& kernels, const float* source,
+                                  float* exchangedSource, float* destination, size_t pixels,
+                                  EDestinationWrites writes) const {
   switch (kind) {
     case EOvOperator::LUTProgram1D:
-      kernels.applyLUT1DExchanging(*table, mapping, source, destination, pixels, writes);
+      kernels.applyLUT1DExchanging(*table, mapping, source, exchangedSource, destination, pixels,
+                                   writes);
       break;
     case EOvOperator::LUTProgram3D:
-      kernels.applyLUT3DExchanging(*table, mapping, source, destination, pixels, writes);
+      kernels.applyLUT3DExchanging(*table, mapping, source, exchangedSource, destination, pixels,
+                                   writes);
       break;
     case EOvOperator::LUTProgram1D3D:
-      kernels.applyLUT1D3DExchanging(*shaper, *table, mapping, source, destination, pixels, writes);
+      kernels.applyLUT1D3DExchanging(*shaper, *table, mapping, source, exchangedSource, destination,
+                                     pixels, writes);
       break;
     default:
       break;

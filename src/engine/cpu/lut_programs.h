@@ -28,9 +28,10 @@ struct SOvLUTProgram {
   void Run(const SCPUKernelTable& kernels, const float* source, float* destination, size_t pixels,
            EDestinationWrites writes) const;
   /// The same for pixels held blue first, with the red-blue exchanges fused in (see
-  /// `SCPUKernelTable::applyLUT1DExchanging`): the source keeps its pixels exchanged.
-  void RunExchanging(const SCPUKernelTable& kernels, float* source, float* destination,
-                     size_t pixels, EDestinationWrites writes) const;
+  /// `SCPUKernelTable::applyLUT1DExchanging`): the source keeps its pixels exchanged where
+  /// `exchangedSource` is the source, and is left as it was where it is null.
+  void RunExchanging(const SCPUKernelTable& kernels, const float* source, float* exchangedSource,
+                     float* destination, size_t pixels, EDestinationWrites writes) const;
 };
 
 /// Binds the program named by `op` to `units` and `parameters`, at the units and under the

@@ -155,7 +155,8 @@ TEST_P(SamplerTest, SamplersFollowTheModel) {
 }
 
 // The programs give the samplers' answers bit for bit, keep alpha, write nothing past the last
-// pixel, in place too; exchanging ones exchange around them. 1-D: with and without curve pairs.
+// pixel, in place too; exchanging ones exchange around them, and keep the exchange in their
+// source only when asked. 1-D: with and without curve pairs.
 TEST_P(SamplerTest, ProgramsMatchTheSamplersForEveryTail) {
   std::mt19937 rng(14);
   const std::vector<float> curve = RandomTable(37, rng), cube = RandomTable(9 * 9 * 9, rng);
@@ -170,17 +171,19 @@ TEST_P(SamplerTest, ProgramsMatchTheSamplersForEveryTail) {
   const SLUTDomainMapping mapping = {{0.9f, 0.95f, 1.0f, 1.05f}, {-0.01f, 0.01f, 0.03f, 0.05f}};
   const SCPUKernelTable& k = Kernels();
   // Program i (1-D, 3-D, 1-D + 3-D, 1-D without curve pairs), plain or exchanging.
+  // An exchanging program keeps the exchange in its source unless `discarded`.
   auto run = [&](int i, bool exchanging, float* in, float* out, size_t n,
-                 EDestinationWrites w = EDestinationWrites::kCached) {
+                 EDestinationWrites w = EDestinationWrites::kCached, bool discarded = false) {
     const SCPUTextureUnit &table = units.Unit(i == 0 ? 1 : 4), &grid = units.Unit(2);
+    float* kept = discarded ? nullptr : in;
     if (i == 1)
-      exchanging ? k.applyLUT3DExchanging(grid, mapping, in, out, n, w)
+      exchanging ? k.applyLUT3DExchanging(grid, mapping, in, kept, out, n, w)
                  : k.applyLUT3D(grid, mapping, in, out, n, w);
     else if (i == 2)
-      exchanging ? k.applyLUT1D3DExchanging(units.Unit(3), grid, mapping, in, out, n, w)
+      exchanging ? k.applyLUT1D3DExchanging(units.Unit(3), grid, mapping, in, kept, out, n, w)
                  : k.applyLUT1D3D(units.Unit(3), grid, mapping, in, out, n, w);
     else
-      exchanging ? k.applyLUT1DExchanging(table, mapping, in, out, n, w)
+      exchanging ? k.applyLUT1DExchanging(table, mapping, in, kept, out, n, w)
                  : k.applyLUT1D(table, mapping, in, out, n, w);
   };
   std::uniform_real_distribution<float> value(-0.2f, 1.2f);
@@ -230,6 +233,12 @@ TEST_P(SamplerTest, ProgramsMatchTheSamplersForEveryTail) {
       run(i, true, held.data(), out.data(), count);
       expectBits(out, Exchanged(want[i]), i, "exchanging");
       expectBits(held, source, i, "exchanging, its source");
+      held = Exchanged(source);
+      held.resize(out.size(), kGuard);
+      std::fill(out.begin(), out.end(), kGuard);
+      run(i, true, held.data(), out.data(), count, EDestinationWrites::kCached, true);
+      expectBits(out, Exchanged(want[i]), i, "exchanging, source discarded");
+      expectBits(held, Exchanged(source), i, "exchanging, its discarded source");
       in = Exchanged(source);
       run(i, true, in.data(), in.data(), count);
       expectBits(in, Exchanged(want[i]), i, "exchanging in place");
