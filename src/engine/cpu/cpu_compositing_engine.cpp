@@ -69,15 +69,38 @@ bool bIsLUTProgram(EOvOperator op) {
 
 }  // namespace
 
+// The layers of a rendering bound to the texture units and parameters, kept for the next
+// rendering of the same layers while neither has changed: the apply path renders a frame strip
+// by strip, and binding again for every strip cost more than a strip's conversions.
+struct COvCPUCompositingEngine::SPreparedOperator {
+  std::vector<std::string> layerNames;
+  const COvScriptParser* parameters = nullptr;
+  uint64_t parametersRevision = 0;
+  uint64_t unitsRevision = 0;
+  COperator composition;
+  /// The bound program of each LUT layer, by layer index.
+  std::vector<SOvLUTProgram> programs;
+
+  bool bFits(const char* const* layers, uint32_t layerCount, const COvScriptParser* with,
+             uint64_t unitsNow) const {
+    if (layerCount != layerNames.size() || with != parameters || unitsNow != unitsRevision ||
+        (with != nullptr && with->Revision() != parametersRevision)) {
+      return false;
+    }
+    for (uint32_t i = 0; i < layerCount; ++i) {
+      if (layers[i] == nullptr || layerNames[i] != layers[i]) return false;
+    }
+    return true;
+  }
+};
+
 struct COvCPUCompositingEngine::SRenderJob {
   COvComplexFrameBuffer* destination = nullptr;
   COvComplexFrameBuffer* source = nullptr;
   const COvScriptParser* parameters = nullptr;
   float opacity = 1.0f;
   uint32_t x = 0, y = 0, width = 0, height = 0;
-  COperator composition;
-  /// The bound program of each LUT layer, by layer index.
-  std::vector<SOvLUTProgram> programs;
+  const SPreparedOperator* prepared = nullptr;
   const SCPUKernelTable* kernels = nullptr;
 };
 
@@ -213,7 +236,16 @@ bool COvCPUCompositingEngine::bCheckFrames(SRenderJob& job) {
 bool COvCPUCompositingEngine::bBuildOperator(SRenderJob& job, const char* const* layers,
                                              uint32_t layerCount) {
   if (layerCount != 0 && layers == nullptr) return bFail("the layer names are missing");
-  job.programs.resize(layerCount);
+  if (prepared_ && prepared_->bFits(layers, layerCount, job.parameters, units_.Revision())) {
+    job.prepared = prepared_.get();
+    return true;
+  }
+  prepared_.reset();
+  auto prepared = std::make_unique<SPreparedOperator>();
+  prepared->parameters = job.parameters;
+  prepared->parametersRevision = job.parameters ? job.parameters->Revision() : 0;
+  prepared->unitsRevision = units_.Revision();
+  prepared->programs.resize(layerCount);
   int groupDepth = 0;
   for (uint32_t i = 0; i < layerCount; ++i) {
     if (layers[i] == nullptr) return bFail("layer " + std::to_string(i) + " has no operator");
@@ -237,7 +269,7 @@ bool COvCPUCompositingEngine::bBuildOperator(SRenderJob& job, const char* const*
       case EOvOperator::LUTProgram3D:
       case EOvOperator::LUTProgram1D3D: {
         std::string error;
-        if (!bPrepareLUTProgram(parsed.op, units_, job.parameters, job.programs[i], error)) {
+        if (!bPrepareLUTProgram(parsed.op, units_, job.parameters, prepared->programs[i], error)) {
           return bFail("operator \"" + name + "\": " + error);
         }
         break;
@@ -245,16 +277,19 @@ bool COvCPUCompositingEngine::bBuildOperator(SRenderJob& job, const char* const*
       default:
         return bFail("operator \"" + name + "\" has no CPU program");
     }
-    job.composition.AddLayer(COperator::CLayer(name, parsed));
+    prepared->composition.AddLayer(COperator::CLayer(name, parsed));
+    prepared->layerNames.push_back(name);
   }
   if (groupDepth != 0) return bFail("a group is not closed");
+  prepared_ = std::move(prepared);
+  job.prepared = prepared_.get();
   return true;
 }
 
 bool COvCPUCompositingEngine::bRunLayers(SRenderJob& job) {
   if (job.width == 0 || job.height == 0) return true;
   const SCPUKernelTable& kernels = *job.kernels;
-  const std::vector<COperator::CLayer>& layers = job.composition.Layers();
+  const std::vector<COperator::CLayer>& layers = job.prepared->composition.Layers();
   const size_t rowBytes = size_t(job.width) * kPixelBytes;
 
   // Decide every copy before the first pixel is written, so that nothing can fail half way.
@@ -342,9 +377,10 @@ bool COvCPUCompositingEngine::bRunLayers(SRenderJob& job) {
       if (bIsLUTProgram(op)) {
         if (fusedExchange) {
           float* kept = sourceDiscarded_ ? nullptr : input.Row(row);
-          job.programs[i].RunExchanging(kernels, input.Row(row), kept, out, job.width, writes);
+          job.prepared->programs[i].RunExchanging(kernels, input.Row(row), kept, out, job.width,
+                                                  writes);
         } else {
-          job.programs[i].Run(kernels, in, out, job.width, writes);
+          job.prepared->programs[i].Run(kernels, in, out, job.width, writes);
         }
         continue;
       }

@@ -183,6 +183,7 @@ class COvCPUCompositingEngine final : public IOvCompositingEngine {
 
  private:
   struct SRenderJob;
+  struct SPreparedOperator;
 
   bool bFail(std::string message);
   bool bCheckFrames(SRenderJob& job);
@@ -200,6 +201,7 @@ class COvCPUCompositingEngine final : public IOvCompositingEngine {
   CMaskBuffer maskBuffers_;
   std::string lastError_;
   uint32_t lastInputCopies_ = 0;
+  std::unique_ptr<SPreparedOperator> prepared_;
 };
 
 }  // namespace Tincta

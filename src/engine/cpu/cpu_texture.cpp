@@ -58,6 +58,7 @@ bool COvCPUTexture::bBuildCurvePairs(const float* texels, uint32_t width) {
 
 bool COvCPUTextureUnits::bUpload(uint32_t unit, uint32_t width, uint32_t height, uint32_t depth,
                                  uint32_t target, uint32_t channels, const void* data, bool flip) {
+  ++revision_;
   if (unit >= kCPUTextureUnitCount || !IsKnownTarget(target)) return false;
   if (unit == 0 && target != kTextureRectangle) return false;
   if (channels != 1 && channels != 4) return false;
@@ -125,6 +126,7 @@ bool COvCPUTextureUnits::bUpload(uint32_t unit, uint32_t width, uint32_t height,
 }
 
 void COvCPUTextureUnits::Reset() {
+  ++revision_;
   for (uint32_t unit = 0; unit < kCPUTextureUnitCount; ++unit) {
     units_[unit] = SCPUTextureUnit{};
     copies_[unit].reset();

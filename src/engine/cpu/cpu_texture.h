@@ -124,7 +124,11 @@ class COvCPUTextureUnits {
   /// Empties every unit and drops the engine's texture copies.
   void Reset();
 
+  /// Counts the uploads and resets, so that what was bound to the units can tell it is current.
+  uint64_t Revision() const { return revision_; }
+
  private:
+  uint64_t revision_ = 0;
   std::array<SCPUTextureUnit, kCPUTextureUnitCount> units_{};
   std::array<std::unique_ptr<COvCPUTexture>, kCPUTextureUnitCount> copies_{};
 };

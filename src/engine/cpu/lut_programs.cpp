@@ -12,21 +12,18 @@ bool bIsCube(const SCPUTextureUnit& unit) {
 bool bCheckTable(const COvCPUTextureUnits& units, uint32_t index, bool needsCube,
                  std::string_view program, std::string& error) {
   const SCPUTextureUnit& unit = units.Unit(index);
-  const std::string where = "texture unit " + std::to_string(index) + " of " + std::string(program);
+  std::string problem;
   if (!unit.IsLoaded()) {
-    error = where + " holds no table";
-    return false;
+    problem = " holds no table";
+  } else if (unit.channels != 4) {
+    problem = " holds a table of " + std::to_string(unit.channels) + " channels; LUT tables have 4";
+  } else if (needsCube && unit.target.Value() != kTexture3D) {
+    problem = " holds no 3-D table";
+  } else {
+    return true;
   }
-  if (unit.channels != 4) {
-    error = where + " holds a table of " + std::to_string(unit.channels) +
-            " channels; LUT tables have 4";
-    return false;
-  }
-  if (needsCube && unit.target.Value() != kTexture3D) {
-    error = where + " holds no 3-D table";
-    return false;
-  }
-  return true;
+  error = "texture unit " + std::to_string(index) + " of " + std::string(program) + problem;
+  return false;
 }
 
 bool bReadMapping(const COvScriptParser* parameters, SLUTDomainMapping& mapping,

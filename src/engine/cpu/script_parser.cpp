@@ -1,9 +1,17 @@
 #include "engine/cpu/script_parser.h"
 
+#include <atomic>
+
 namespace Tincta {
+
+uint64_t COvScriptParser::NextRevision() {
+  static std::atomic<uint64_t> next{1};
+  return next.fetch_add(1, std::memory_order_relaxed);
+}
 
 bool COvScriptParser::bSetParameter(std::string_view name, double value) {
   if (name.empty()) return false;
+  revision_ = NextRevision();
   for (auto& [existing, stored] : parameters_) {
     if (existing == name) {
       stored = value;

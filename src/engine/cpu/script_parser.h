@@ -1,6 +1,7 @@
 // Script parameters: named numbers that a rendering's scripts read ("__scale1.x", ...).
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -18,9 +19,15 @@ class COvScriptParser {
   /// The value of `name`, or nothing when it was never set.
   std::optional<double> Parameter(std::string_view name) const;
   size_t ParameterCount() const { return parameters_.size(); }
+  /// Changes with every parameter set, and no two parsers alive share one: a parser with the
+  /// revision it had before holds the values it held before (a copy takes its original's).
+  uint64_t Revision() const { return revision_; }
 
  private:
   std::vector<std::pair<std::string, double>> parameters_;
+  uint64_t revision_ = NextRevision();
+
+  static uint64_t NextRevision();
 };
 
 }  // namespace Tincta

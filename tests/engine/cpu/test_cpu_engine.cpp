@@ -253,6 +253,37 @@ TEST(CPURendering, LayersInPlaceExchangedAndPadded) {
     EXPECT_EQ(clipped.Pixel(x, 3)[1], x >= 6 ? graded[4 * x + 1] : -3.0f) << x;
 }
 
+// An engine binds its layers once for a run of renderings (strips of one frame) and must see
+// every change in between: a parameter's value, another parser, a table of another shape.
+TEST(CPURendering, LaterRenderingsSeeChangedParametersAndTables) {
+  std::mt19937 rng(41);
+  SLUTEngine lut(5, rng);
+  STestFrame source(13, 3), destination(13, 3);
+  source.Randomise(rng);
+  const auto expectProgram = [&](const char* after) {
+    for (uint32_t y = 0; y < 3; ++y) {
+      EXPECT_EQ(std::vector<float>(destination.Pixel(0, y), destination.Pixel(0, y) + 4 * 13),
+                lut.Expected(source.Pixel(0, y), 13))
+          << after << ", row " << y;
+    }
+  };
+  ASSERT_TRUE(lut.Render(destination, source, {"ORVANE.LUT.3D"}));
+  expectProgram("the first rendering");
+  lut.mapping.scale[1] = 0.5f;
+  lut.parameters.bSetParameter("__scale1.y", 0.5);
+  ASSERT_TRUE(lut.Render(destination, source, {"ORVANE.LUT.3D"}));
+  expectProgram("a changed parameter");
+  COvScriptParser copy = lut.parameters;
+  lut.mapping.offset[2] = 0.25f;
+  copy.bSetParameter("__offset1.z", 0.25);
+  ASSERT_TRUE(RenderWith(lut.engine, destination, source, {"ORVANE.LUT.3D"}, &copy));
+  expectProgram("another parser");
+  const std::vector<float> curve(4 * 16, 0.5f);
+  ASSERT_TRUE(lut.engine.bUploadTexture(1, 16, 1, 1, kTexture1D, 4, curve.data(), false));
+  EXPECT_FALSE(RenderWith(lut.engine, destination, source, {"ORVANE.LUT.3D"}, &copy));
+  EXPECT_NE(lut.engine.LastError().find("holds no 3-D table"), std::string::npos);
+}
+
 TEST(CPURendering, LogsTheColourSpaceOnceAndAMissingConversion) {
   std::vector<std::string> messages;
   host::SetLogCallback(
