@@ -109,6 +109,28 @@ std::shared_ptr<COvComplexFrameBuffer> WrapFrame(const SharedBlock& block, const
   return std::make_shared<COvComplexFrameBuffer>(block.get(), width, height, format, 0);
 }
 
+// One side's strip as a frame buffer. A converted side's strips all lie in the one working frame,
+// so its wrapping is made again only when the strip's height changes (the last may be shorter);
+// wrapping for every strip of an 8-bit 4K frame cost a few percent of the whole call.
+class CStripFrame {
+ public:
+  COvComplexFrameBuffer* Wrap(const SPixels& pixels, uint32_t width, uint32_t rows) {
+    if (!frame_ || pixels.base != base_ || rows != rows_) {
+      block_ = WrapBlock(pixels, rows);
+      frame_ = WrapFrame(block_, pixels, width, rows);
+      base_ = pixels.base;
+      rows_ = rows;
+    }
+    return frame_.get();
+  }
+
+ private:
+  SharedBlock block_;
+  std::shared_ptr<COvComplexFrameBuffer> frame_;
+  const uint8_t* base_ = nullptr;
+  uint32_t rows_ = 0;
+};
+
 // A frame in the working layout with `like`'s aspect ratio and colour space.
 int CreateWorkingFrame(const FrameRef& like, uint32_t width, uint32_t height, FrameRef& frame) {
   return host::CreateVideoFrame(frame, kPixelFormat_BGRA_4444_32f, width, height,
@@ -202,6 +224,7 @@ int ApplyLUTOnCPU(const FrameRef& source, const std::shared_ptr<void>& lut, Fram
                           Tincta::kTexture3D, 4, shaper.Table(), false);
   }
 
+  CStripFrame inFrame, outFrame;
   for (uint32_t first = 0; first < height; first += stripRows) {
     const uint32_t rows = std::min(stripRows, height - first);
     if (convertIn && first != 0 &&
@@ -209,14 +232,9 @@ int ApplyLUTOnCPU(const FrameRef& source, const std::shared_ptr<void>& lut, Fram
                 rows) != 0) {
       return kResultConversionFailed;
     }
-    const SPixels stripIn = convertIn ? in : RowsFrom(in, first);
-    const SPixels stripOut = convertOut ? out : RowsFrom(out, first);
-    const SharedBlock inBlock = WrapBlock(stripIn, rows);
-    const SharedBlock outBlock = WrapBlock(stripOut, rows);
-    const auto inFrame = WrapFrame(inBlock, stripIn, width, rows);
-    const auto outFrame = WrapFrame(outBlock, stripOut, width, rows);
-    if (!engine.bRender(outFrame.get(), inFrame.get(), &kindName, 1, parameters.get(), false, 1.0f,
-                        0, 0, width, rows, nullptr)) {
+    if (!engine.bRender(outFrame.Wrap(convertOut ? out : RowsFrom(out, first), width, rows),
+                        inFrame.Wrap(convertIn ? in : RowsFrom(in, first), width, rows), &kindName,
+                        1, parameters.get(), false, 1.0f, 0, 0, width, rows, nullptr)) {
       // A failed rendering exchanged nothing.
       finishExchange(first);
       return kResultLUTFailed;
