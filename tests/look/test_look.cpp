@@ -24,7 +24,6 @@ float Expected(const SGridLayout& layout, uint32_t i, uint32_t j, uint32_t k, in
   return float(layout.sample(i, j, k, c) / divisor * double(layout.scale) + double(layout.bias));
 }
 
-// Well mixed samples that differ per channel and position.
 uint16_t Mixed(uint32_t i, uint32_t j, uint32_t k, int c) {
   return uint16_t((i * 40503u + j * 9973u + k * 131u + uint32_t(c) * 17u) * 2654435761u >> 13);
 }
@@ -70,7 +69,6 @@ TEST(LookGrid, ConversionAgainstADirectComputation) {
       {.name = "N = 254", .n = 254},
       {.name = "N = 255", .n = 255, .accepted = false},
       {.name = "data offset 28", .dataOffset = 28, .accepted = false},
-      {.name = "data offset length - 29", .offsetFromEnd = 29, .accepted = false},
       {.name = "data offset past the end", .offsetFromEnd = -1, .accepted = false},
       {.name = "one sample byte short", .length = -1, .accepted = false},
       {.name = "28 bytes", .length = 28, .accepted = false},
@@ -80,7 +78,6 @@ TEST(LookGrid, ConversionAgainstADirectComputation) {
       {.name = "full scale is exactly 1", .n = 17, .fullScale = true},
       // Large enough for the converted-sample table (N = 254 walks a shorter last block of k).
       {.name = "mid-sized grid", .n = 45, .divisor = 4093, .scale = 1.7f, .bias = -0.3f},
-      {.name = "mid-sized grid, divisor 0", .n = 33, .divisor = 0, .scale = 3e-5f},
   };
   for (const SCase& c : cases) {
     SGridLayout layout{c.n, c.dataOffset, c.divisor, c.scale, c.bias, Mixed};
@@ -224,7 +221,6 @@ std::unique_ptr<COvGradingDocument> SampleDocument() {
   return document;
 }
 
-// One exact case: the text with an embedded LUT and its payload record.
 TEST_F(LookTest, WritesTheTextAndPayloadByteForByteAndKeepsTheText) {
   const std::string text = R"(<Tincta>
   <name>"Grade "A" &lt;1&gt;"</name>
@@ -363,7 +359,6 @@ TEST_F(LookTest, ReadsWhatItCanAndNothingOfWhatIsMalformed) {
   }
 }
 
-// A 2-point cube whose every output is `value`.
 std::string ConstantCube(double value, const std::string& title = "") {
   return CubeText3D(
       2, [value](double, double, double, double out[3]) { out[0] = out[1] = out[2] = value; },
