@@ -220,8 +220,7 @@ void Square(double r, double g, double b, double out[3]) {
   out[2] = 1 - b;
 }
 // One source per kind of table a writer meets (plain 3-D, a domain, 1-D, a shaper, a mesh's shaper
-// line), with the written formats that refuse it and a piece of their reason. Which reader made
-// the table does not matter to the writers.
+// line), with the written formats that refuse it and a piece of their reason.
 std::string TruelightShaped() {
   std::vector<Rgb> shaper;
   for (int i = 0; i < 9; ++i) {
