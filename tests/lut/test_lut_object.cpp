@@ -285,9 +285,8 @@ TEST(Resample, CurvedTablesFollowCatmullRomAlongEachAxis) {
 
 using Upsampling = LUTTest;
 
-// Each reader that upsamples goes to the power of two above, up to its cap, keeping the identity; a
-// kept Truelight shaper goes to the power of two above its length. The setting acts as the
-// argument.
+// Keeping the identity; a kept Truelight shaper goes to the power of two above its length, and the
+// setting acts as the argument.
 TEST_F(Upsampling, ReadersGoToThePowerOfTwoAboveUpToTheirCaps) {
   const auto code = [](uint32_t n, uint32_t i) { return i * 1023 / (n - 1); };
   const auto truelight = [](uint32_t n, uint32_t shaperLength) {

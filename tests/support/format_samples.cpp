@@ -229,8 +229,7 @@ std::vector<SSeed> XMLLUTElementSeeds() {
   const auto fill = [](Tincta::COv3DLUT& lut, uint32_t size, bool is3D) {
     lut.Allocate(size, is3D);
     for (uint32_t i = 0; i < lut.EntryCount(); ++i) {
-      const Codes node = Node(i, size, false);
-      const Rgb c = NodeColour(node[0], node[1], node[2], size);
+      const Rgb c = NodeColour(i % size, i / size % size, i / size / size, size);
       std::copy(c.begin(), c.end(), lut.Table() + 4 * i);
       lut.Table()[4 * i + 3] = 1.0f;
     }

@@ -1,7 +1,6 @@
-// Which reader gets a buffer: the detector's order, which results are final, ASC CDL text baked
-// into 1024 entries, and the diagnostics record, which never changes a read. Also the fuzz seeds,
-// written to CRANDLE_WRITE_FUZZ_SEEDS when it names a folder (fuzz/corpus/ is made this way) and
-// read on eight threads beside LUT cache look-ups.
+// Which reader gets a buffer and which results are final, ASC CDL text baked into 1024 entries, the
+// diagnostics record, which never changes a read, and the fuzz seeds (fuzz/corpus/), read on eight
+// threads beside LUT cache look-ups.
 #include <algorithm>
 #include <atomic>
 #include <cctype>
