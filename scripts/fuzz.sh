@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Builds the libFuzzer targets (the fuzz preset) and runs each for SECONDS seconds (default 45,
-# so that the four targets stay within three minutes of CI) on a scratch copy of its seed corpus
+# Builds the libFuzzer targets (the fuzz preset) and runs each for SECONDS seconds (default 30,
+# so that the four targets stay within two minutes of CI) on a scratch copy of its seed corpus
 # plus its kept regression inputs, with the dictionary of its formats' keywords. Every kept input
 # is run once first. Any crash, leak, timeout or sanitizer report fails the script; the input
 # that caused it is left under fuzz/corpus-work/<target>/ (keep it under
@@ -21,7 +21,7 @@ if [[ "${1:-}" == "--long" ]]; then
   long=1
   shift
 fi
-seconds="${1:-$([[ $long == 1 ]] && echo 3600 || echo 45)}"
+seconds="${1:-$([[ $long == 1 ]] && echo 3600 || echo 30)}"
 build="${CRANDLE_FUZZ_BUILD_DIR:-build/fuzz}"
 read -r -a targets <<<"${CRANDLE_FUZZ_TARGETS:-parse_lut_data parse_lut xml_lut_element look_document}"
 

@@ -30,6 +30,6 @@ python3 -m pytest -q python/tests
 
 if [[ -x scripts/fuzz.sh ]]; then
   echo "== fuzz"
-  ./scripts/fuzz.sh "${CRANDLE_FUZZ_SECONDS:-45}"
+  ./scripts/fuzz.sh "${CRANDLE_FUZZ_SECONDS:-30}"
 fi
 echo "== all tests passed"
