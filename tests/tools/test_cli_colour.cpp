@@ -154,9 +154,8 @@ TEST_F(ToolColour, LookDocumentsApplyTheirLUTsInOrder) {
   }
   // Without its payload the document names LUTs it does not carry.
   const fs::path none = dir.Path() / "none.exr";
-  const auto missing = RunTool("apply " + Quote(payloadLook) + " " + input + Quote(none));
-  EXPECT_EQ(missing.status, 1);
-  EXPECT_NE(missing.err.find("--payload"), npos) << missing.err;
+  EXPECT_TRUE(
+      Ended(RunTool("apply " + Quote(payloadLook) + " " + input + Quote(none)), 1, "--payload"));
   EXPECT_FALSE(fs::exists(none));
 }
 
@@ -172,9 +171,8 @@ TEST_F(ToolColour, ShippedLUTsAreReadFromTheirFolder) {
       << "the shipped LUT is named, not carried";
   const std::string arguments = Quote(look) + " " + Input({0.5f});
   ExpectNear(Applied(arguments, setting), {Graded(0.25)});
-  const auto without = RunTool("apply " + arguments + Quote(dir.Path() / "none.exr"));
-  EXPECT_EQ(without.status, 1);
-  EXPECT_NE(without.err.find("set ColorTransforms.ShippedLUTDirectory"), npos) << without.err;
+  EXPECT_TRUE(Ended(RunTool("apply " + arguments + Quote(dir.Path() / "none.exr")), 1,
+                    "set ColorTransforms.ShippedLUTDirectory"));
 }
 
 // Replaces the `nth` (from 0) occurrence of `from` in `text`.
@@ -216,9 +214,7 @@ TEST_F(ToolColour, LookDocumentsThatCannotBeAppliedAreRefused) {
     SCOPED_TRACE(c.name);
     const std::string look = dir.Write(std::string(c.name) + ".look", c.text);
     const fs::path output = dir.Path() / (std::string(c.name) + ".exr");
-    const auto run = RunTool("apply " + Quote(look) + " " + input + Quote(output));
-    EXPECT_EQ(run.status, 1);
-    EXPECT_NE(run.err.find(c.message), npos) << run.err;
+    EXPECT_TRUE(Ended(RunTool("apply " + Quote(look) + " " + input + Quote(output)), 1, c.message));
     EXPECT_FALSE(fs::exists(output));
   }
 }
