@@ -17,7 +17,6 @@
 #include <vector>
 
 #include "crandle/crandle.h"
-#include "host/binary_data.h"
 #include "host/frame_interfaces.h"
 #include "host/pixel_format.h"
 #include "host/video_frame.h"

@@ -12,6 +12,10 @@
 
 namespace crandle_test {
 
+namespace fs = std::filesystem;
+using OIIO::TypeDesc;
+constexpr auto npos = std::string::npos;
+
 struct SToolRun {
   int status = -1;
   std::string out;

@@ -1,5 +1,5 @@
 // crandle's commands that read LUTs and documents (info, check, eval, look, formats), its exit
-// statuses, usage errors and settings warnings.
+// statuses, usage errors, device choices and settings warnings.
 #include <OpenImageIO/imageio.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -21,9 +21,6 @@
 
 namespace crandle_test {
 namespace {
-
-namespace fs = std::filesystem;
-constexpr auto npos = std::string::npos;
 
 const std::string kCube2 =
     "LUT_3D_SIZE 2\n0 0 0\n1 0 0\n0 1 0\n1 1 0\n0 0 1\n1 0 1\n0 1 1\n1 1 1\n";
@@ -184,6 +181,25 @@ TEST(ToolEval, PrintsTheLUTsOutputPerLineAndNamesABadLine) {
   EXPECT_TRUE(Ended(RunTool("eval " + lut, "0 0 0\n1 2\n"), 1, "line 2"));
 }
 
+TEST(ToolEval, OnOpenCLReachesTheLastEntryWhereTheCPUStopsShortOfIt) {
+  const std::string lut = Quote(std::string(CRANDLE_SOURCE_DIR) + "/samples/teal-orange.cube");
+  const std::string probes = "0.5 0.5 0.5\n1 1 1\n";
+  const SToolRun cpu = RunTool("eval " + lut + " --device cpu", probes);
+  const SToolRun gpu = RunTool("eval " + lut + " --device opencl:0", probes);
+  if (gpu.err.find("no device opencl") != npos) GTEST_SKIP() << gpu.err;
+  ASSERT_EQ(cpu.status, 0) << cpu.err;
+  ASSERT_EQ(gpu.status, 0) << gpu.err;
+  const auto c = Numbers(cpu.out), g = Numbers(gpu.out);
+  ASSERT_EQ(c.size(), 6u);
+  ASSERT_EQ(g.size(), 6u);
+  // Inside the cube both engines agree to the printed digits.
+  for (int i = 0; i < 3; ++i)
+    EXPECT_NEAR(g[i], c[i], 2e-6);
+  // At white the GPU reads the cube's last entry; the CPU clamps 1 % of a cell below it.
+  EXPECT_GT(g[3], c[3]);
+  EXPECT_NEAR(g[3], c[3], 0.01);
+}
+
 TEST(ToolUnix, ExitStatusesAndWhatIsSaid) {
   TempDir dir;
   const std::string lut = Quote(dir.Write("id.cube", kCube2)) + " ";
@@ -216,6 +232,13 @@ TEST(ToolUnix, ExitStatusesAndWhatIsSaid) {
       {"apply " + lut + folder + lut, 2, "the output must be a folder too"},
       {"apply " + lut + folder + never, 1, "no image files in the folder"},
       {"apply --frames 1-2 " + lut + folder + never, 2, "--frames needs"},
+      // Devices: tetrahedral interpolation runs on GPU devices only.
+      {"eval " + lut + "--interp tetrahedral", 1, "runs on GPU devices only"},
+      {"eval " + lut + "--device cuda:7", 1, "no device cuda:7 here; GPU devices:"},
+      {"eval " + lut + "--device metal", 1, "unknown device 'metal'"},
+      {"eval " + lut + "--device opencl:", 1, "unknown device 'opencl:'"},
+      {"apply " + lut + "in.png out.png --interp tetrahedral --device cpu", 1,
+       "choose --device opencl[:N] or --device cuda[:N]"},
       // Settings: a key nothing reads is kept, with a warning; a known key is taken quietly.
       {"--set Colour.Nothing=1 info --system", 0,
        "crandle: warning: --set Colour.Nothing: no part of crandle reads this key"},
@@ -237,7 +260,7 @@ TEST(ToolUnix, TheImageLibraryIsLoadedOnlyByCommandsThatTouchImages) {
   TempDir dir;
   const std::string lut = Quote(dir.Write("id.cube", kCube2));
   const fs::path image = dir.Path() / "in.png";
-  WriteImageFile(image, OIIO::TypeDesc::UINT8, 2, 1, 3, {0, 0.5f, 1, 1, 0.5f, 0});
+  WriteImageFile(image, TypeDesc::UINT8, 2, 1, 3, {0, 0.5f, 1, 1, 0.5f, 0});
   const std::string missing = (dir.Path() / "missing.so").string();
   const std::string apply = "apply " + lut + " " + Quote(image) + " " + Quote(dir.Path() / "o.png");
   const struct {

@@ -22,10 +22,6 @@
 namespace crandle_test {
 namespace {
 
-namespace fs = std::filesystem;
-using OIIO::TypeDesc;
-constexpr auto npos = std::string::npos;
-
 // An affine look: trilinear interpolation reproduces it exactly between grid points.
 void Affine(double r, double g, double b, double out[3]) {
   out[0] = 0.5 * r + 0.25;
@@ -275,7 +271,7 @@ class ToolApplySequence : public ToolApply {
     const fs::path path = Frame(folder, extension, n);
     auto out = OIIO::ImageOutput::create(path.string());
     EXPECT_TRUE(out && out->open(path.string(), spec) &&
-                out->write_image(OIIO::TypeDesc::FLOAT, pixels.data()) && out->close());
+                out->write_image(TypeDesc::FLOAT, pixels.data()) && out->close());
     return path;
   }
   fs::path Frame(const char* folder, const char* extension, int n) const {
@@ -301,14 +297,14 @@ TEST_F(ToolApplySequence, AheadAndInPlaceGiveTheBytesOfEachFrameOnItsOwn) {
     int channels, bits;
     bool unassociated;
   } kinds[] = {
-      {"exr", "exr", OIIO::TypeDesc::HALF, 3, 0, false},
-      {"exr", "exr", OIIO::TypeDesc::FLOAT, 4, 0, false},  // divided by alpha and back
-      {"tif", "exr", OIIO::TypeDesc::FLOAT, 4, 0, true},   // multiplied for the writer
-      {"tif", "tif", OIIO::TypeDesc::UINT16, 3, 0, false},
-      {"tif", "tif", OIIO::TypeDesc::UINT16, 4, 0, false},  // integers divided by alpha
-      {"tif", "tif", OIIO::TypeDesc::UINT8, 4, 0, false},
-      {"dpx", "dpx", OIIO::TypeDesc::UINT16, 3, 10, false},
-      {"png", "png", OIIO::TypeDesc::UINT8, 4, 0, true},
+      {"exr", "exr", TypeDesc::HALF, 3, 0, false},
+      {"exr", "exr", TypeDesc::FLOAT, 4, 0, false},  // divided by alpha and back
+      {"tif", "exr", TypeDesc::FLOAT, 4, 0, true},   // multiplied for the writer
+      {"tif", "tif", TypeDesc::UINT16, 3, 0, false},
+      {"tif", "tif", TypeDesc::UINT16, 4, 0, false},  // integers divided by alpha
+      {"tif", "tif", TypeDesc::UINT8, 4, 0, false},
+      {"dpx", "dpx", TypeDesc::UINT16, 3, 10, false},
+      {"png", "png", TypeDesc::UINT8, 4, 0, true},
   };
   for (const Kind& k : kinds) {
     const std::string name = std::string(k.type.c_str()) + "." + k.in + "->" + k.out + " frame ";
@@ -343,7 +339,7 @@ TEST_F(ToolApplySequence, AFailureOnTheSecondFrameKeepsTheFirstAndLeavesNothingP
   } cases[] = {{1100, true, "cannot read "}, {1000, false, " but the sequence began at 257x1100"}};
   for (const Case& c : cases) {
     for (int n = 1; n <= 3; ++n)
-      WriteFrame("in", "exr", OIIO::TypeDesc::HALF, 3, n, n == 2 ? c.secondHeight : 1100);
+      WriteFrame("in", "exr", TypeDesc::HALF, 3, n, n == 2 ? c.secondHeight : 1100);
     const fs::path second = Frame("in", "exr", 2);
     if (c.cutShort) fs::resize_file(second, fs::file_size(second) / 2);
     fs::remove_all(dir.Path() / "out");
@@ -358,7 +354,7 @@ TEST_F(ToolApplySequence, AFailureOnTheSecondFrameKeepsTheFirstAndLeavesNothingP
 
 TEST_F(ToolApplySequence, VerboseAccountsForTheWholeRunInPartsThatAddUp) {
   for (int n = 1; n <= 3; ++n)
-    WriteFrame("in", "exr", OIIO::TypeDesc::HALF, 3, n, 300);
+    WriteFrame("in", "exr", TypeDesc::HALF, 3, n, 300);
   const auto start = std::chrono::steady_clock::now();
   const auto run = RunTool("apply --verbose --frames 1-3 " + Quote(bent) + " " +
                            Pattern("in", "exr") + " " + Pattern("in", "out.exr"));
@@ -366,7 +362,7 @@ TEST_F(ToolApplySequence, VerboseAccountsForTheWholeRunInPartsThatAddUp) {
       std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
   ASSERT_EQ(run.status, 0) << run.err;
   const size_t last = run.err.rfind('\n', run.err.size() - 2);
-  ASSERT_NE(last, std::string::npos) << run.err;
+  ASSERT_NE(last, npos) << run.err;
   double total, part[6], reading, beside;
   ASSERT_EQ(std::sscanf(run.err.c_str() + last + 1,
                         "3 images in %lf ms = start-up %lf + LUT parse %lf + read %lf + apply %lf "
@@ -393,13 +389,13 @@ TEST_F(ToolApplySequence, VerboseAccountsForTheWholeRunInPartsThatAddUp) {
 TEST_F(ToolApplySequence, MemoryStaysWithinAFewBandsWhateverTheFramesAndTheirCount) {
   const auto peak = [&](int frames, int height) {
     for (int n = 1; n <= frames; ++n)
-      WriteFrame("in", "exr", OIIO::TypeDesc::FLOAT, 4, n, height);
+      WriteFrame("in", "exr", TypeDesc::FLOAT, 4, n, height);
     const auto run =
         RunTool("apply --verbose --frames 1-" + std::to_string(frames) + " " + Quote(bent) + " " +
                 Pattern("in", "exr") + " " + Pattern("in", "out.exr"));
     EXPECT_EQ(run.status, 0) << run.err;
     const size_t at = run.err.rfind("peak memory ");
-    return at == std::string::npos ? 1e9 : std::atof(run.err.c_str() + at + 12);
+    return at == npos ? 1e9 : std::atof(run.err.c_str() + at + 12);
   };
   const double tiny = peak(1, 8);
   const double frameMB = 257.0 * 16384 * 16 / (1 << 20);

@@ -14,10 +14,7 @@
 namespace crandle_test {
 namespace {
 
-namespace fs = std::filesystem;
-using OIIO::TypeDesc;
 constexpr TypeDesc kU8 = TypeDesc::UINT8, kU16 = TypeDesc::UINT16, kHalf = TypeDesc::HALF;
-constexpr auto npos = std::string::npos;
 
 double Graded(double colour) {
   return std::pow(colour, 1 / 2.2);
@@ -135,10 +132,8 @@ TEST_F(ToolColour, AlphaOnTheOpenCLDevice) {
 // order holds for a document with its LUTs inline, with a payload, and with two LUTs of one name.
 TEST_F(ToolColour, LookDocumentsApplyTheirLUTsInOrder) {
   const fs::path a = dir.Path() / "a" / "look.cube", b = dir.Path() / "b" / "look.cube";
-  fs::create_directories(a.parent_path());
-  fs::create_directories(b.parent_path());
-  fs::copy_file(halfFile, a);
-  fs::copy_file(gammaFile, b);
+  for (const auto& [from, to] : {std::pair{halfFile, a}, {gammaFile, b}})
+    fs::create_directories(to.parent_path()), fs::copy_file(from, to);
   const fs::path inlineLook = dir.Path() / "inline.look", payloadLook = dir.Path() / "p.look";
   const std::string payload = Quote(dir.Path() / "payload.bin"), two = Quote(dir.Path() / "2.look");
   ASSERT_EQ(RunTool("look pack " + half + gamma + "-o " + Quote(inlineLook)).status, 0);
@@ -225,8 +220,6 @@ TEST_F(ToolColour, FilesNamedInBytesThatAreNotUtf8AreRead) {
   Input({0.5f});
   fs::copy_file(dir.Path() / "in.exr", input);
   ExpectNear(Applied(Quote(lut) + " " + Quote(input) + " "), {Graded(0.5)});
-  const auto eval = RunTool("eval " + Quote(lut), "0.5 0.5 0.5\n");
-  ExpectNear(Numbers(eval.out), {Graded(0.5), Graded(0.5), Graded(0.5)});
 }
 
 }  // namespace
