@@ -30,9 +30,10 @@ SToolRun RunTool(const std::string& arguments, const std::string& input) {
 testing::AssertionResult Ended(const SToolRun& run, int status, const std::string& part) {
   if (run.status == status && run.err.find(part) != std::string::npos)
     return testing::AssertionSuccess();
-  return testing::AssertionFailure() << "status " << run.status << " (" << status
-                                     << " expected), standard error without \"" << part << "\":\n"
-                                     << run.err;
+  return testing::AssertionFailure()
+         << "status " << run.status << " (" << status << " expected), looking for \"" << part
+         << "\" in standard error:\n"
+         << run.err;
 }
 
 std::vector<double> Numbers(const std::string& text) {

@@ -188,7 +188,6 @@ TEST_F(ToolApply, FailuresSayWhyAndWriteNothing) {
     std::string arguments;
     std::string message;
   } cases[] = {
-      {Quote(dir.Path() / "none.png") + " " + out, "cannot read"},
       {junk + out, "cannot read"},
       {Hostile("tiff_strip_20_of_48_bytes.tif") + " " + out, "cannot read"},
       {Hostile("png_declaring_100000_by_100000_pixels.png") + " " + out,
