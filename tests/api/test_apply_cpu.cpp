@@ -17,7 +17,6 @@
 #include <vector>
 
 #include "crandle/crandle.h"
-#include "host/binary_data.h"
 #include "host/frame_interfaces.h"
 #include "host/pixel_format.h"
 #include "host/video_frame.h"
@@ -192,14 +191,10 @@ TEST(ApplyOnCPU, PaddedRowsAndRowBytes) {
     ASSERT_EQ(host::CreateVideoFrameView(frames[i], kFloat, width, height, memory[i].data(),
                                          stride * 16, nullptr),
               0);
-  host::FrameInterfaceChoice no2D, packed, noMemory;
-  no2D.pixelMemoryAccess2D = false;
-  packed.rowBytes2D = width * 16;
-  noMemory.memoryAccess = false;
   const auto with = [&](const host::FrameInterfaceChoice& choice) {
     return FrameRef::FromObject(host::CreateFrameWithInterfaces(frames[0], choice));
   };
-  for (const FrameRef& source : {frames[0], with(no2D)}) {
+  for (const FrameRef& source : {frames[0], with({.pixelMemoryAccess2D = false})}) {
     const Pixels input = FillInside(frames[0], 5, rng);
     ASSERT_EQ(Apply(source, lut, frames[1]), 0);
     ExpectAffineResult(frames[1], input);
@@ -210,9 +205,9 @@ TEST(ApplyOnCPU, PaddedRowsAndRowBytes) {
   for (float& v : memory[0])
     v = inside(rng);
   const double rgb[3] = {memory[0][4 * width + 2], memory[0][4 * width + 1], memory[0][4 * width]};
-  ASSERT_EQ(Apply(with(packed), lut, frames[1]), 0);
+  ASSERT_EQ(Apply(with({.rowBytes2D = width * 16}), lut, frames[1]), 0);
   EXPECT_NEAR(memory[1][4 * stride + 2], Affine(rgb, 0), 2e-6);
-  EXPECT_EQ(Apply(with(noMemory), lut, frames[1]), CRANDLE::kResultEmptyArgument);
+  EXPECT_EQ(Apply(with({.memoryAccess = false}), lut, frames[1]), CRANDLE::kResultEmptyArgument);
 }
 
 // The 1-D + 3-D program reads the shaper 1-D and samples the cube at its output.
@@ -254,10 +249,8 @@ TEST(ApplyOnCPU, ResultCodesUploadLimitsAndFailuresInStrips) {
   const std::shared_ptr<void> lut = AffineCube(9);
   FrameRef source = HostFrame(kFloat, width, height),
            destination = HostFrame(kFloat, width, height);
-  host::FrameInterfaceChoice shortRows;  // rows the host's conversion refuses
-  shortRows.rowBytes2D = 4;
-  FrameRef unconvertible = FrameRef::FromObject(
-      host::CreateFrameWithInterfaces(HostFrame(kByte, width, height), shortRows));
+  FrameRef unconvertible = FrameRef::FromObject(  // rows the host's conversion refuses
+      host::CreateFrameWithInterfaces(HostFrame(kByte, width, height), {.rowBytes2D = 4}));
   const Pixels held = FillInside(destination, 9, rng);
   EXPECT_EQ(Apply(unconvertible, lut, destination), CRANDLE::kResultConversionFailed);
   EXPECT_EQ(Snapshot(destination), held);

@@ -27,6 +27,15 @@ SToolRun RunTool(const std::string& arguments, const std::string& input) {
   return run;
 }
 
+testing::AssertionResult Ended(const SToolRun& run, int status, const std::string& part) {
+  if (run.status == status && run.err.find(part) != std::string::npos)
+    return testing::AssertionSuccess();
+  return testing::AssertionFailure()
+         << "status " << run.status << " (" << status << " expected), looking for \"" << part
+         << "\" in standard error:\n"
+         << run.err;
+}
+
 std::vector<double> Numbers(const std::string& text) {
   std::istringstream in(text);
   std::vector<double> numbers;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <OpenImageIO/typedesc.h>
+#include <gtest/gtest.h>
 
 #include <filesystem>
 #include <set>
@@ -10,6 +11,10 @@
 #include <vector>
 
 namespace crandle_test {
+
+namespace fs = std::filesystem;
+using OIIO::TypeDesc;
+constexpr auto npos = std::string::npos;
 
 struct SToolRun {
   int status = -1;
@@ -20,6 +25,9 @@ struct SToolRun {
 /// Runs `crandle <arguments>` through the shell (arguments are passed as written, so quote paths),
 /// with `input` on standard input.
 SToolRun RunTool(const std::string& arguments, const std::string& input = "");
+
+/// Success when `run` ended with `status` and its standard error holds `part`.
+testing::AssertionResult Ended(const SToolRun& run, int status, const std::string& part);
 
 /// A path in single quotes, as one shell word (the tests' paths hold no quote).
 inline std::string Quote(const std::filesystem::path& path) {

@@ -1,13 +1,16 @@
-// crandle's commands that read LUTs and documents (info, check, eval, look, formats), its exit
-// statuses, usage errors and settings warnings.
+// crandle's commands that read LUTs and documents (info, check, eval, look, formats, plot), its
+// exit statuses, usage errors, device choices and settings warnings.
 #include <OpenImageIO/imageio.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <sstream>
 
 #include "crandle/crandle.h"
@@ -20,9 +23,6 @@
 
 namespace crandle_test {
 namespace {
-
-namespace fs = std::filesystem;
-constexpr auto npos = std::string::npos;
 
 const std::string kCube2 =
     "LUT_3D_SIZE 2\n0 0 0\n1 0 0\n0 1 0\n1 1 0\n0 0 1\n1 0 1\n0 1 1\n1 1 1\n";
@@ -51,21 +51,19 @@ TEST(ToolInfo, JsonLinesCarryExactlyTheDocumentedKeys) {
   const std::string ramp = dir.Write("ramp.cube", CubeText1D(256));
   const auto run = RunTool("info --json " + Quote(cube) + " " + Quote(ramp));
   ASSERT_EQ(run.status, 0) << run.err;
-  const std::string expected =
-      R"({"path":")" + cube +
-      R"(","kind":"3D","size":5,"shaperSize":0,"domainMin":[-0.5,0.0,0.0],"domainMax":[1.5,1.0,)"
-      R"(2.0],"title":"Graded","displayName":"grade","identifier":")" +
-      Identifier(cube) +
-      R"(","blobBytes":1540})"
-      "\n"
-      R"({"path":")" +
-      ramp +
-      R"(","kind":"1D","size":256,"shaperSize":0,"domainMin":[0.0,0.0,0.0],"domainMax":[1.0,1.0,)"
-      R"(1.0],"title":"ramp","displayName":"ramp","identifier":")" +
-      Identifier(ramp) +
-      R"(","blobBytes":3112})"
-      "\n";
-  EXPECT_EQ(run.out, expected);
+  const auto record = [](const std::string& path, const std::string& fields, int blobBytes) {
+    return R"({"path":")" + path + "\"," + fields + R"(,"identifier":")" + Identifier(path) +
+           R"(","blobBytes":)" + std::to_string(blobBytes) + "}\n";
+  };
+  EXPECT_EQ(run.out,
+            record(cube,
+                   R"("kind":"3D","size":5,"shaperSize":0,"domainMin":[-0.5,0.0,0.0],)"
+                   R"("domainMax":[1.5,1.0,2.0],"title":"Graded","displayName":"grade")",
+                   1540) +
+                record(ramp,
+                       R"("kind":"1D","size":256,"shaperSize":0,"domainMin":[0.0,0.0,0.0],)"
+                       R"("domainMax":[1.0,1.0,1.0],"title":"ramp","displayName":"ramp")",
+                       3112));
   // Read from bytes, a LUT is named by its title or as embedded.
   const auto bytes = RunTool("info --json --from-bytes " + Quote(cube) + " " + Quote(ramp));
   EXPECT_NE(bytes.out.find(R"("displayName":"Graded")"), npos) << bytes.out;
@@ -101,20 +99,18 @@ TEST(ToolInfo, FailuresNameTheFileTheCodeAndTheReason) {
   const auto eval = RunTool("eval " + Quote(broken), "0.5 0.5 0.5\n");
   EXPECT_EQ(eval.status, 1);
   EXPECT_EQ(eval.err, "crandle eval: " + failed);
-  const auto apply = RunTool("apply " + Quote(broken) + " " + Quote(dir.Path() / "in.png") + " " +
-                             Quote(dir.Path() / "out.png"));
-  EXPECT_EQ(apply.status, 1);
-  EXPECT_NE(apply.err.find(failed), npos) << apply.err;
-  const auto plot = RunTool("plot " + Quote(broken) + " -o " + Quote(dir.Path() / "plot.png"));
-  EXPECT_EQ(plot.status, 1);
-  EXPECT_NE(plot.err.find(kBrokenReason), npos) << plot.err;
+  const std::string images = Quote(dir.Path() / "in.png") + " " + Quote(dir.Path() / "out.png");
+  EXPECT_TRUE(Ended(RunTool("apply " + Quote(broken) + " " + images), 1, failed));
+  EXPECT_TRUE(Ended(RunTool("plot " + Quote(broken) + " -o " + Quote(dir.Path() / "plot.png")), 1,
+                    kBrokenReason));
   EXPECT_FALSE(fs::exists(dir.Path() / "plot.png"));
 }
 
-TEST(ToolCheck, SaysWhyEachFileFailsOrWarnsWithItsExitCode) {
+// A failure outweighs a warning, a warning a clean file, whatever their order.
+TEST(ToolCheck, SaysWhyEachFileFailsOrWarnsExitsWithTheWorstAndTakesCorrectionIds) {
   const struct {
     const char* file;
-    std::string bytes;
+    std::optional<std::string> bytes;  // none: the file is not there
     std::string arguments;
     int status;
     std::string lines;  // what check prints, each line after "PATH: "
@@ -130,11 +126,12 @@ TEST(ToolCheck, SaysWhyEachFileFailsOrWarnsWithItsExitCode) {
       {"picked.ccc", kCollection, "--cc-id cool", 0, "colour transformation (1-D, 1024 entries)"},
       {"id-for-a-cube.cube", kCube2, "--cc-id cool", 1,
        "failed: cube: --cc-id picks a correction of an ASC CDL file, and this is read as cube"},
+      {"absent.cube", std::nullopt, "", 1, "failed: no such file"},
   };
   TempDir dir;
   for (const auto& c : cases) {
     SCOPED_TRACE(c.file);
-    const std::string path = dir.Write(c.file, c.bytes);
+    const std::string path = c.bytes ? dir.Write(c.file, *c.bytes) : (dir.Path() / c.file).string();
     const auto run = RunTool("check " + c.arguments + " " + Quote(path));
     EXPECT_EQ(run.status, c.status) << run.err;
     std::string expected, line;
@@ -142,21 +139,20 @@ TEST(ToolCheck, SaysWhyEachFileFailsOrWarnsWithItsExitCode) {
       expected += path + ": " + line + "\n";
     EXPECT_EQ(run.out, expected);
   }
-  const std::string absent = (dir.Path() / "absent.cube").string();
-  const auto missing = RunTool("check " + Quote(absent));
-  EXPECT_EQ(missing.status, 1);
-  EXPECT_EQ(missing.out, absent + ": failed: no such file\n");
-}
-
-// A failure outweighs a warning, a warning a clean file, whatever their order.
-TEST(ToolCheck, ExitCodeIsTheWorstOfAllFiles) {
-  TempDir dir;
-  const std::string clean = Quote(dir.Write("clean.cube", kCube2));
-  const std::string warned = Quote(dir.Write("warned.cube", kCube2 + "0 0 0\n"));
-  const std::string failed = Quote(dir.Write("failed.cube", kBroken));
-  EXPECT_EQ(RunTool("check " + warned + " " + clean).status, 3);
-  EXPECT_EQ(RunTool("check " + failed + " " + warned + " " + clean).status, 1);
-  EXPECT_EQ(RunTool("check " + warned + " " + failed).status, 1);
+  const std::string clean = Quote(dir.Path() / "clean.cube") + " ",
+                    warned = Quote(dir.Path() / "nan.cube") + " ",
+                    failed = Quote(dir.Path() / "broken.cube") + " ";
+  EXPECT_EQ(RunTool("check " + warned + clean).status, 3);
+  EXPECT_EQ(RunTool("check " + failed + warned + clean).status, 1);
+  EXPECT_EQ(RunTool("check " + warned + failed).status, 1);
+  // eval and info take --cc-id too: slope 0.5 at 0.5 is 0.25, where the other (0.8) gives 0.4.
+  const std::string collection = Quote(dir.Path() / "two.ccc");
+  const auto eval = RunTool("eval --cc-id cool " + collection, "0.5 0.5 0.5\n");
+  EXPECT_EQ(eval.status, 0) << eval.err;
+  EXPECT_EQ(eval.out, "0.250000 0.250000 0.250000\n");
+  const auto info = RunTool("info --cc-id cool " + collection);
+  EXPECT_EQ(info.status, 0) << info.err;
+  EXPECT_NE(info.out.find("size          1024\n"), npos) << info.out;
 }
 
 // The module reads a relative path from the LUT directory first; check and info read that file.
@@ -167,21 +163,7 @@ TEST(ToolCheck, RelativePathsResolveAgainstTheLUTDirectoryAsTheModuleDoes) {
   const auto check = RunTool(base + "check graded.cube");
   EXPECT_EQ(check.status, 1);
   EXPECT_EQ(check.out, "graded.cube: failed: " + kBrokenReason + "\n");
-  const auto info = RunTool(base + "info graded.cube");
-  EXPECT_EQ(info.status, 1);
-  EXPECT_NE(info.err.find(kBrokenReason), npos) << info.err;
-}
-
-// Slope 0.5 at 0.5 is 0.25; the other correction (0.8) would give 0.4.
-TEST(ToolCheck, CorrectionIdPicksOneCorrectionForEvalAndInfo) {
-  TempDir dir;
-  const std::string collection = Quote(dir.Write("grades.ccc", kCollection));
-  const auto eval = RunTool("eval --cc-id cool " + collection, "0.5 0.5 0.5\n");
-  EXPECT_EQ(eval.status, 0) << eval.err;
-  EXPECT_EQ(eval.out, "0.250000 0.250000 0.250000\n");
-  const auto info = RunTool("info --cc-id cool " + collection);
-  EXPECT_EQ(info.status, 0) << info.err;
-  EXPECT_NE(info.out.find("size          1024\n"), npos) << info.out;
+  EXPECT_TRUE(Ended(RunTool(base + "info graded.cube"), 1, kBrokenReason));
 }
 
 TEST(ToolEval, PrintsTheLUTsOutputPerLineAndNamesABadLine) {
@@ -198,9 +180,26 @@ TEST(ToolEval, PrintsTheLUTsOutputPerLineAndNamesABadLine) {
   EXPECT_EQ(std::count(run.out.begin(), run.out.end(), '\n'), 3) << run.out;
   for (size_t i = 0; i < got.size(); ++i)
     EXPECT_NEAR(got[i], expected[i], 2e-6) << i;
-  const auto bad = RunTool("eval " + lut, "0 0 0\n1 2\n");
-  EXPECT_EQ(bad.status, 1);
-  EXPECT_NE(bad.err.find("line 2"), npos) << bad.err;
+  EXPECT_TRUE(Ended(RunTool("eval " + lut, "0 0 0\n1 2\n"), 1, "line 2"));
+}
+
+TEST(ToolEval, OnOpenCLReachesTheLastEntryWhereTheCPUStopsShortOfIt) {
+  const std::string lut = Quote(std::string(CRANDLE_SOURCE_DIR) + "/samples/teal-orange.cube");
+  const std::string probes = "0.5 0.5 0.5\n1 1 1\n";
+  const SToolRun cpu = RunTool("eval " + lut + " --device cpu", probes);
+  const SToolRun gpu = RunTool("eval " + lut + " --device opencl:0", probes);
+  if (gpu.err.find("no device opencl") != npos) GTEST_SKIP() << gpu.err;
+  ASSERT_EQ(cpu.status, 0) << cpu.err;
+  ASSERT_EQ(gpu.status, 0) << gpu.err;
+  const auto c = Numbers(cpu.out), g = Numbers(gpu.out);
+  ASSERT_EQ(c.size(), 6u);
+  ASSERT_EQ(g.size(), 6u);
+  // Inside the cube both engines agree to the printed digits.
+  for (int i = 0; i < 3; ++i)
+    EXPECT_NEAR(g[i], c[i], 2e-6);
+  // At white the GPU reads the cube's last entry; the CPU clamps 1 % of a cell below it.
+  EXPECT_GT(g[3], c[3]);
+  EXPECT_NEAR(g[3], c[3], 0.01);
 }
 
 TEST(ToolUnix, ExitStatusesAndWhatIsSaid) {
@@ -235,6 +234,13 @@ TEST(ToolUnix, ExitStatusesAndWhatIsSaid) {
       {"apply " + lut + folder + lut, 2, "the output must be a folder too"},
       {"apply " + lut + folder + never, 1, "no image files in the folder"},
       {"apply --frames 1-2 " + lut + folder + never, 2, "--frames needs"},
+      // Devices: tetrahedral interpolation runs on GPU devices only.
+      {"eval " + lut + "--interp tetrahedral", 1, "runs on GPU devices only"},
+      {"eval " + lut + "--device cuda:7", 1, "no device cuda:7 here; GPU devices:"},
+      {"eval " + lut + "--device metal", 1, "unknown device 'metal'"},
+      {"eval " + lut + "--device opencl:", 1, "unknown device 'opencl:'"},
+      {"apply " + lut + "in.png out.png --interp tetrahedral --device cpu", 1,
+       "choose --device opencl[:N] or --device cuda[:N]"},
       // Settings: a key nothing reads is kept, with a warning; a known key is taken quietly.
       {"--set Colour.Nothing=1 info --system", 0,
        "crandle: warning: --set Colour.Nothing: no part of crandle reads this key"},
@@ -256,7 +262,7 @@ TEST(ToolUnix, TheImageLibraryIsLoadedOnlyByCommandsThatTouchImages) {
   TempDir dir;
   const std::string lut = Quote(dir.Write("id.cube", kCube2));
   const fs::path image = dir.Path() / "in.png";
-  WriteImageFile(image, OIIO::TypeDesc::UINT8, 2, 1, 3, {0, 0.5f, 1, 1, 0.5f, 0});
+  WriteImageFile(image, TypeDesc::UINT8, 2, 1, 3, {0, 0.5f, 1, 1, 0.5f, 0});
   const std::string missing = (dir.Path() / "missing.so").string();
   const std::string apply = "apply " + lut + " " + Quote(image) + " " + Quote(dir.Path() / "o.png");
   const struct {
@@ -339,9 +345,7 @@ TEST(ToolLook, PackTakesAGuidInEitherFormAndRefusesAnythingElse) {
   for (const char* guid :
        {"0f8fad5bd-9cb-469f-a165-70867728950e", "{0f8fad5b-d9cb-469f-a165-70867728950e",
         "0f8fad5b-d9cb-469f-a165-70867728950e}"}) {
-    const auto refused = pack(guid);
-    EXPECT_EQ(refused.status, 2) << guid;
-    EXPECT_NE(refused.err.find("--guid"), npos) << refused.err;
+    EXPECT_TRUE(Ended(pack(guid), 2, "--guid")) << guid;
     EXPECT_FALSE(fs::exists(look)) << guid;
   }
 }
@@ -422,6 +426,90 @@ TEST(ToolFormats, ListsWhatIsReadAndWrittenTruthfully) {
   EXPECT_EQ(names, expected);
   EXPECT_NE(run.out.find("\n  openexr      rw  .exr "), npos) << run.out;
   EXPECT_NE(run.out.find("\n  png          rw  .png\n"), npos) << run.out;
+}
+
+// The plot's documented geometry.
+constexpr int kWidth = 576;
+constexpr int kLeft = 48;
+constexpr int kTop = 32;
+constexpr int kBox = 512;
+
+// For every column of the curve box, the rows lit in each channel must include the row that
+// f(t, t, t) gives there, within one pixel.
+void ExpectCurves(const SImageFile& picture, const RGBFunction& f, double low, double high) {
+  if (picture.samples.empty()) return;  // Plot has said why
+  for (int channel = 0; channel < 3; ++channel) {
+    int misses = 0;
+    for (int c = 0; c < kBox; ++c) {
+      const double t = double(c) / (kBox - 1);
+      double v[3];
+      f(t, t, t, v);
+      const int row = kTop + int(std::lround((1 - (v[channel] - low) / (high - low)) * (kBox - 1)));
+      int nearest = 1 << 20;
+      for (int y = kTop; y < kTop + kBox; ++y) {
+        if (picture.At(kLeft + c, y, channel) > 0.9f)
+          nearest = std::min(nearest, std::abs(y - row));
+      }
+      if (nearest > 1 && misses++ < 5) {
+        ADD_FAILURE() << "channel " << channel << " column " << c << ": expected row " << row
+                      << ", nearest lit pixel " << nearest << " rows away";
+      }
+    }
+    EXPECT_EQ(misses, 0) << "channel " << channel;
+  }
+}
+
+// The plot of `lut` (written as `name`), `height` pixels high.
+SImageFile Plot(const TempDir& dir, const std::string& name, const std::string& lut, int height) {
+  const std::string png = (dir.Path() / (name + ".png")).string();
+  const auto run = RunTool("plot " + Quote(dir.Write(name + ".cube", lut)) + " -o " + Quote(png));
+  EXPECT_EQ(run.status, 0) << run.err;
+  SImageFile picture = ReadImageFile(png);
+  EXPECT_EQ(picture.width, kWidth);
+  EXPECT_EQ(picture.height, height);
+  if (picture.width != kWidth || picture.height != height) picture.samples.clear();
+  return picture;
+}
+
+void Within(double r, double g, double b, double out[3]) {
+  out[0] = r * r, out[1] = g, out[2] = 0.25 + 0.5 * b;
+}
+void Beyond(double r, double g, double, double out[3]) {
+  out[0] = 2 * r - 0.5, out[1] = 1.5 - g, out[2] = 0.5;
+}
+// Linear in each channel, so that trilinear sampling gives it exactly.
+void Linear(double r, double g, double b, double out[3]) {
+  out[0] = 0.5 * r + 0.25, out[1] = g, out[2] = 1 - b;
+}
+
+TEST(ToolPlot, CurvesOfA1DTableLieWhereItsValuesPutThem) {
+  TempDir dir;
+  ExpectCurves(Plot(dir, "within", CubeText1D(1024, Within), 676), Within, 0, 1);
+  // Values beyond 0..1 widen the value axis to their own range.
+  ExpectCurves(Plot(dir, "beyond", CubeText1D(1024, Beyond), 676), Beyond, -0.5, 1.5);
+}
+
+TEST(ToolPlot, A3DTableGivesItsNeutralAxisAndSlicesAtRisingBlue) {
+  TempDir dir;
+  const SImageFile picture = Plot(dir, "linear", CubeText3D(5, Linear), 954);
+  ASSERT_FALSE(picture.samples.empty());
+  ExpectCurves(picture, Linear, 0, 1);
+  // Slice k at (48 + (k % 4) * 129, 684 + (k / 4) * 129), 125 pixels a side; its bottom left is
+  // red 0, green 0 and its top right red 1, green 1, at blue k / 7. Colours within 8-bit steps,
+  // and the CPU sampler's edge clamp at the far corner.
+  const struct {
+    int x, y;
+    double rgb[3];
+  } probes[] = {
+      {48, 684 + 124, {0.25, 0.0, 1.0}},                  // slice 0, red 0 green 0 blue 0
+      {48 + 124, 684, {0.75, 1.0, 1.0}},                  // slice 0, red 1 green 1 blue 0
+      {48 + 3 * 129, 684 + 129 + 124, {0.25, 0.0, 0.0}},  // slice 7, red 0 green 0 blue 1
+      {48 + 2 * 129 + 62, 684 + 129 + 62, {0.5, 0.5, 1.0 - 6.0 / 7.0}},  // slice 6, the middle
+  };
+  for (const auto& p : probes) {
+    for (int c = 0; c < 3; ++c)
+      EXPECT_NEAR(picture.At(p.x, p.y, c), p.rgb[c], 0.01) << p.x << "," << p.y << " channel " << c;
+  }
 }
 
 }  // namespace

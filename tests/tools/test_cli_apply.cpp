@@ -22,10 +22,6 @@
 namespace crandle_test {
 namespace {
 
-namespace fs = std::filesystem;
-using OIIO::TypeDesc;
-constexpr auto npos = std::string::npos;
-
 // An affine look: trilinear interpolation reproduces it exactly between grid points.
 void Affine(double r, double g, double b, double out[3]) {
   out[0] = 0.5 * r + 0.25;
@@ -135,13 +131,10 @@ TEST_F(ToolApply, SequencesTakeTheirStepsAndStopBeforeWritingWhenAFrameIsMissing
   EXPECT_EQ(written(), (std::set<std::string>{"g.007.exr", "g.009.exr", "g.011.exr"}));
   ExpectGraded(dir.Path() / "s.0009.exr", dir.Path() / "g.009.exr", 1e-5);
   // 10 and 12 are missing; 8 comes first but must not be written.
-  const auto missing = frames("8-12");
-  EXPECT_EQ(missing.status, 1);
-  EXPECT_NE(missing.err.find("frame 10 is missing or cannot be read (" +
-                             (dir.Path() / "s.0010.exr").string() +
-                             "), and 1 more frame of 8-12; nothing was written"),
-            npos)
-      << missing.err;
+  EXPECT_TRUE(Ended(frames("8-12"), 1,
+                    "frame 10 is missing or cannot be read (" +
+                        (dir.Path() / "s.0010.exr").string() +
+                        "), and 1 more frame of 8-12; nothing was written"));
   EXPECT_EQ(written().size(), 3u);
 }
 
@@ -195,7 +188,6 @@ TEST_F(ToolApply, FailuresSayWhyAndWriteNothing) {
     std::string arguments;
     std::string message;
   } cases[] = {
-      {Quote(dir.Path() / "none.png") + " " + out, "cannot read"},
       {junk + out, "cannot read"},
       {Hostile("tiff_strip_20_of_48_bytes.tif") + " " + out, "cannot read"},
       {Hostile("png_declaring_100000_by_100000_pixels.png") + " " + out,
@@ -218,10 +210,8 @@ TEST_F(ToolApply, FailuresSayWhyAndWriteNothing) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.arguments);
     const auto start = std::chrono::steady_clock::now();
-    const auto run = RunTool("apply " + lut + c.arguments);
+    EXPECT_TRUE(Ended(RunTool("apply " + lut + c.arguments), 1, c.message));
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
-    EXPECT_EQ(run.status, 1) << run.err;
-    EXPECT_NE(run.err.find(c.message), npos) << run.err;
     EXPECT_EQ(FileNames(dir.Path()), before);
   }
   EXPECT_EQ(ReadFileBytes(readOnly), "kept");
@@ -280,7 +270,7 @@ class ToolApplySequence : public ToolApply {
     const fs::path path = Frame(folder, extension, n);
     auto out = OIIO::ImageOutput::create(path.string());
     EXPECT_TRUE(out && out->open(path.string(), spec) &&
-                out->write_image(OIIO::TypeDesc::FLOAT, pixels.data()) && out->close());
+                out->write_image(TypeDesc::FLOAT, pixels.data()) && out->close());
     return path;
   }
   fs::path Frame(const char* folder, const char* extension, int n) const {
@@ -306,14 +296,14 @@ TEST_F(ToolApplySequence, AheadAndInPlaceGiveTheBytesOfEachFrameOnItsOwn) {
     int channels, bits;
     bool unassociated;
   } kinds[] = {
-      {"exr", "exr", OIIO::TypeDesc::HALF, 3, 0, false},
-      {"exr", "exr", OIIO::TypeDesc::FLOAT, 4, 0, false},  // divided by alpha and back
-      {"tif", "exr", OIIO::TypeDesc::FLOAT, 4, 0, true},   // multiplied for the writer
-      {"tif", "tif", OIIO::TypeDesc::UINT16, 3, 0, false},
-      {"tif", "tif", OIIO::TypeDesc::UINT16, 4, 0, false},  // integers divided by alpha
-      {"tif", "tif", OIIO::TypeDesc::UINT8, 4, 0, false},
-      {"dpx", "dpx", OIIO::TypeDesc::UINT16, 3, 10, false},
-      {"png", "png", OIIO::TypeDesc::UINT8, 4, 0, true},
+      {"exr", "exr", TypeDesc::HALF, 3, 0, false},
+      {"exr", "exr", TypeDesc::FLOAT, 4, 0, false},  // divided by alpha and back
+      {"tif", "exr", TypeDesc::FLOAT, 4, 0, true},   // multiplied for the writer
+      {"tif", "tif", TypeDesc::UINT16, 3, 0, false},
+      {"tif", "tif", TypeDesc::UINT16, 4, 0, false},  // integers divided by alpha
+      {"tif", "tif", TypeDesc::UINT8, 4, 0, false},
+      {"dpx", "dpx", TypeDesc::UINT16, 3, 10, false},
+      {"png", "png", TypeDesc::UINT8, 4, 0, true},
   };
   for (const Kind& k : kinds) {
     const std::string name = std::string(k.type.c_str()) + "." + k.in + "->" + k.out + " frame ";
@@ -348,23 +338,22 @@ TEST_F(ToolApplySequence, AFailureOnTheSecondFrameKeepsTheFirstAndLeavesNothingP
   } cases[] = {{1100, true, "cannot read "}, {1000, false, " but the sequence began at 257x1100"}};
   for (const Case& c : cases) {
     for (int n = 1; n <= 3; ++n)
-      WriteFrame("in", "exr", OIIO::TypeDesc::HALF, 3, n, n == 2 ? c.secondHeight : 1100);
+      WriteFrame("in", "exr", TypeDesc::HALF, 3, n, n == 2 ? c.secondHeight : 1100);
     const fs::path second = Frame("in", "exr", 2);
     if (c.cutShort) fs::resize_file(second, fs::file_size(second) / 2);
     fs::remove_all(dir.Path() / "out");
     fs::create_directories(dir.Path() / "out");
     const auto run = RunTool("apply --frames 1-3 " + Quote(bent) + " " + Pattern("in", "exr") +
                              " " + Pattern("out", "exr"));
-    EXPECT_EQ(run.status, 1) << c.said;
-    EXPECT_NE(run.err.find(c.said), std::string::npos) << run.err;
-    EXPECT_NE(run.err.find(second.string()), std::string::npos) << run.err;
+    EXPECT_TRUE(Ended(run, 1, c.said));
+    EXPECT_TRUE(Ended(run, 1, second.string()));
     EXPECT_EQ(FileNames(dir.Path() / "out"), std::set<std::string>{"f.1.exr"}) << c.said;
   }
 }
 
 TEST_F(ToolApplySequence, VerboseAccountsForTheWholeRunInPartsThatAddUp) {
   for (int n = 1; n <= 3; ++n)
-    WriteFrame("in", "exr", OIIO::TypeDesc::HALF, 3, n, 300);
+    WriteFrame("in", "exr", TypeDesc::HALF, 3, n, 300);
   const auto start = std::chrono::steady_clock::now();
   const auto run = RunTool("apply --verbose --frames 1-3 " + Quote(bent) + " " +
                            Pattern("in", "exr") + " " + Pattern("in", "out.exr"));
@@ -372,7 +361,7 @@ TEST_F(ToolApplySequence, VerboseAccountsForTheWholeRunInPartsThatAddUp) {
       std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
   ASSERT_EQ(run.status, 0) << run.err;
   const size_t last = run.err.rfind('\n', run.err.size() - 2);
-  ASSERT_NE(last, std::string::npos) << run.err;
+  ASSERT_NE(last, npos) << run.err;
   double total, part[6], reading, beside;
   ASSERT_EQ(std::sscanf(run.err.c_str() + last + 1,
                         "3 images in %lf ms = start-up %lf + LUT parse %lf + read %lf + apply %lf "
@@ -399,13 +388,13 @@ TEST_F(ToolApplySequence, VerboseAccountsForTheWholeRunInPartsThatAddUp) {
 TEST_F(ToolApplySequence, MemoryStaysWithinAFewBandsWhateverTheFramesAndTheirCount) {
   const auto peak = [&](int frames, int height) {
     for (int n = 1; n <= frames; ++n)
-      WriteFrame("in", "exr", OIIO::TypeDesc::FLOAT, 4, n, height);
+      WriteFrame("in", "exr", TypeDesc::FLOAT, 4, n, height);
     const auto run =
         RunTool("apply --verbose --frames 1-" + std::to_string(frames) + " " + Quote(bent) + " " +
                 Pattern("in", "exr") + " " + Pattern("in", "out.exr"));
     EXPECT_EQ(run.status, 0) << run.err;
     const size_t at = run.err.rfind("peak memory ");
-    return at == std::string::npos ? 1e9 : std::atof(run.err.c_str() + at + 12);
+    return at == npos ? 1e9 : std::atof(run.err.c_str() + at + 12);
   };
   const double tiny = peak(1, 8);
   const double frameMB = 257.0 * 16384 * 16 / (1 << 20);

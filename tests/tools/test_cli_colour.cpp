@@ -14,10 +14,7 @@
 namespace crandle_test {
 namespace {
 
-namespace fs = std::filesystem;
-using OIIO::TypeDesc;
 constexpr TypeDesc kU8 = TypeDesc::UINT8, kU16 = TypeDesc::UINT16, kHalf = TypeDesc::HALF;
-constexpr auto npos = std::string::npos;
 
 double Graded(double colour) {
   return std::pow(colour, 1 / 2.2);
@@ -135,10 +132,8 @@ TEST_F(ToolColour, AlphaOnTheOpenCLDevice) {
 // order holds for a document with its LUTs inline, with a payload, and with two LUTs of one name.
 TEST_F(ToolColour, LookDocumentsApplyTheirLUTsInOrder) {
   const fs::path a = dir.Path() / "a" / "look.cube", b = dir.Path() / "b" / "look.cube";
-  fs::create_directories(a.parent_path());
-  fs::create_directories(b.parent_path());
-  fs::copy_file(halfFile, a);
-  fs::copy_file(gammaFile, b);
+  for (const auto& [from, to] : {std::pair{halfFile, a}, {gammaFile, b}})
+    fs::create_directories(to.parent_path()), fs::copy_file(from, to);
   const fs::path inlineLook = dir.Path() / "inline.look", payloadLook = dir.Path() / "p.look";
   const std::string payload = Quote(dir.Path() / "payload.bin"), two = Quote(dir.Path() / "2.look");
   ASSERT_EQ(RunTool("look pack " + half + gamma + "-o " + Quote(inlineLook)).status, 0);
@@ -154,9 +149,8 @@ TEST_F(ToolColour, LookDocumentsApplyTheirLUTsInOrder) {
   }
   // Without its payload the document names LUTs it does not carry.
   const fs::path none = dir.Path() / "none.exr";
-  const auto missing = RunTool("apply " + Quote(payloadLook) + " " + input + Quote(none));
-  EXPECT_EQ(missing.status, 1);
-  EXPECT_NE(missing.err.find("--payload"), npos) << missing.err;
+  EXPECT_TRUE(
+      Ended(RunTool("apply " + Quote(payloadLook) + " " + input + Quote(none)), 1, "--payload"));
   EXPECT_FALSE(fs::exists(none));
 }
 
@@ -172,9 +166,8 @@ TEST_F(ToolColour, ShippedLUTsAreReadFromTheirFolder) {
       << "the shipped LUT is named, not carried";
   const std::string arguments = Quote(look) + " " + Input({0.5f});
   ExpectNear(Applied(arguments, setting), {Graded(0.25)});
-  const auto without = RunTool("apply " + arguments + Quote(dir.Path() / "none.exr"));
-  EXPECT_EQ(without.status, 1);
-  EXPECT_NE(without.err.find("set ColorTransforms.ShippedLUTDirectory"), npos) << without.err;
+  EXPECT_TRUE(Ended(RunTool("apply " + arguments + Quote(dir.Path() / "none.exr")), 1,
+                    "set ColorTransforms.ShippedLUTDirectory"));
 }
 
 // Replaces the `nth` (from 0) occurrence of `from` in `text`.
@@ -216,9 +209,7 @@ TEST_F(ToolColour, LookDocumentsThatCannotBeAppliedAreRefused) {
     SCOPED_TRACE(c.name);
     const std::string look = dir.Write(std::string(c.name) + ".look", c.text);
     const fs::path output = dir.Path() / (std::string(c.name) + ".exr");
-    const auto run = RunTool("apply " + Quote(look) + " " + input + Quote(output));
-    EXPECT_EQ(run.status, 1);
-    EXPECT_NE(run.err.find(c.message), npos) << run.err;
+    EXPECT_TRUE(Ended(RunTool("apply " + Quote(look) + " " + input + Quote(output)), 1, c.message));
     EXPECT_FALSE(fs::exists(output));
   }
 }
@@ -229,8 +220,6 @@ TEST_F(ToolColour, FilesNamedInBytesThatAreNotUtf8AreRead) {
   Input({0.5f});
   fs::copy_file(dir.Path() / "in.exr", input);
   ExpectNear(Applied(Quote(lut) + " " + Quote(input) + " "), {Graded(0.5)});
-  const auto eval = RunTool("eval " + Quote(lut), "0.5 0.5 0.5\n");
-  ExpectNear(Numbers(eval.out), {Graded(0.5), Graded(0.5), Graded(0.5)});
 }
 
 }  // namespace
