@@ -78,8 +78,7 @@ TEST(FrameBufferFormat, DescriptionTextsAndMatchingRule) {
                          "16 bit float", "32 bit int", "32 bit float"};
   for (uint32_t p = 0; p < kPrecisionCount; ++p)
     EXPECT_STREQ(PrecisionWord(p), words[p]);
-  // Matching: all fields but buffer size; channel order not for Intensity, nor byte order for 8
-  // bits.
+  // Matching: all fields but buffer size; channel order not for Intensity, byte order not 8 bits.
   const FrameBufferFormat base = MakeFormat(kRGBA, kPrecision16BitInt);
   FrameBufferFormat changed[7] = {base, base, base, base, base, base, base};
   changed[0].bufferSize = 99;
