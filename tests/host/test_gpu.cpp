@@ -463,9 +463,7 @@ TEST_P(GPUBackend, FrameRefusals) {
   FrameRef empty;
   EXPECT_EQ(DownloadVideoFrame(empty, host), kFrameErrorInvalidArgument);
   // The host frame test double that only claims to be on a GPU is not a device frame.
-  FrameInterfaceChoice choice;
-  choice.gpuVideoFrame = true;
-  FrameRef claimed = FrameRef::FromObject(CreateFrameWithInterfaces(host, choice));
+  FrameRef claimed = FrameRef::FromObject(CreateFrameWithInterfaces(host, {.gpuVideoFrame = true}));
   EXPECT_EQ(UploadVideoFrame(host, claimed), kFrameErrorInvalidArgument);
   EXPECT_EQ(DownloadVideoFrame(gpu, claimed), kFrameErrorInvalidArgument);
 }
