@@ -169,22 +169,6 @@ TEST_P(SamplerTest, ProgramsMatchTheSamplersForEveryTail) {
   ASSERT_TRUE(units.bUpload(3, 21, 21, 21, kTexture3D, 4, shaper.data(), false));
   const SLUTDomainMapping mapping = {{0.9f, 0.95f, 1.0f, 1.05f}, {-0.01f, 0.01f, 0.03f, 0.05f}};
   const SCPUKernelTable& k = Kernels();
-  // Program i (1-D, 3-D, 1-D + 3-D, 1-D without curve pairs), plain or exchanging.
-  // An exchanging program keeps the exchange in its source unless `discarded`.
-  auto run = [&](int i, bool exchanging, float* in, float* out, size_t n, EDestinationWrites w,
-                 bool discarded) {
-    const SCPUTextureUnit &table = units.Unit(i == 0 ? 1 : 4), &grid = units.Unit(2);
-    float* kept = discarded ? nullptr : in;
-    if (i == 1)
-      exchanging ? k.applyLUT3DExchanging(grid, mapping, in, kept, out, n, w)
-                 : k.applyLUT3D(grid, mapping, in, out, n, w);
-    else if (i == 2)
-      exchanging ? k.applyLUT1D3DExchanging(units.Unit(3), grid, mapping, in, kept, out, n, w)
-                 : k.applyLUT1D3D(units.Unit(3), grid, mapping, in, out, n, w);
-    else
-      exchanging ? k.applyLUT1DExchanging(table, mapping, in, kept, out, n, w)
-                 : k.applyLUT1D(table, mapping, in, out, n, w);
-  };
   std::uniform_real_distribution<float> value(-0.2f, 1.2f);
   for (size_t count = 1; count <= 19; ++count) {
     std::vector<float> source(4 * count);
@@ -232,8 +216,20 @@ TEST_P(SamplerTest, ProgramsMatchTheSamplersForEveryTail) {
           alignas(32) float buffer[4 * (19 + 4)];
           std::fill(std::begin(buffer), std::end(buffer), kGuard);
           float* const out = inPlace ? in.data() : buffer + (streamed ? 0 : 4);
-          run(i, exchanging, in.data(), out, count,
-              streamed ? EDestinationWrites::kStreamed : EDestinationWrites::kCached, way == 3);
+          // Program i: 1-D, 3-D, 1-D + 3-D, 1-D without curve pairs.
+          const SCPUTextureUnit &curves = units.Unit(i == 0 ? 1 : 4), &grid = units.Unit(2);
+          float *const from = in.data(), *const kept = way == 3 ? nullptr : from;
+          const auto w = streamed ? EDestinationWrites::kStreamed : EDestinationWrites::kCached;
+          if (i == 1)
+            exchanging ? k.applyLUT3DExchanging(grid, mapping, from, kept, out, count, w)
+                       : k.applyLUT3D(grid, mapping, from, out, count, w);
+          else if (i == 2)
+            exchanging
+                ? k.applyLUT1D3DExchanging(units.Unit(3), grid, mapping, from, kept, out, count, w)
+                : k.applyLUT1D3D(units.Unit(3), grid, mapping, from, out, count, w);
+          else
+            exchanging ? k.applyLUT1DExchanging(curves, mapping, from, kept, out, count, w)
+                       : k.applyLUT1D(curves, mapping, from, out, count, w);
           EXPECT_TRUE(bits(out, exchanging ? Exchanged(want[i]) : want[i], in.size()));
           EXPECT_TRUE(inPlace || bits(in.data(), exchanging && way != 3 ? source : held, in.size()))
               << "its source";
