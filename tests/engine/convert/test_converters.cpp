@@ -109,8 +109,7 @@ Lines RandomLines(uint32_t width, uint32_t height, uint32_t seed) {
   return lines;
 }
 
-// Every vector conversion, width, tail, channel order and orientation: each table and the general
-// path give the reference bytes and write nothing past a line's pixels.
+// Each table and the general path give the reference bytes and write nothing past a line's pixels.
 TEST(ConvertKernels, VectorPathEqualsGeneralPathAndReference) {
   const FrameBufferFormat targets[] = {
       MakeFormat(kRGBA, kPrecision8Bits),  MakeFormat(kRGB, kPrecision8Bits),
@@ -212,8 +211,6 @@ TEST(ConversionForms, CopyInPlaceAndFailures) {
   }
 }
 
-// Each table in both orders, 8 pixels past a whole group; a misaligned source; the scalar
-// converter.
 TEST(GeneralPath, SixteenToEightTruncatesOnEveryRoute) {
   constexpr uint32_t kWidth = 136, kHeight = 121;  // 16456 pixels: every code at least once
   const FrameBufferFormat from = MakeFormat(kRGBA, kPrecision16BitInt, 1, false, true, 9 * 128);

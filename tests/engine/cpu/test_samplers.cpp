@@ -154,9 +154,8 @@ TEST_P(SamplerTest, SamplersFollowTheModel) {
   }
 }
 
-// The programs give the samplers' answers bit for bit, keep alpha, write nothing past the last
-// pixel, in place too; exchanging ones exchange around them, and keep the exchange in their
-// source only when asked. 1-D: with and without curve pairs.
+// Bit for bit the samplers' answers, alpha kept, nothing written past the last pixel; exchanging
+// programs exchange around them and keep the exchange in their source only when asked.
 TEST_P(SamplerTest, ProgramsMatchTheSamplersForEveryTail) {
   std::mt19937 rng(14);
   const std::vector<float> curve = RandomTable(37, rng), cube = RandomTable(9 * 9 * 9, rng);
@@ -170,22 +169,6 @@ TEST_P(SamplerTest, ProgramsMatchTheSamplersForEveryTail) {
   ASSERT_TRUE(units.bUpload(3, 21, 21, 21, kTexture3D, 4, shaper.data(), false));
   const SLUTDomainMapping mapping = {{0.9f, 0.95f, 1.0f, 1.05f}, {-0.01f, 0.01f, 0.03f, 0.05f}};
   const SCPUKernelTable& k = Kernels();
-  // Program i (1-D, 3-D, 1-D + 3-D, 1-D without curve pairs), plain or exchanging.
-  // An exchanging program keeps the exchange in its source unless `discarded`.
-  auto run = [&](int i, bool exchanging, float* in, float* out, size_t n,
-                 EDestinationWrites w = EDestinationWrites::kCached, bool discarded = false) {
-    const SCPUTextureUnit &table = units.Unit(i == 0 ? 1 : 4), &grid = units.Unit(2);
-    float* kept = discarded ? nullptr : in;
-    if (i == 1)
-      exchanging ? k.applyLUT3DExchanging(grid, mapping, in, kept, out, n, w)
-                 : k.applyLUT3D(grid, mapping, in, out, n, w);
-    else if (i == 2)
-      exchanging ? k.applyLUT1D3DExchanging(units.Unit(3), grid, mapping, in, kept, out, n, w)
-                 : k.applyLUT1D3D(units.Unit(3), grid, mapping, in, out, n, w);
-    else
-      exchanging ? k.applyLUT1DExchanging(table, mapping, in, kept, out, n, w)
-                 : k.applyLUT1D(table, mapping, in, out, n, w);
-  };
   std::uniform_real_distribution<float> value(-0.2f, 1.2f);
   for (size_t count = 1; count <= 19; ++count) {
     std::vector<float> source(4 * count);
@@ -215,53 +198,50 @@ TEST_P(SamplerTest, ProgramsMatchTheSamplersForEveryTail) {
     }
 
     constexpr float kGuard = -12345.0f;
-    auto expectBits = [&](const std::vector<float>& got, std::vector<float> expected, int i,
-                          const char* how) {
-      expected.resize(got.size(), kGuard);
-      EXPECT_EQ(std::memcmp(got.data(), expected.data(), 4 * got.size()), 0)
-          << "program " << i << " " << how << ", " << count << " pixels";
+    const auto bits = [&](const float* got, std::vector<float> expected, size_t size) {
+      expected.resize(size, kGuard);
+      return std::memcmp(got, expected.data(), 4 * size) == 0;
     };
-    for (int i = 0; i < 4; ++i) {
-      std::vector<float> in = source, out(4 * (count + 3), kGuard);
-      run(i, false, in.data(), out.data(), count);
-      expectBits(out, want[i], i, "apart");
-      run(i, false, in.data(), in.data(), count);
-      expectBits(in, want[i], i, "in place");
-      std::vector<float> held = Exchanged(source);
-      held.resize(out.size(), kGuard);
-      std::fill(out.begin(), out.end(), kGuard);
-      run(i, true, held.data(), out.data(), count);
-      expectBits(out, Exchanged(want[i]), i, "exchanging");
-      expectBits(held, source, i, "exchanging, its source");
-      held = Exchanged(source);
-      held.resize(out.size(), kGuard);
-      std::fill(out.begin(), out.end(), kGuard);
-      run(i, true, held.data(), out.data(), count, EDestinationWrites::kCached, true);
-      expectBits(out, Exchanged(want[i]), i, "exchanging, source discarded");
-      expectBits(held, Exchanged(source), i, "exchanging, its discarded source");
-      in = Exchanged(source);
-      run(i, true, in.data(), in.data(), count);
-      expectBits(in, Exchanged(want[i]), i, "exchanging in place");
-      // Streamed into an aligned destination (the only one that streams), plain and exchanging.
-      alignas(32) float streamed[4 * (19 + 3)];
-      for (const bool exchanging : {false, true}) {
-        in = exchanging ? Exchanged(source) : source;
-        std::fill(std::begin(streamed), std::end(streamed), kGuard);
-        run(i, exchanging, in.data(), streamed, count, EDestinationWrites::kStreamed);
-        expectBits(std::vector<float>(streamed, streamed + out.size()),
-                   exchanging ? Exchanged(want[i]) : want[i], i, "streamed");
-      }
-    }
+    // Ways 0 to 3: apart, in place, streamed (into a 32-byte aligned destination; cached ones lie
+    // off that grid), and apart with the source discarded, which only exchanging programs heed.
+    for (int i = 0; i < 4; ++i)
+      for (const bool exchanging : {false, true})
+        for (const int way : {0, 1, 2, 3}) {
+          SCOPED_TRACE(testing::Message() << "program " << i << " exchanging " << exchanging
+                                          << " way " << way << ", " << count << " pixels");
+          const bool inPlace = way == 1, streamed = way == 2;
+          std::vector<float> in = exchanging ? Exchanged(source) : source;
+          in.resize(4 * (count + 3), kGuard);
+          const std::vector<float> held = in;
+          alignas(32) float buffer[4 * (19 + 4)];
+          std::fill(std::begin(buffer), std::end(buffer), kGuard);
+          float* const out = inPlace ? in.data() : buffer + (streamed ? 0 : 4);
+          // Program i: 1-D, 3-D, 1-D + 3-D, 1-D without curve pairs.
+          const SCPUTextureUnit &curves = units.Unit(i == 0 ? 1 : 4), &grid = units.Unit(2);
+          float *const from = in.data(), *const kept = way == 3 ? nullptr : from;
+          const auto w = streamed ? EDestinationWrites::kStreamed : EDestinationWrites::kCached;
+          if (i == 1)
+            exchanging ? k.applyLUT3DExchanging(grid, mapping, from, kept, out, count, w)
+                       : k.applyLUT3D(grid, mapping, from, out, count, w);
+          else if (i == 2)
+            exchanging
+                ? k.applyLUT1D3DExchanging(units.Unit(3), grid, mapping, from, kept, out, count, w)
+                : k.applyLUT1D3D(units.Unit(3), grid, mapping, from, out, count, w);
+          else
+            exchanging ? k.applyLUT1DExchanging(curves, mapping, from, kept, out, count, w)
+                       : k.applyLUT1D(curves, mapping, from, out, count, w);
+          EXPECT_TRUE(bits(out, exchanging ? Exchanged(want[i]) : want[i], in.size()));
+          EXPECT_TRUE(inPlace || bits(in.data(), exchanging && way != 3 ? source : held, in.size()))
+              << "its source";
+        }
   }
 }
 
 INSTANTIATE_TEST_SUITE_P(Tiers, SamplerTest, testing::Values(false, true),
                          [](const auto& tier) { return tier.param ? "AVX2" : "SSE"; });
 
-// The tables differ only by the fused a + (b - a) x f of the 256-bit one, which moves one
-// interpolation by at most 1 ulp of the operands (all in [-0.05, 1.05]). Trilinear sampling has
-// three levels, but the later ones scale the earlier differences by fractions below 1, so both
-// kinds stay within 2 ulp.
+// The 256-bit table's fused a + (b - a) x f moves an interpolation by at most 1 ulp of its operands
+// (all in [-0.05, 1.05]); later trilinear levels scale that by fractions below 1: within 2 ulp.
 TEST(KernelTiers, AgreeUpToTheFusedInterpolation) {
   const bool wide = AVX2RunsHere() && !ProcessorFeatures().wideVectorsSwitchedOff;
   EXPECT_STREQ(ActiveCPUKernels().name, wide ? "avx2" : "sse");  // what runs

@@ -56,14 +56,12 @@ TEST(FrameBufferFormat, StridesAndBytesPerPixelForEveryTypeAndPrecision) {
 }
 
 TEST(FrameBufferFormat, DescriptionTextsAndMatchingRule) {
-  FrameBufferFormat sized = MakeFormat(kI, kPrecision16BitInt, kChannelOrderBGR, true, false, 64);
-  sized.bufferSize = 4096;
   const std::pair<FrameBufferFormat, const char*> cases[] = {
       {{}, "Format: Type = RGB, Precision = 8 bits, Channel order =  BGR(A), Bottom to top"},
       {MakeFormat(kRGBA, kPrecision32BitFloat),
        "Format: Type = RGBA, Precision = 32 bit float, Channel order =  RGB(A), Little Endian, Top "
        "to bottom"},
-      {sized,
+      {{kI, kPrecision16BitInt, kChannelOrderBGR, true, false, 4096, 64},
        "Format: Type = Intensity, Precision = 16 bit int, Big Endian, Bottom to top, Buffer size = "
        "4096, Line stride = 64"},
       {MakeFormat(0x200, 9, 7),
@@ -78,8 +76,7 @@ TEST(FrameBufferFormat, DescriptionTextsAndMatchingRule) {
                          "16 bit float", "32 bit int", "32 bit float"};
   for (uint32_t p = 0; p < kPrecisionCount; ++p)
     EXPECT_STREQ(PrecisionWord(p), words[p]);
-  // Matching: all fields but buffer size; channel order not for Intensity, nor byte order for 8
-  // bits.
+  // Matching: all fields but buffer size; channel order not for Intensity, byte order not 8 bits.
   const FrameBufferFormat base = MakeFormat(kRGBA, kPrecision16BitInt);
   FrameBufferFormat changed[7] = {base, base, base, base, base, base, base};
   changed[0].bufferSize = 99;

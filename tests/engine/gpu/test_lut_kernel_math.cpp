@@ -94,10 +94,10 @@ TEST(LUTKernelMath, TetrahedralFindsEveryOrderTieAndClampedCell) {
     const crandle_lut_vec4 got = crandle_lut_tetrahedral(
         reinterpret_cast<const crandle_uchar*>(table.data()), n * 16, n, s[0], s[1], s[2]);
     const Rgb want = ModelTetrahedral(table.data(), n, {s[0], s[1], s[2]});
-    SCOPED_TRACE(testing::Message() << fr << " " << fg << " " << fb << " in cell " << r << g << b);
-    EXPECT_NEAR(got.v0, want[0], 2e-6);
-    EXPECT_NEAR(got.v1, want[1], 2e-6);
-    EXPECT_NEAR(got.v2, want[2], 2e-6);
+    const float values[3] = {got.v0, got.v1, got.v2};
+    for (int c = 0; c < 3; ++c)
+      EXPECT_NEAR(values[c], want[c], 2e-6)
+          << fr << " " << fg << " " << fb << " in " << r << g << b;
   }
 }
 
@@ -173,10 +173,8 @@ TEST(HwTexture, TransposedCopyTurnsRowsOf1024TexelsIntoColumns) {
 TEST(HwTexture, LoadsByKindRegistersUnderItsKeyAndBorrowsLoadedTables) {
   using Tincta::COvHwTexture;
   const TempDir dir;
-  std::string text = "LUT_1D_SIZE 1024\nDOMAIN_MIN -1 -1 -1\nDOMAIN_MAX 3 3 3\n";
-  for (int i = 0; i < 1024; ++i)
-    text += std::to_string(i / 1023.0) + " " + std::to_string(i / 1023.0) + " 0.5\n";
-  const std::string curves = dir.Write("curves.cube", text);
+  const std::string curves =
+      dir.Write("curves.cube", "DOMAIN_MIN -1 -1 -1\nDOMAIN_MAX 3 3 3\n" + CubeText1D(1024));
   const std::string cube = dir.Write("cube.cube", CubeText3D(5));
   const std::string missing = (dir.Path() / "missing.cube").string();
   // What, the file, the kind asked for, the size limit; the kind and size then, the key's suffix.

@@ -10,11 +10,13 @@
 #include "host/binary_data.h"
 #include "host/frame_interfaces.h"
 #include "host/video_frame.h"
+#include "support/gpu_frames.h"
 
 namespace {
 
 using namespace host;
-using FrameRef = InterfaceRef<IVideoFrame>;
+using crandle_test::FrameRef;
+using crandle_test::HostFrame;
 using Memory = InterfaceRef<IVideoFrameMemoryAccess>;
 using Layout = InterfaceRef<IVideoFrame2DPixelMemoryAccess>;
 
@@ -36,9 +38,7 @@ TEST(CreateVideoFrame, PackedAlignedRowsAndHostInterfacesOnly) {
                                                     {kPixelFormat_RGB_101010_10u_BE, 4}};
   for (const auto& [format, bytesPerPixel] : formats) {
     for (uint32_t width : {1u, 3u, 1920u}) {
-      FrameRef frame;
-      ASSERT_EQ(CreateVideoFrame(frame, format, width, 7, 1.5f, ColorSpace::Rec2020, false, false),
-                0);
+      const FrameRef frame = HostFrame(format, width, 7);
       const Memory memory = frame.Query<IVideoFrameMemoryAccess>();
       const Layout layout = frame.Query<IVideoFrame2DPixelMemoryAccess>();
       EXPECT_EQ(std::tuple(memory->GetRowBytes(), layout->GetRowBytes(), layout->GetPlaneCount()),
@@ -53,8 +53,7 @@ TEST(CreateVideoFrame, PackedAlignedRowsAndHostInterfacesOnly) {
 }
 
 TEST(CreateVideoFrame, FailuresLeaveTheReferenceAlone) {
-  FrameRef existing;
-  ASSERT_EQ(CreateVideoFrame(existing, kPixelFormat_BGRA_4444_8u, 1, 1, 1, {}, false, false), 0);
+  const FrameRef existing = HostFrame(kPixelFormat_BGRA_4444_8u, 1, 1);
   const PixelFormat k8 = kPixelFormat_BGRA_4444_8u, k32 = kPixelFormat_BGRA_4444_32f;
   const std::tuple<PixelFormat, uint32_t, uint32_t, float, bool, int> cases[] = {
       {{0x12345678u, 8}, 4, 4, 1, false, kFrameErrorInvalidArgument},
@@ -76,17 +75,11 @@ TEST(CreateVideoFrame, FailuresLeaveTheReferenceAlone) {
 // pixels live as long as any interface of the frame.
 TEST(CreateVideoFrame, ClearedRecycledMemoryAndPixelLifetime) {
   RecycledMemory::Purge();
-  Memory memory;
-  {
-    FrameRef dirty;
-    ASSERT_EQ(CreateVideoFrame(dirty, kPixelFormat_BGRA_4444_32f, 33, 9, 1, {}, false, false), 0);
-    memory = dirty.Query<IVideoFrameMemoryAccess>();
-  }
+  Memory memory = HostFrame(kPixelFormat_BGRA_4444_32f, 33, 9).Query<IVideoFrameMemoryAccess>();
   void* const previous = memory->GetBaseAddress();
   std::memset(previous, 0xCD, 33 * 9 * 16);  // valid after the frame reference is gone
   memory.Reset();
-  FrameRef clean;
-  ASSERT_EQ(CreateVideoFrame(clean, kPixelFormat_BGRA_4444_32f, 33, 9, 1, {}, true, false), 0);
+  const FrameRef clean = HostFrame(kPixelFormat_BGRA_4444_32f, 33, 9);
   const auto* pixels =
       static_cast<const uint8_t*>(clean.Query<IVideoFrameMemoryAccess>()->GetBaseAddress());
   ASSERT_EQ(pixels, previous) << "the block was expected to be reused";

@@ -116,29 +116,6 @@ TEST(IRConvert, EveryPairMatchesTheModel) {
   }
 }
 
-// Floats on and beside every rounding tie of both integer scales, where a conversion that rounds
-// its intermediate sum (rather than carrying it exactly) lands on the wrong integer.
-TEST(IRConvert, FloatsBesideEveryTieRoundAsTheModel) {
-  for (int to : {k8, k16}) {
-    std::vector<float> samples;
-    for (uint32_t n = 1; n <= Scale(to); ++n) {
-      float v = std::nextafter(std::nextafter(float((n - 0.5) / Scale(to)), 0.f), 0.f);
-      for (int k = 0; k < 5; ++k, v = std::nextafter(v, 2.f))
-        samples.push_back(v);
-    }
-    samples.resize((samples.size() + 3) / 4 * 4);
-    const uint32_t width = uint32_t(samples.size() / 4);
-    std::vector<uint8_t> dst(width * Bytes(to));
-    ASSERT_EQ(IR_Convert(samples.data(), width * 16, kF, dst.data(), dst.size(), to, width, 1, 4),
-              0);
-    for (uint32_t i = 0; i < width; ++i) {
-      const auto expected = Expected(kF, to, reinterpret_cast<const uint8_t*>(&samples[4 * i]));
-      ASSERT_TRUE(std::equal(expected.begin(), expected.end(), &dst[i * Bytes(to)]))
-          << to << " pixel " << i << " " << samples[4 * i];
-    }
-  }
-}
-
 TEST(IRConvert, FailuresWriteNothing) {
   std::vector<uint8_t> dst(4096, 0xC3);
   const std::vector<uint8_t> untouched = dst;
