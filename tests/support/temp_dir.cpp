@@ -2,18 +2,19 @@
 
 #include <unistd.h>
 
-#include <atomic>
+#include <cstdlib>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
 
 namespace crandle_test {
 
+// mkdtemp, not a name from the process id: ids come round again within one test run, and a
+// folder a crashed or exited test left behind would then be handed over with its files in it.
 TempDir::TempDir() {
-  static std::atomic<int> counter{0};
-  path_ = std::filesystem::temp_directory_path() /
-          ("crandle-test-" + std::to_string(::getpid()) + "-" + std::to_string(counter++));
-  std::filesystem::create_directories(path_);
+  std::string pattern = (std::filesystem::temp_directory_path() / "crandle-test-XXXXXX").string();
+  if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("cannot make " + pattern);
+  path_ = pattern;
 }
 
 TempDir::~TempDir() {
